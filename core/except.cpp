@@ -1,0 +1,196 @@
+// except.cpp - the status-context stack and the raise.
+//
+// Contexts are heap records linked through `previous`, the top at Exc_Sp. A raise that
+// finds a context to land in first unwinds the frames between itself and the opener with
+// a forced unwind, so the destructors of C++ objects in those frames run, and then
+// longjmps into the opener. The unwinder's stop function recognises the opener by the
+// call frame address that except_start_context recorded: every frame the body runs in
+// lies at or below that address, the opener's own frame above it. Where no unwind
+// information exists (or the unwinder gives up) the raise falls back to a plain longjmp.
+//
+// The reports a raise writes (fatal texts, the "HANDLER" trace) live in except_report.cpp.
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <unwind.h>
+
+#include "core/except_report.hpp"
+#include "core/raise.hpp"
+
+extern "C" {
+const char *const ALLOC_FAILURE = "ALLOC_FAILURE";
+const char *const ZERO_ALLOC_FAILURE = "ZERO_ALLOC_FAILURE";
+const char *const GENERAL_ERROR = "GENERAL_ERROR";
+const char *const LIST_FAILURE_L = "LIST_FAILURE_L";
+const char *const ARRAY_FAILURE_L = "ARRAY_FAILURE_L";
+const char *const QV_OVERFLOW = "QV_OVERFLOW";
+const char *const INTERRUPT_PROCESS = "INTERRUPT_PROCESS";
+const char *const STATUS_RAISED = "STATUS_RAISED";
+const char *const WRONG_HANDLE_TYPE = "WRONG_HANDLE_TYPE";
+const char *const ZRK_MESSAGE_FAILURE = "ZRK_MESSAGE_FAILURE";
+const char *const ZRK_MESSAGE_SET_FAILURE = "ZRK_MESSAGE_SET_FAILURE";
+
+exc_context *Exc_Sp = nullptr;
+const char *Exc_Raised_ = nullptr;
+int32_t Exc_Status = 0;
+const char *Exc_Status_Symbol = nullptr;
+}
+
+namespace qv {
+namespace {
+
+int32_t depth = 0;
+
+} // namespace
+
+LastRaise last_raise;
+
+int32_t context_depth() { return depth; }
+
+namespace {
+
+// The exception object of one forced unwind. It lives on the heap: the unwinder runs
+// cleanups in frames above the raiser, whose calls overwrite the raiser's stack.
+struct ForcedUnwind {
+    _Unwind_Exception header;
+    exc_context *target;
+};
+
+constexpr _Unwind_Exception_Class unwind_class = 0x5156434d52414953ULL; // "QVCMRAIS"
+
+void delete_unwind(_Unwind_Reason_Code, _Unwind_Exception *exception) {
+    delete reinterpret_cast<ForcedUnwind *>(exception);
+}
+
+[[noreturn]] void land(exc_context *target) { longjmp(target->jump_state, 1); }
+
+// Called by the unwinder before each frame is unwound. The opener's frame begins above
+// the marker; stop there (or at the end of unwind information) and jump.
+_Unwind_Reason_Code stop_at_opener(int, _Unwind_Action actions, _Unwind_Exception_Class,
+                                   _Unwind_Exception *exception, _Unwind_Context *context,
+                                   void *parameter) {
+    auto *unwind = static_cast<ForcedUnwind *>(parameter);
+    exc_context *target = unwind->target;
+    bool at_opener = (actions & _UA_END_OF_STACK) != 0 ||
+                     _Unwind_GetCFA(context) > reinterpret_cast<uintptr_t>(target->frame_marker);
+    if (!at_opener) return _URC_NO_REASON;
+    _Unwind_DeleteException(exception);
+    land(target);
+}
+
+[[noreturn]] void jump_to(exc_context *target) {
+    auto *unwind = new (std::nothrow) ForcedUnwind{};
+    if (unwind == nullptr || target->frame_marker == nullptr) land(target);
+    unwind->header.exception_class = unwind_class;
+    unwind->header.exception_cleanup = delete_unwind;
+    unwind->target = target;
+    _Unwind_ForcedUnwind(&unwind->header, stop_at_opener, unwind);
+    // The unwinder could not walk the stack at all: jump without unwinding.
+    delete unwind;
+    land(target);
+}
+
+void pop_context() {
+    exc_context *top = Exc_Sp;
+    Exc_Sp = top->previous;
+    std::free(top);
+    --depth;
+}
+
+void record_first_level_raise(const char *symbol, const char *file, int32_t line, int32_t status,
+                              const char *status_symbol) {
+    last_raise.context_function = Exc_Sp->function_name;
+    last_raise.context_line = Exc_Sp->line;
+    Exc_Status = status;
+    last_raise.file = file;
+    last_raise.symbol = symbol;
+    last_raise.line = line;
+    Exc_Status_Symbol = status_symbol;
+}
+
+} // namespace
+} // namespace qv
+
+extern "C" {
+
+// Not inlined: the address recorded is where the caller's frame is, as seen from here.
+QV_API __attribute__((noinline)) exc_context *
+except_start_context(const char *function_name, const char *source_file, int32_t line) {
+    auto *context = static_cast<exc_context *>(std::calloc(1, sizeof(exc_context)));
+    if (context == nullptr || qv::allocation_should_fail()) {
+        std::free(context);
+        qv::report_fatal("alloc failed", source_file, line);
+        return nullptr;
+    }
+    context->function_name = function_name;
+    context->line = line;
+    context->source_file = source_file;
+    context->in_handler = 0;
+    context->frame_marker = __builtin_dwarf_cfa();
+    context->previous = Exc_Sp;
+    Exc_Sp = context;
+    ++qv::depth;
+    return context;
+}
+
+QV_API void except_end_context(const char *source_file, int32_t line) {
+    if (Exc_Sp == nullptr) {
+        qv::report_fatal("attempting to pop context from empty stack", source_file, line);
+        return;
+    }
+    qv::pop_context();
+}
+
+QV_API void except_raise(const char *symbol, const char *source_file, int32_t line, int32_t mode,
+                         int32_t status, const char *status_symbol) {
+    qv::trace_raise(symbol, source_file, line, mode, status, status_symbol);
+    if (Exc_Sp == nullptr) {
+        qv::report_fatal("no context on RAISE/RERAISE", source_file, line);
+        return;
+    }
+    if (Exc_Sp->in_handler) {
+        if (Exc_Sp->previous == nullptr) {
+            qv::report_fatal("no context on RAISE/RERAISE from handler", source_file, line);
+            return;
+        }
+        qv::pop_context();
+        Exc_Raised_ = symbol;
+        qv::jump_to(Exc_Sp);
+    }
+    qv::record_first_level_raise(symbol, source_file, line, status, status_symbol);
+    if (mode == EXC_RERAISE) {
+        qv::report_fatal("RERAISE outside exception handlers", source_file, line);
+        return;
+    }
+    Exc_Raised_ = symbol;
+    qv::jump_to(Exc_Sp);
+}
+
+QV_API const char *Exc_GetFile_L(void) { return qv::last_raise.file; }
+
+QV_API int32_t Exc_GetLine_L(void) { return qv::last_raise.line; }
+
+} // extern "C"
+
+namespace qv {
+
+// Runs the body in this frame's callee so the opener (this function) is never unwound;
+// `raised` is volatile because the landing longjmp restores registers.
+bool guarded(const char *function, const char *file, int line, FunctionRef<void()> body,
+             FunctionRef<void(const char *raised)> handler) {
+    if (except_start_context(function, file, line) == nullptr) {
+        body();
+        return true;
+    }
+    volatile bool raised = false;
+    if (setjmp(Exc_Sp->jump_state) == 0)
+        body();
+    else
+        raised = true;
+    Exc_Sp->in_handler = 1;
+    if (raised) handler(Exc_Raised_);
+    except_end_context(file, line);
+    return !raised;
+}
+
+} // namespace qv

@@ -1,0 +1,2 @@
+// Placeholder host; replaced below.
+int main() { return 0; }

@@ -1,0 +1,57 @@
+/*
+ * alloc.h - allocation tracking and the library's own formatted printing.
+ *
+ * Allocation table: up to 1024 long-lived static pointers registered by address, so that
+ * Free_Alloc_Ptrs_L frees every block at once and nulls the pointers. A registered
+ * variable does not point at its block: it points at the table entry's block field, and
+ * its users read and write the block through it (one extra indirection).
+ *
+ * Formatter: VAsprintf_L / Asprintf_L / Asprintf8_L format into a process-wide work
+ * buffer and append the result to *out (allocated when *out is null), returning *out.
+ * The result is a heap text freed by the caller with free().
+ * Conversions: d i (32-bit; "I64d" 64-bit; "ld" a long), u o x X (32-bit; "l" a long),
+ * c, s and U (text; null prints "<NULL>"), S (a QV_STRING_T *, printed in UTF-8; a null
+ * pointer takes the next argument as a plain text instead), p, f (a 32-bit float passed
+ * through its bits without "l", a double with "l"), %% and any other character (printed
+ * alone, the flags and width before it dropped). Flags - and 0, widths and precisions from
+ * digits or "*" (a negative "*" width left-justifies, a negative "*" precision is none).
+ * Padding is always with spaces; zero-fill acts through the digit count, and a 0 with
+ * precision 0 still prints "0".
+ *
+ * Bad input: a null `out` formats nothing and returns null; a null format appends nothing
+ * and returns *out; a width or precision written with more digits than fit an int is
+ * clamped to INT_MAX and its allocation fails with ALLOC_FAILURE.
+ * Not thread-safe: one thread at a time.
+ */
+#ifndef QV_ALLOC_H
+#define QV_ALLOC_H
+
+#include <stdarg.h>
+#include <stdint.h>
+
+#include "qv_export.h"
+
+QV_EXTERN_C_BEGIN
+
+/* Registers the pointer variable at `owner`: *owner is set to the address of the entry's
+ * block field (null until the owner stores a block there). Raises GENERAL_ERROR when all
+ * 1024 entries are in use. */
+QV_API void Get_Alloc_Ptr_L(void ***owner);
+/* Frees the block of the entry registered for `owner` and nulls *owner. */
+QV_API void Free_Alloc_Ptr_L(void ***owner);
+/* Frees every registered block, nulls every owner, empties the table; returns 0. */
+QV_API int32_t Free_Alloc_Ptrs_L(void);
+
+QV_API char *VAsprintf_L(char **out, const char *format, va_list arguments);
+QV_API char *Asprintf_L(char **out, const char *format, ...);
+QV_API char *Asprintf8_L(char **out, const char *format, ...);
+
+/* Test hook: the allocation `n` allocations from now (0 = the next one) made through the
+ * library's allocation helpers fails as if malloc had returned null; a negative n disarms.
+ * TestAllocationFailed_L tells whether the armed failure has fired since it was armed. */
+QV_API void TestFailAllocation_L(int32_t n);
+QV_API uint8_t TestAllocationFailed_L(void);
+
+QV_EXTERN_C_END
+
+#endif
