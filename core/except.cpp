@@ -51,9 +51,15 @@ namespace {
 
 // The exception object of one forced unwind. It lives on the heap: the unwinder runs
 // cleanups in frames above the raiser, whose calls overwrite the raiser's stack.
+// It also keeps what the raise recorded, since a destructor run on the way may raise and
+// catch on its own and overwrite the globals before this raise lands.
 struct ForcedUnwind {
     _Unwind_Exception header;
     exc_context *target;
+    const char *symbol;
+    LastRaise details;
+    int32_t status;
+    const char *status_symbol;
 };
 
 constexpr _Unwind_Exception_Class unwind_class = 0x5156434d52414953ULL; // "QVCMRAIS"
@@ -74,6 +80,10 @@ _Unwind_Reason_Code stop_at_opener(int, _Unwind_Action actions, _Unwind_Exceptio
     bool at_opener = (actions & _UA_END_OF_STACK) != 0 ||
                      _Unwind_GetCFA(context) > reinterpret_cast<uintptr_t>(target->frame_marker);
     if (!at_opener) return _URC_NO_REASON;
+    Exc_Raised_ = unwind->symbol;
+    last_raise = unwind->details;
+    Exc_Status = unwind->status;
+    Exc_Status_Symbol = unwind->status_symbol;
     _Unwind_DeleteException(exception);
     land(target);
 }
@@ -84,6 +94,10 @@ _Unwind_Reason_Code stop_at_opener(int, _Unwind_Action actions, _Unwind_Exceptio
     unwind->header.exception_class = unwind_class;
     unwind->header.exception_cleanup = delete_unwind;
     unwind->target = target;
+    unwind->symbol = Exc_Raised_;
+    unwind->details = last_raise;
+    unwind->status = Exc_Status;
+    unwind->status_symbol = Exc_Status_Symbol;
     _Unwind_ForcedUnwind(&unwind->header, stop_at_opener, unwind);
     // The unwinder could not walk the stack at all: jump without unwinding.
     delete unwind;

@@ -1,0 +1,294 @@
+// Status contexts: landing, nesting, re-raising, reports, depth bookkeeping, and the
+// unwinding of C++ frames between a raise and its opener.
+#include <gtest/gtest.h>
+
+#include <csetjmp>
+#include <string>
+
+#include "core/raise.hpp"
+#include "qv/alloc.h"
+#include "qv/except.h"
+
+namespace {
+
+const char *const PRIVATE_FAILURE = "PRIVATE_FAILURE";
+
+struct Counted {
+    static inline int alive = 0;
+    static inline int destroyed = 0;
+    Counted() { ++alive; }
+    ~Counted() {
+        --alive;
+        ++destroyed;
+    }
+};
+
+class ExceptTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        Counted::alive = Counted::destroyed = 0;
+        ASSERT_EQ(Exc_Sp, nullptr);
+    }
+    void TearDown() override {
+        while (Exc_Sp != nullptr) except_end_context("test", __LINE__);
+        EXPECT_EQ(qv::context_depth(), 0);
+    }
+};
+
+__attribute__((noinline)) void raise_from_depth(int levels, const char *symbol, int line) {
+    Counted guard;
+    if (levels == 0)
+        except_raise(symbol, "deep", line, 0, 0, nullptr);
+    else
+        raise_from_depth(levels - 1, symbol, line);
+}
+
+// The raw protocol, written the way a host writes it. Returns the symbol that landed.
+__attribute__((noinline)) const char *catch_raw(void (*body)()) {
+    const char *volatile landed = nullptr;
+    except_start_context("catch_raw", "except_test", __LINE__);
+    if (setjmp(Exc_Sp->jump_state) == 0)
+        body();
+    else
+        landed = Exc_Raised_;
+    Exc_Sp->in_handler = 1;
+    except_end_context("except_test", __LINE__);
+    return landed;
+}
+
+TEST_F(ExceptTest, RaiseLandsInHandlerWithSymbolFileAndLine) {
+    const char *landed = catch_raw([] { raise_from_depth(0, GENERAL_ERROR, 4242); });
+    EXPECT_EQ(landed, GENERAL_ERROR);
+    EXPECT_EQ(Exc_Raised_, GENERAL_ERROR);
+    EXPECT_STREQ(Exc_GetFile_L(), "deep");
+    EXPECT_EQ(Exc_GetLine_L(), 4242);
+    EXPECT_EQ(Exc_Status, 0);
+    EXPECT_EQ(Exc_Status_Symbol, nullptr);
+}
+
+TEST_F(ExceptTest, SymbolsCompareByIdentityNotText) {
+    static const char other_general[] = "GENERAL_ERROR";
+    const char *landed = catch_raw([] { raise_from_depth(0, other_general, 1); });
+    EXPECT_EQ(landed, other_general);
+    EXPECT_NE(landed, GENERAL_ERROR);
+    EXPECT_STREQ(ALLOC_FAILURE, "ALLOC_FAILURE");
+    EXPECT_STREQ(ZRK_MESSAGE_SET_FAILURE, "ZRK_MESSAGE_SET_FAILURE");
+}
+
+TEST_F(ExceptTest, DestructorsBetweenRaiseAndOpenerRunExactlyOnce) {
+    const char *landed = catch_raw([] { raise_from_depth(5, PRIVATE_FAILURE, 1); });
+    EXPECT_EQ(landed, PRIVATE_FAILURE);
+    EXPECT_EQ(Counted::destroyed, 6);
+    EXPECT_EQ(Counted::alive, 0);
+}
+
+TEST_F(ExceptTest, GuardedHelperUnwindsObjectsMadeInItsBody) {
+    const char *seen = nullptr;
+    bool completed = qv::guarded(
+        "guarded", "except_test", __LINE__,
+        [&] {
+            Counted in_body;
+            std::string text(100, 'x'); // a heap block that must not leak
+            raise_from_depth(2, PRIVATE_FAILURE, 7);
+        },
+        [&](const char *raised) { seen = raised; });
+    EXPECT_FALSE(completed);
+    EXPECT_EQ(seen, PRIVATE_FAILURE);
+    EXPECT_EQ(Counted::destroyed, 4);
+    EXPECT_EQ(Counted::alive, 0);
+    EXPECT_EQ(Exc_Sp, nullptr);
+}
+
+TEST_F(ExceptTest, GuardedBodyThatCompletesSkipsHandler) {
+    bool handled = false;
+    EXPECT_TRUE(qv::guarded(
+        "guarded", "except_test", __LINE__, [] { Counted c; }, [&](const char *) { handled = true; }));
+    EXPECT_FALSE(handled);
+    EXPECT_EQ(Counted::destroyed, 1);
+}
+
+TEST_F(ExceptTest, NestedReraiseCarriesFirstLocationOutward) {
+    const char *outer_seen = nullptr;
+    int depth_in_outer_handler = -1;
+    qv::guarded(
+        "outer", "except_test", __LINE__,
+        [&] {
+            Counted between;
+            qv::guarded(
+                "inner", "except_test", __LINE__, [] { raise_from_depth(1, PRIVATE_FAILURE, 77); },
+                [](const char *) { except_raise(Exc_Raised_, "inner_handler", 99, 1, 0, nullptr); });
+            ADD_FAILURE() << "re-raise returned";
+        },
+        [&](const char *raised) {
+            outer_seen = raised;
+            depth_in_outer_handler = qv::context_depth();
+        });
+    EXPECT_EQ(outer_seen, PRIVATE_FAILURE);
+    EXPECT_EQ(depth_in_outer_handler, 1);
+    EXPECT_STREQ(Exc_GetFile_L(), "deep");
+    EXPECT_EQ(Exc_GetLine_L(), 77);
+    EXPECT_EQ(Counted::alive, 0);
+    EXPECT_EQ(Counted::destroyed, 3);
+}
+
+TEST_F(ExceptTest, NewSymbolFromHandlerKeepsFirstLocation) {
+    const char *outer_seen = nullptr;
+    qv::guarded(
+        "outer", "except_test", __LINE__,
+        [&] {
+            qv::guarded(
+                "inner", "except_test", __LINE__, [] { raise_from_depth(0, PRIVATE_FAILURE, 5); },
+                [](const char *) { except_raise(GENERAL_ERROR, "handler", 6, 0, 0, nullptr); });
+        },
+        [&](const char *raised) { outer_seen = raised; });
+    EXPECT_EQ(outer_seen, GENERAL_ERROR);
+    EXPECT_EQ(Exc_Raised_, GENERAL_ERROR);
+    EXPECT_STREQ(Exc_GetFile_L(), "deep");
+    EXPECT_EQ(Exc_GetLine_L(), 5);
+}
+
+TEST_F(ExceptTest, ReraiseFromOnlyHandlerReportsAndReturns) {
+    bool returned = false;
+    qv::guarded(
+        "only", "except_test", __LINE__, [] { raise_from_depth(0, PRIVATE_FAILURE, 1); },
+        [&](const char *) {
+            except_raise(Exc_Raised_, "except_test", __LINE__, 1, 0, nullptr);
+            returned = true;
+            EXPECT_EQ(qv::context_depth(), 1);
+        });
+    EXPECT_TRUE(returned);
+    EXPECT_EQ(Exc_Sp, nullptr);
+}
+
+TEST_F(ExceptTest, RaiseWithoutContextReturnsToRaiser) {
+    Exc_Raised_ = nullptr;
+    except_raise(GENERAL_ERROR, "nowhere", 3, 0, 0, nullptr);
+    EXPECT_EQ(Exc_Raised_, nullptr); // nothing jumped
+    EXPECT_EQ(qv::context_depth(), 0);
+}
+
+TEST_F(ExceptTest, ReraiseOutsideHandlerReportsAndKeepsContext) {
+    bool returned = false;
+    qv::guarded(
+        "body", "except_test", __LINE__,
+        [&] {
+            except_raise(PRIVATE_FAILURE, "body", 12, 1, 0, nullptr);
+            returned = true;
+            EXPECT_EQ(qv::context_depth(), 1);
+        },
+        [](const char *) { ADD_FAILURE() << "handler ran"; });
+    EXPECT_TRUE(returned);
+    EXPECT_EQ(Exc_GetLine_L(), 12); // the first-level details are still recorded
+}
+
+TEST_F(ExceptTest, DefaultReraiseFromBodyJumpsLikeRaise) {
+    const char *seen = nullptr;
+    qv::guarded(
+        "body", "except_test", __LINE__, [] { except_raise(PRIVATE_FAILURE, "body", 1, 2, 0, nullptr); },
+        [&](const char *raised) { seen = raised; });
+    EXPECT_EQ(seen, PRIVATE_FAILURE);
+}
+
+TEST_F(ExceptTest, StatusRaiseCarriesNumberAndName) {
+    qv::guarded(
+        "exit", "except_test", __LINE__,
+        [] { except_raise(STATUS_RAISED, "script", 9, 0, 3, "exit_code"); }, [](const char *) {});
+    EXPECT_EQ(Exc_Raised_, STATUS_RAISED);
+    EXPECT_EQ(Exc_Status, 3);
+    EXPECT_STREQ(Exc_Status_Symbol, "exit_code");
+    qv::guarded(
+        "plain", "except_test", __LINE__, [] { QV_RAISE(GENERAL_ERROR); }, [](const char *) {});
+    EXPECT_EQ(Exc_Status, 0);
+    EXPECT_EQ(Exc_Status_Symbol, nullptr);
+}
+
+TEST_F(ExceptTest, DepthFollowsOpensAndPops) {
+    for (int i = 1; i <= 5; ++i) {
+        except_start_context("f", "except_test", i);
+        EXPECT_EQ(qv::context_depth(), i);
+    }
+    exc_context *top = Exc_Sp;
+    EXPECT_EQ(top->line, 5);
+    EXPECT_STREQ(top->function_name, "f");
+    EXPECT_EQ(top->in_handler, 0);
+    for (int i = 4; i >= 0; --i) {
+        except_end_context("except_test", 100);
+        EXPECT_EQ(qv::context_depth(), i);
+    }
+    except_end_context("except_test", 101); // empty stack: reported, nothing else
+    EXPECT_EQ(qv::context_depth(), 0);
+    EXPECT_EQ(Exc_Sp, nullptr);
+}
+
+TEST_F(ExceptTest, ContextThatCannotBeAllocatedPushesNothing) {
+    TestFailAllocation_L(0);
+    EXPECT_EQ(except_start_context("f", "except_test", 1), nullptr);
+    TestFailAllocation_L(-1);
+    EXPECT_EQ(Exc_Sp, nullptr);
+    EXPECT_EQ(qv::context_depth(), 0);
+}
+
+TEST_F(ExceptTest, RaiseFromDestructorDuringUnwindLandsInItsOwnContext) {
+    struct RaisesInside {
+        const char **seen;
+        ~RaisesInside() {
+            qv::guarded(
+                "dtor", "except_test", __LINE__, [] { QV_RAISE(GENERAL_ERROR); },
+                [this](const char *raised) { *seen = raised; });
+        }
+    };
+    const char *inner = nullptr;
+    const char *outer = nullptr;
+    qv::guarded(
+        "outer", "except_test", __LINE__,
+        [&] {
+            RaisesInside r{&inner};
+            raise_from_depth(1, PRIVATE_FAILURE, 1);
+        },
+        [&](const char *raised) { outer = raised; });
+    EXPECT_EQ(inner, GENERAL_ERROR);
+    EXPECT_EQ(outer, PRIVATE_FAILURE);
+    EXPECT_STREQ(Exc_GetFile_L(), "deep"); // the landing raise's details, not the destructor's
+    EXPECT_EQ(Counted::alive, 0);
+}
+
+struct ExceptionCase {
+    uint32_t code;
+    const char *expected;
+};
+
+TEST(PackageExceptionMessage, NamesEveryCodeOfTheTable) {
+    const ExceptionCase cases[] = {
+        {0x80000002, "Software Exception 0x80000002 ( Datatype misalignment )\n"},
+        {0xC0000094, "Software Exception 0xC0000094 ( Integer divide by zero )\n"},
+        {0xC0000092, "Software Exception 0xC0000092 ( Floating-point stack overflow or underflow )\n"},
+        {0xC000013A, "Software Exception 0xC000013A ( CTRL-C )\n"},
+        {0xC00000FD, "Software Exception 0xC00000FD ( Stack overflow )\n"},
+        {0x12345678, "Unknown exception"},
+        {0, "Unknown exception"},
+    };
+    for (const auto &c : cases) {
+        QV_EXCEPTION_RECORD_T record{};
+        record.code = c.code;
+        EXPECT_STREQ(PackageExceptionMessage_L(&record), c.expected) << std::hex << c.code;
+    }
+    EXPECT_STREQ(PackageExceptionMessage_L(nullptr), "Unknown exception");
+}
+
+TEST(PackageExceptionMessage, AccessViolationAddsSecondLine) {
+    QV_EXCEPTION_RECORD_T record{};
+    record.code = 0xC0000005;
+    record.address = reinterpret_cast<void *>(0x1000);
+    record.parameter_count = 2;
+    record.parameters[0] = 1;
+    record.parameters[1] = 0x2000;
+    char expected[200];
+    std::snprintf(expected, sizeof expected,
+                  "Software Exception 0xC0000005 ( Access Violation )\nException Address %p [write at %p]\n",
+                  record.address, reinterpret_cast<void *>(0x2000));
+    EXPECT_STREQ(PackageExceptionMessage_L(&record), expected);
+    record.parameters[0] = 0;
+    EXPECT_NE(std::string(PackageExceptionMessage_L(&record)).find("[read at"), std::string::npos);
+}
+
+} // namespace
