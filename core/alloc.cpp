@@ -1,5 +1,12 @@
 // alloc.cpp - allocation helpers that raise, the test hook that fails the Nth allocation,
-// the allocation table and the formatter.
+// and the allocation table. The formatter of the same module lives in format.cpp.
+//
+// The allocation table has 1024 entries filled from index 0 upward; `used` counts the
+// entries handed out. An entry holds the address of its owner (a static pointer variable)
+// and the block that owner currently holds. The owner variable points at the entry's block
+// field, never at the block itself, so that freeing every entry can also null every owner.
+// Freeing one entry empties it but does not give it back: only Free_Alloc_Ptrs_L lowers the
+// count.
 #include <cstdlib>
 #include <cstring>
 
@@ -59,15 +66,64 @@ char *checked_strdup(const char *text, const char *module, int line) {
     return checked_strndup(text, std::strlen(text), module, line);
 }
 
+namespace {
+
+struct AllocEntry {
+    void ***owner; // the registered pointer variable; null once released
+    void *block;   // the block the owner holds through its pointer to this field
+};
+
+constexpr int32_t alloc_table_size = 1024;
+AllocEntry alloc_table[alloc_table_size];
+int32_t alloc_entries_used = 0;
+
+// Releases one entry: nulls its owner and frees its block.
+void release_entry(AllocEntry &entry) {
+    if (entry.owner != nullptr) *entry.owner = nullptr;
+    std::free(entry.block);
+    entry.owner = nullptr;
+    entry.block = nullptr;
+}
+
+} // namespace
 } // namespace qv
 
 extern "C" {
+
+QV_API void Get_Alloc_Ptr_L(void ***owner) {
+    if (owner == nullptr) return;
+    if (qv::alloc_entries_used >= qv::alloc_table_size) {
+        QV_RAISE(GENERAL_ERROR);
+        return; // no status context: nothing registered, *owner untouched
+    }
+    qv::AllocEntry &entry = qv::alloc_table[qv::alloc_entries_used++];
+    entry.owner = owner;
+    entry.block = nullptr;
+    *owner = &entry.block;
+}
+
+QV_API void Free_Alloc_Ptr_L(void ***owner) {
+    if (owner == nullptr) return;
+    for (int32_t i = 0; i < qv::alloc_entries_used; ++i) {
+        if (qv::alloc_table[i].owner == owner) {
+            qv::release_entry(qv::alloc_table[i]);
+            return;
+        }
+    }
+}
+
+QV_API int32_t Free_Alloc_Ptrs_L(void) {
+    while (qv::alloc_entries_used > 0) qv::release_entry(qv::alloc_table[--qv::alloc_entries_used]);
+    return qv::alloc_entries_used;
+}
 
 QV_API void TestFailAllocation_L(int32_t n) {
     qv::allocations_until_failure = n;
     qv::injected_failure_fired = false;
 }
 
-QV_API uint8_t TestAllocationFailed_L(void) { return qv::injected_failure_fired ? 1 : 0; }
+QV_API uint8_t TestAllocationFailed_L(void) {
+    return qv::injected_failure_fired ? 1 : 0;
+}
 
 } // extern "C"

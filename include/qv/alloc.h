@@ -10,17 +10,30 @@
  * buffer and append the result to *out (allocated when *out is null), returning *out.
  * The result is a heap text freed by the caller with free().
  * Conversions: d i (32-bit; "I64d" 64-bit; "ld" a long), u o x X (32-bit; "l" a long),
- * c, s and U (text; null prints "<NULL>"), S (a QV_STRING_T *, printed in UTF-8; a null
- * pointer takes the next argument as a plain text instead), p, f (a 32-bit float passed
- * through its bits without "l", a double with "l"), %% and any other character (printed
- * alone, the flags and width before it dropped). Flags - and 0, widths and precisions from
- * digits or "*" (a negative "*" width left-justifies, a negative "*" precision is none).
+ * c (its low byte; a byte 0 ends the result there), s and U (text; null prints "<NULL>"),
+ * S (a QV_STRING_T *: its text bytes as stored, a null text prints "<NULL>"; a null pointer
+ * takes the next argument as a plain text instead), p (the C library's %p; width ignored),
+ * f (a 32-bit float passed through its bits without "l", a double with "l"; the C library's
+ * %f with the same flags, width and precision), %% and any other character (printed alone,
+ * the flags and width before it dropped: "%+d" prints "+d"). Flags - and 0, widths and precisions
+ * from digits or "*" (a negative "*" width left-justifies, a negative "*" precision is none).
  * Padding is always with spaces; zero-fill acts through the digit count, and a 0 with
  * precision 0 still prints "0".
  *
+ * Arguments: "%f" without "l" reads an unsigned int holding the float's 32 bits (the caller
+ * passes them, e.g. after memcpy from the float), "%lf" a double; "%ld" and the other
+ * conversions with "l" read a long (64-bit here); "%I64d" reads a long long. Only "I64d" is
+ * a 64-bit form: "%I64u" prints "I" and goes on with "64u" as plain text.
+ *
  * Bad input: a null `out` formats nothing and returns null; a null format appends nothing
- * and returns *out; a width or precision written with more digits than fit an int is
- * clamped to INT_MAX and its allocation fails with ALLOC_FAILURE.
+ * and returns *out; a null owner is ignored by the allocation-table functions. A width or
+ * precision written with more digits than fit an int (or a "*" width of INT_MIN) is clamped
+ * to INT_MAX; the work buffer is kept within the int range, so an item that would pass it
+ * raises ALLOC_FAILURE without allocating.
+ * Failures: allocation failures raise ALLOC_FAILURE or ZERO_ALLOC_FAILURE from module
+ * "alloc". With no status context open the raise only reports and returns; the formatter
+ * then abandons the call, leaves *out as it was and returns it, and Get_Alloc_Ptr_L on a
+ * full table registers nothing and leaves *owner as it was.
  * Not thread-safe: one thread at a time.
  */
 #ifndef QV_ALLOC_H

@@ -1,0 +1,493 @@
+// format.cpp - the library's own formatted printing (VAsprintf_L, Asprintf_L, Asprintf8_L),
+// part of the "alloc" module.
+//
+// Every call formats into one process-wide work text and then appends that text to the
+// caller's heap text *out. The work text is registered in the allocation table (its owner
+// is `work_owner`, so *work_owner is the text) and lives until Free_Alloc_Ptrs_L releases
+// it; the next call then registers and allocates it again, which is why first use is
+// detected by the owner being null. It starts at 512 bytes and only grows: by steps of 512
+// for literal characters, to the exact need for a converted item. Once it is big enough, a
+// call allocates nothing but the result. Its size is kept within the int range; an item
+// that would pass it raises ALLOC_FAILURE.
+//
+// A conversion is %, flags (- and 0 in any order), a width (digits or *), a precision
+// (. then digits or *), a size (the exact text "I64d", or one l) and a conversion
+// character; see alloc.h for the set. Digit strings are clamped to INT_MAX rather than
+// overflowing. Integer digits are written here; %p and %f go through snprintf.
+//
+// When an allocation fails and no status context is open, the raise returns here and the
+// call is abandoned: *out is left exactly as it was and returned. Nothing that the raise's
+// own reporting might do with the formatter is relied on afterwards.
+#define QV_MODULE "alloc"
+#include <climits>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "core/raise.hpp"
+#include "qv/alloc.h"
+#include "qv/qvstring.h"
+
+namespace qv {
+namespace {
+
+constexpr std::size_t work_initial_capacity = 512;
+constexpr std::size_t work_growth_step = 512;
+constexpr std::size_t work_size_limit = INT_MAX;
+constexpr std::size_t scratch_size = 1024;
+
+void **work_owner = nullptr;   // registered in the allocation table; *work_owner is the text
+std::size_t work_capacity = 0; // bytes allocated at *work_owner
+char scratch[scratch_size];    // the texts of %p and %f
+
+constexpr char null_text[] = "<NULL>";
+constexpr char lower_hex_digits[] = "0123456789abcdef";
+constexpr char upper_hex_digits[] = "0123456789ABCDEF";
+
+// "00" "01" ... "99": decimal digits are produced two at a time.
+constexpr auto decimal_pairs = [] {
+    struct Pairs {
+        char text[200];
+    } pairs{};
+    for (int i = 0; i < 100; ++i) {
+        pairs.text[2 * i] = static_cast<char>('0' + i / 10);
+        pairs.text[2 * i + 1] = static_cast<char>('0' + i % 10);
+    }
+    return pairs;
+}();
+
+// Flags, width and precision of one conversion.
+struct Spec {
+    int width = 0;      // never negative
+    int precision = -1; // -1: none given
+    bool left = false;
+    bool zero_fill = false;
+    bool long_size = false;  // one l: a platform long, or a double for %f
+    bool sixty_four = false; // "I64d"
+};
+
+// A counted string's text as it is printed, with the temporary copy that holds it when one
+// had to be made.
+struct PrintableText {
+    const char *text = nullptr;
+    std::unique_ptr<char, decltype(&std::free)> temporary{nullptr, &std::free};
+};
+
+// The text of a counted string for printing. The bytes are printed as the string holds
+// them; converting from the string's encoding to UTF-8 belongs here, into `temporary`.
+// Must not call the formatter (it shares the work text). A null text prints "<NULL>".
+PrintableText format_counted_string(const QV_STRING_T &string) {
+    PrintableText printable;
+    printable.text = string.text;
+    return printable;
+}
+
+// Writes the digits of `value` so that they end just before `end`; returns where they
+// begin. `end` must have 22 bytes of room before it.
+char *decimal_digits(uint64_t value, char *end) {
+    while (value >= 100) {
+        const unsigned pair = static_cast<unsigned>(value % 100) * 2;
+        value /= 100;
+        *--end = decimal_pairs.text[pair + 1];
+        *--end = decimal_pairs.text[pair];
+    }
+    if (value >= 10) {
+        const unsigned pair = static_cast<unsigned>(value) * 2;
+        *--end = decimal_pairs.text[pair + 1];
+        *--end = decimal_pairs.text[pair];
+    } else {
+        *--end = static_cast<char>('0' + value);
+    }
+    return end;
+}
+
+// Digits in base 8 or 16 (`shift` 3 or 4), written as decimal_digits does.
+char *power_of_two_digits(uint64_t value, unsigned shift, const char *digits, char *end) {
+    const uint64_t mask = (uint64_t{1} << shift) - 1;
+    do {
+        *--end = digits[value & mask];
+        value >>= shift;
+    } while (value != 0);
+    return end;
+}
+
+// Reads decimal digits at `at`, moving past them; the value is clamped to INT_MAX.
+int read_count(const char *&at) {
+    int64_t value = 0;
+    for (; *at >= '0' && *at <= '9'; ++at) {
+        value = value * 10 + (*at - '0');
+        if (value > INT_MAX) value = INT_MAX;
+    }
+    return static_cast<int>(value);
+}
+
+const char *find_percent(const char *at) {
+#ifdef __GLIBC__
+    return ::strchrnul(at, '%');
+#else
+    while (*at != '\0' && *at != '%') ++at;
+    return at;
+#endif
+}
+
+float float_from_bits(unsigned int bits) {
+    static_assert(sizeof(float) == sizeof(uint32_t));
+    const auto bits32 = static_cast<uint32_t>(bits);
+    float value;
+    std::memcpy(&value, &bits32, sizeof value);
+    return value;
+}
+
+// The work text of one call: a local view of the registered buffer. Capacity changes are
+// written back to the registration as soon as they happen, so a raise leaves it sound.
+class WorkText {
+  public:
+    // Binds to the registered buffer, registering and allocating it on first use. False
+    // when that failed and the raise returned.
+    bool bind() {
+        if (work_owner == nullptr) {
+            Get_Alloc_Ptr_L(&work_owner);
+            if (work_owner == nullptr) return false;
+        }
+        if (*work_owner == nullptr) {
+            void *block = QV_CALLOC(work_initial_capacity);
+            if (block == nullptr) return false;
+            *work_owner = block;
+            work_capacity = work_initial_capacity;
+        }
+        data_ = static_cast<char *>(*work_owner);
+        capacity_ = work_capacity;
+        length_ = 0;
+        data_[0] = '\0';
+        return true;
+    }
+
+    bool append_literal(const char *text, std::size_t count) {
+        const std::size_t need = length_ + count + 1;
+        if (need > capacity_ && !grow_for_literal(need)) return false;
+        std::memcpy(data_ + length_, text, count);
+        length_ += count;
+        return true;
+    }
+
+    bool append_char(char c) {
+        if (length_ + 2 > capacity_ && !grow_for_literal(length_ + 2)) return false;
+        data_[length_++] = c;
+        return true;
+    }
+
+    // Makes room for an item of `size` bytes in a field of spec.width, writes its space
+    // padding and returns where the item's bytes go; null when growing failed.
+    char *place_item(std::size_t size, const Spec &spec) {
+        const std::size_t field = size > static_cast<std::size_t>(spec.width) ? size : spec.width;
+        const std::size_t need = length_ + field + 1;
+        if (need > capacity_ && !grow_for_item(need)) return nullptr;
+        char *at = data_ + length_;
+        const std::size_t padding = field - size;
+        if (!spec.left) {
+            std::memset(at, ' ', padding);
+            at += padding;
+        } else {
+            std::memset(at + size, ' ', padding);
+        }
+        length_ += field;
+        return at;
+    }
+
+    bool append_item(const char *text, std::size_t size, const Spec &spec) {
+        char *at = place_item(size, spec);
+        if (at == nullptr) return false;
+        std::memcpy(at, text, size);
+        return true;
+    }
+
+    // Ensures `extra` more bytes and a terminator fit, growing to exactly that need.
+    bool reserve_item(std::size_t extra) {
+        const std::size_t need = length_ + extra + 1;
+        return need <= capacity_ || grow_for_item(need);
+    }
+
+    char *end() { return data_ + length_; }
+    void advance(std::size_t count) { length_ += count; }
+    std::size_t length() const { return length_; }
+    const char *data() const { return data_; }
+
+  private:
+    bool grow_for_literal(std::size_t need) {
+        if (need > work_size_limit) {
+            QV_RAISE(ALLOC_FAILURE);
+            return false;
+        }
+        const std::size_t steps = (need - capacity_ + work_growth_step - 1) / work_growth_step;
+        const std::size_t capacity = capacity_ + steps * work_growth_step;
+        return adopt(QV_REALLOC(data_, capacity), capacity);
+    }
+
+    bool grow_for_item(std::size_t need) {
+        if (need > work_size_limit) {
+            QV_RAISE(ALLOC_FAILURE);
+            return false;
+        }
+        return adopt(QV_REALLOC(data_, need), need);
+    }
+
+    bool adopt(void *block, std::size_t capacity) {
+        if (block == nullptr) return false;
+        *work_owner = block;
+        work_capacity = capacity;
+        data_ = static_cast<char *>(block);
+        capacity_ = capacity;
+        return true;
+    }
+
+    char *data_ = nullptr;
+    std::size_t length_ = 0;
+    std::size_t capacity_ = 0;
+};
+
+// The formatting of one call: the work text, the argument list and where the result ends
+// (a %c of byte 0 ends it early, as the result is a terminated text).
+class Formatter {
+  public:
+    explicit Formatter(va_list arguments) { va_copy(arguments_, arguments); }
+    ~Formatter() { va_end(arguments_); }
+    Formatter(const Formatter &) = delete;
+    Formatter &operator=(const Formatter &) = delete;
+
+    // Formats `format` into the work text. False when an allocation failed and the raise
+    // returned.
+    bool run(const char *format) {
+        if (!work_.bind()) return false;
+        const char *at = format;
+        for (;;) {
+            const char *percent = find_percent(at);
+            if (percent != at && !work_.append_literal(at, percent - at)) return false;
+            if (*percent == '\0') break;
+            at = convert(percent + 1);
+            if (at == nullptr) return false;
+        }
+        if (result_length_ > work_.length()) result_length_ = work_.length();
+        return true;
+    }
+
+    const char *result() const { return work_.data(); }
+    std::size_t result_length() const { return result_length_; }
+
+  private:
+    // Reads one conversion after its % and appends it; returns where the format goes on,
+    // or null when an allocation failed.
+    const char *convert(const char *at) {
+        Spec spec;
+        at = read_spec(at, spec);
+        const char conversion = *at;
+        if (conversion == '\0') return at;
+        if (!dispatch(conversion, spec)) return nullptr;
+        return at + 1;
+    }
+
+    const char *read_spec(const char *at, Spec &spec) {
+        for (;; ++at) {
+            if (*at == '-')
+                spec.left = true;
+            else if (*at == '0')
+                spec.zero_fill = true;
+            else
+                break;
+        }
+        if (*at == '*') {
+            ++at;
+            const int width = va_arg(arguments_, int);
+            if (width < 0) spec.left = true;
+            spec.width = width >= 0 ? width : (width == INT_MIN ? INT_MAX : -width);
+        } else {
+            spec.width = read_count(at);
+        }
+        if (*at == '.') {
+            ++at;
+            if (*at == '*') {
+                ++at;
+                const int precision = va_arg(arguments_, int);
+                spec.precision = precision >= 0 ? precision : -1;
+            } else {
+                spec.precision = read_count(at);
+            }
+        }
+        if (std::strncmp(at, "I64d", 4) == 0) {
+            spec.sixty_four = true;
+            at += 3;
+        } else if (*at == 'l') {
+            spec.long_size = true;
+            ++at;
+        }
+        if (spec.left) spec.zero_fill = false;
+        return at;
+    }
+
+    bool dispatch(char conversion, const Spec &spec) {
+        switch (conversion) {
+            case 'd':
+            case 'i': return put_signed(spec);
+            case 'u': return put_unsigned(read_unsigned(spec), spec, 10, nullptr);
+            case 'o': return put_unsigned(read_unsigned(spec), spec, 3, lower_hex_digits);
+            case 'x': return put_unsigned(read_unsigned(spec), spec, 4, lower_hex_digits);
+            case 'X': return put_unsigned(read_unsigned(spec), spec, 4, upper_hex_digits);
+            case 'c': return put_char(spec);
+            case 's':
+            case 'U': return put_text(va_arg(arguments_, const char *), spec);
+            case 'S': return put_counted_string(spec);
+            case 'p': return put_pointer();
+            case 'f': return put_float(spec);
+            default: return work_.append_char(conversion);
+        }
+    }
+
+    uint64_t read_unsigned(const Spec &spec) {
+        if (spec.long_size) return va_arg(arguments_, unsigned long);
+        return va_arg(arguments_, unsigned int);
+    }
+
+    bool put_signed(const Spec &spec) {
+        int64_t value;
+        if (spec.sixty_four)
+            value = va_arg(arguments_, long long);
+        else if (spec.long_size)
+            value = va_arg(arguments_, long);
+        else
+            value = va_arg(arguments_, int);
+        const bool negative = value < 0;
+        // Negating in unsigned arithmetic keeps the most negative value exact.
+        const uint64_t magnitude = negative ? 0 - static_cast<uint64_t>(value) : value;
+        return put_integer(magnitude, negative, spec, 10, nullptr);
+    }
+
+    bool put_unsigned(uint64_t value, const Spec &spec, unsigned shift, const char *digits) {
+        return put_integer(value, false, spec, shift, digits);
+    }
+
+    // Sign, zeros up to the minimum digit count, then the digits. `shift` 10 means decimal,
+    // otherwise the bits per digit of `digits`.
+    bool put_integer(uint64_t magnitude, bool negative, const Spec &spec, unsigned shift,
+                     const char *digits) {
+        char buffer[24];
+        char *end = buffer + sizeof buffer;
+        const char *first = shift == 10 ? decimal_digits(magnitude, end)
+                                        : power_of_two_digits(magnitude, shift, digits, end);
+        const auto count = static_cast<std::size_t>(end - first);
+        std::size_t minimum = 1;
+        if (spec.precision >= 0)
+            minimum = spec.precision;
+        else if (spec.zero_fill && spec.width > static_cast<int>(negative))
+            minimum = spec.width - static_cast<int>(negative);
+        const std::size_t zeros = minimum > count ? minimum - count : 0;
+        char *at = work_.place_item(negative + zeros + count, spec);
+        if (at == nullptr) return false;
+        if (negative) *at++ = '-';
+        std::memset(at, '0', zeros);
+        std::memcpy(at + zeros, first, count);
+        return true;
+    }
+
+    bool put_char(const Spec &spec) {
+        const char c = static_cast<char>(va_arg(arguments_, int));
+        if (c == '\0' && result_length_ > work_.length()) result_length_ = work_.length();
+        return work_.append_item(&c, 1, spec);
+    }
+
+    bool put_text(const char *text, const Spec &spec) {
+        if (text == nullptr) text = null_text;
+        const std::size_t size =
+            spec.precision >= 0 ? strnlen(text, spec.precision) : std::strlen(text);
+        return work_.append_item(text, size, spec);
+    }
+
+    // A null counted string takes the next argument as a plain text instead.
+    bool put_counted_string(const Spec &spec) {
+        const auto *string = va_arg(arguments_, const QV_STRING_T *);
+        if (string == nullptr) return put_text(va_arg(arguments_, const char *), spec);
+        const PrintableText printable = format_counted_string(*string);
+        return put_text(printable.text, spec);
+    }
+
+    bool put_pointer() {
+        const int size = std::snprintf(scratch, scratch_size, "%p", va_arg(arguments_, void *));
+        if (size <= 0) return true;
+        return work_.append_item(scratch, static_cast<std::size_t>(size), Spec{});
+    }
+
+    // Equivalent to snprintf with "%" + flags - and 0 + width + "." precision + "lf". The
+    // width is reserved first, so an impossible width raises before snprintf sees it.
+    bool put_float(const Spec &spec) {
+        const double value = spec.long_size ? va_arg(arguments_, double)
+                                            : float_from_bits(va_arg(arguments_, unsigned int));
+        if (!work_.reserve_item(spec.width)) return false;
+        const char *format = spec.left ? "%-*.*lf" : spec.zero_fill ? "%0*.*lf" : "%*.*lf";
+        const int size =
+            std::snprintf(scratch, scratch_size, format, spec.width, spec.precision, value);
+        if (size < 0) return true; // a text beyond the int range prints nothing
+        const auto length = static_cast<std::size_t>(size);
+        if (length < scratch_size) return work_.append_item(scratch, length, Spec{});
+        if (!work_.reserve_item(length)) return false;
+        std::snprintf(work_.end(), length + 1, format, spec.width, spec.precision, value);
+        work_.advance(length);
+        return true;
+    }
+
+    WorkText work_;
+    va_list arguments_;
+    std::size_t result_length_ = SIZE_MAX;
+};
+
+// Appends `size` bytes of `text` to the heap text *out (making it when null). False when
+// the allocation failed and the raise returned; *out is then unchanged.
+bool append_result(char **out, const char *text, std::size_t size) {
+    if (*out == nullptr) {
+        auto *fresh = static_cast<char *>(QV_MALLOC(size + 1));
+        if (fresh == nullptr) return false;
+        std::memcpy(fresh, text, size);
+        fresh[size] = '\0';
+        *out = fresh;
+        return true;
+    }
+    const std::size_t old_size = std::strlen(*out);
+    auto *grown = static_cast<char *>(QV_REALLOC(*out, old_size + size + 1));
+    if (grown == nullptr) return false;
+    std::memcpy(grown + old_size, text, size);
+    grown[old_size + size] = '\0';
+    *out = grown;
+    return true;
+}
+
+} // namespace
+} // namespace qv
+
+extern "C" {
+
+QV_API char *VAsprintf_L(char **out, const char *format, va_list arguments) {
+    if (out == nullptr) return nullptr;
+    if (format == nullptr) return *out;
+    qv::Formatter formatter(arguments);
+    if (!formatter.run(format)) return *out;
+    qv::append_result(out, formatter.result(), formatter.result_length());
+    return *out;
+}
+
+QV_API char *Asprintf_L(char **out, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    char *result = VAsprintf_L(out, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+QV_API char *Asprintf8_L(char **out, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    char *result = VAsprintf_L(out, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+} // extern "C"
