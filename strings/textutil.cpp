@@ -1,0 +1,423 @@
+// textutil.cpp - general routines on terminated byte texts: wildcard matching, soundex,
+// padding, trimming, translation, case copying, quote recognition, the checksum fold and
+// UUIDs.
+//
+// The plain forms treat one byte as one character; the ...8 forms step over UTF-8
+// characters with the encoding service's decoder (an invalid sequence is one character),
+// so both give the same answers on ASCII text. Letter case here is ASCII only.
+#include <array>
+#include <bit>
+#include <cstring>
+#include <random>
+
+#include <sys/random.h>
+
+#include "core/raise.hpp"
+#include "qv/encoding.h"
+#include "qv/textutil.h"
+
+namespace {
+
+const char *or_empty(const char *text) {
+    return text != nullptr ? text : "";
+}
+
+bool is_ascii_upper(unsigned char c) {
+    return c >= 'A' && c <= 'Z';
+}
+bool is_ascii_lower(unsigned char c) {
+    return c >= 'a' && c <= 'z';
+}
+bool is_ascii_letter(unsigned char c) {
+    return is_ascii_upper(c) || is_ascii_lower(c);
+}
+char to_ascii_upper(char c) {
+    return is_ascii_lower(c) ? static_cast<char>(c - 'a' + 'A') : c;
+}
+char to_ascii_lower(char c) {
+    return is_ascii_upper(c) ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// White space of the byte forms: the ASCII members of Unicode's White_Space.
+bool is_byte_space(unsigned char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+// Bytes taken by the character at `text` (at least 1 unless at the terminator).
+size_t utf8_step(const char *text) {
+    if (*text == '\0') return 0;
+    if (static_cast<unsigned char>(*text) < 0x80) return 1;
+    int32_t ignored;
+    // The terminator is never a trail byte, so a bound of 4 cannot read past it.
+    size_t length = strnlen(text, 4);
+    return static_cast<size_t>(DecodeUTF8_L(text, static_cast<int32_t>(length), &ignored));
+}
+
+size_t utf8_code_point(const char *text, int32_t *code_point) {
+    size_t length = strnlen(text, 4);
+    return static_cast<size_t>(DecodeUTF8_L(text, static_cast<int32_t>(length), code_point));
+}
+
+// ---------------------------------------------------------------------------------------
+// Wildcard matching
+// ---------------------------------------------------------------------------------------
+
+// Matches text against a LIKE pattern without recursion: on a mismatch it goes back to the
+// last "%" seen and lets it swallow one more character. Each "%" only moves forward, so
+// the work is at most (text length x pattern length) and usually linear. `step` gives the
+// bytes of one character at a position (1 for the byte form).
+template <class Step>
+bool like_match(const char *text, const char *pattern, Step step) {
+    const char *t = text;
+    const char *p = pattern;
+    const char *star_pattern = nullptr; // pattern just after the last "%" run
+    const char *star_text = nullptr;    // where that "%" currently stops swallowing
+    for (;;) {
+        if (*p == '%') {
+            while (*p == '%') ++p;
+            if (*p == '\0') return true; // a trailing "%" takes the rest
+            star_pattern = p;
+            star_text = t;
+            continue;
+        }
+        if (*t == '\0') {
+            if (*p == '\0') return true;
+            return false; // only "%"s could still match nothing, and they were handled above
+        }
+        bool matched = false;
+        size_t pattern_step = 0;
+        size_t text_step = 0;
+        if (*p == '_') {
+            matched = true;
+            pattern_step = 1;
+            text_step = step(t);
+        } else if (*p != '\0') {
+            const char *literal = p;
+            if (*p == '\\' && p[1] != '\0') ++literal;
+            size_t length = step(literal);
+            matched = std::strncmp(literal, t, length) == 0;
+            pattern_step = static_cast<size_t>(literal - p) + length;
+            text_step = length;
+        }
+        if (matched) {
+            p += pattern_step;
+            t += text_step;
+        } else if (star_pattern != nullptr) {
+            star_text += step(star_text);
+            t = star_text;
+            p = star_pattern;
+        } else {
+            return false;
+        }
+    }
+}
+
+size_t byte_step(const char *text) {
+    return *text != '\0' ? 1 : 0;
+}
+
+// ---------------------------------------------------------------------------------------
+// Soundex
+// ---------------------------------------------------------------------------------------
+
+// Digit of each letter A-Z; '0' for vowels (they separate equal digits) and '-' for H and W
+// (they do not).
+constexpr std::array<char, 26> soundex_digits = {
+    '0', '1', '2', '3', '0', '1', '2', '-', '0', '2', '2', '4', '5',
+    '5', '0', '1', '2', '6', '2', '3', '0', '1', '-', '2', '0', '2',
+};
+static_assert(soundex_digits['R' - 'A'] == '6' && soundex_digits['W' - 'A'] == '-' &&
+              soundex_digits['Z' - 'A'] == '2');
+
+char soundex_digit(unsigned char letter) {
+    return soundex_digits[to_ascii_upper(letter) - 'A'];
+}
+
+// ---------------------------------------------------------------------------------------
+// Padding
+// ---------------------------------------------------------------------------------------
+
+// Byte length of the first `count` characters of text, or of all when it has fewer;
+// *characters receives how many were counted.
+template <class Step>
+size_t prefix_bytes(const char *text, int64_t count, int64_t *characters, Step step) {
+    size_t bytes = 0;
+    int64_t seen = 0;
+    for (; seen < count && text[bytes] != '\0'; ++seen) bytes += step(text + bytes);
+    *characters = seen;
+    return bytes;
+}
+
+// Builds the padded text; null when allocation fails (ALLOC_FAILURE raised).
+template <class Step>
+char *pad_text(const char *text, int32_t length, const char *pad, int32_t at_left, Step step) {
+    text = or_empty(text);
+    if (pad == nullptr || *pad == '\0') pad = " ";
+    if (length <= 0) return QV_STRDUP("");
+    int64_t kept = 0;
+    size_t kept_bytes = prefix_bytes(text, length, &kept, step);
+    int64_t missing = length - kept;
+    // Bytes of the padding: whole repetitions of pad, then a prefix of it.
+    int64_t pad_characters = 0;
+    size_t pad_bytes_all = prefix_bytes(pad, INT64_MAX, &pad_characters, step);
+    int64_t whole = missing / pad_characters;
+    int64_t part = 0;
+    size_t part_bytes = prefix_bytes(pad, missing % pad_characters, &part, step);
+    size_t padding = static_cast<size_t>(whole) * pad_bytes_all + part_bytes;
+    auto *out = static_cast<char *>(QV_MALLOC(kept_bytes + padding + 1));
+    if (out == nullptr) return nullptr;
+    char *at = out;
+    auto put_padding = [&] {
+        for (int64_t i = 0; i < whole; ++i, at += pad_bytes_all)
+            std::memcpy(at, pad, pad_bytes_all);
+        std::memcpy(at, pad, part_bytes);
+        at += part_bytes;
+    };
+    if (at_left) put_padding();
+    std::memcpy(at, text, kept_bytes);
+    at += kept_bytes;
+    if (!at_left) put_padding();
+    *at = '\0';
+    return out;
+}
+
+// ---------------------------------------------------------------------------------------
+// Trimming
+// ---------------------------------------------------------------------------------------
+
+// True when the UTF-8 character [c, c+length) is one of the characters of `set`.
+bool in_utf8_set(const char *c, size_t length, const char *set) {
+    for (const char *s = set; *s != '\0';) {
+        size_t step = utf8_step(s);
+        if (step == length && std::memcmp(s, c, length) == 0) return true;
+        s += step;
+    }
+    return false;
+}
+
+// Trims whatever `trimmed(position, &bytes)` accepts, stepping character by character.
+template <class Trimmed>
+char *trim_characters(char *text, int32_t where, Trimmed trimmed) {
+    if (text == nullptr) return nullptr;
+    size_t start = 0;
+    size_t length = std::strlen(text);
+    size_t step = 0;
+    if (where & QV_TRIM_LEFT)
+        while (start < length && trimmed(text + start, &step)) start += step;
+    size_t end = length;
+    if (where & QV_TRIM_RIGHT) {
+        // Walk forward: the end is just after the last character that stays.
+        end = start;
+        for (size_t at = start; at < length; at += step)
+            if (!trimmed(text + at, &step)) end = at + step;
+    }
+    std::memmove(text, text + start, end - start);
+    text[end - start] = '\0';
+    return text;
+}
+
+// ---------------------------------------------------------------------------------------
+// Checksum fold: the reflected CRC-32 table, sliced eight bytes at a time
+// ---------------------------------------------------------------------------------------
+
+using CrcTables = std::array<std::array<uint32_t, 256>, 8>;
+
+constexpr CrcTables make_crc_tables() {
+    CrcTables tables{};
+    for (uint32_t i = 0; i < 256; ++i) {
+        uint32_t c = i;
+        for (int bit = 0; bit < 8; ++bit) c = (c & 1) ? (c >> 1) ^ 0xEDB88320u : c >> 1;
+        tables[0][i] = c;
+    }
+    // tables[k][i]: the fold of byte i followed by k zero bytes.
+    for (size_t k = 1; k < 8; ++k)
+        for (size_t i = 0; i < 256; ++i)
+            tables[k][i] = (tables[k - 1][i] >> 8) ^ tables[0][tables[k - 1][i] & 0xFF];
+    return tables;
+}
+constexpr CrcTables crc_tables = make_crc_tables();
+static_assert(crc_tables[0][1] == 0x77073096u && crc_tables[0][255] == 0x2D02EF8Du);
+
+uint32_t fold_bytewise(uint32_t crc, const uint8_t *p, size_t length) {
+    for (size_t i = 0; i < length; ++i) crc = crc_tables[0][(p[i] ^ crc) & 0xFF] ^ (crc >> 8);
+    return crc;
+}
+
+uint32_t fold(uint32_t crc, const uint8_t *p, size_t length) {
+    if constexpr (std::endian::native == std::endian::little) {
+        const auto &t = crc_tables;
+        for (; length >= 8; p += 8, length -= 8) {
+            uint64_t word;
+            std::memcpy(&word, p, 8);
+            word ^= crc;
+            crc = t[7][word & 0xFF] ^ t[6][(word >> 8) & 0xFF] ^ t[5][(word >> 16) & 0xFF] ^
+                  t[4][(word >> 24) & 0xFF] ^ t[3][(word >> 32) & 0xFF] ^
+                  t[2][(word >> 40) & 0xFF] ^ t[1][(word >> 48) & 0xFF] ^ t[0][word >> 56];
+        }
+    }
+    return fold_bytewise(crc, p, length);
+}
+
+// ---------------------------------------------------------------------------------------
+// UUIDs
+// ---------------------------------------------------------------------------------------
+
+void random_bytes(uint8_t *out, size_t count) {
+    ssize_t got = getrandom(out, count, 0);
+    if (got == static_cast<ssize_t>(count)) return;
+    // No kernel source of randomness: fall back to a generator seeded once.
+    thread_local std::mt19937_64 generator{std::random_device{}()};
+    for (size_t i = 0; i < count; ++i) out[i] = static_cast<uint8_t>(generator() >> 56);
+}
+
+} // namespace
+
+extern "C" uint8_t Is_Like_L(const char *text, const char *pattern) {
+    if (pattern == nullptr) return 1;
+    return like_match(or_empty(text), pattern, byte_step) ? 1 : 0;
+}
+
+extern "C" uint8_t Is_Like8_L(const char *text, const char *pattern) {
+    if (pattern == nullptr) return 1;
+    return like_match(or_empty(text), pattern, utf8_step) ? 1 : 0;
+}
+
+// American Soundex: the first letter, then the digits of the following letters, where a
+// letter with the digit of the letter before it (H and W between them do not count, a
+// vowel does) adds nothing; cut or padded with zeros to three digits. Characters other than
+// ASCII letters are skipped.
+extern "C" char *Soundex_L(const char *text, char *out) {
+    if (out == nullptr) return nullptr;
+    out[0] = '\0';
+    const auto *p = reinterpret_cast<const unsigned char *>(or_empty(text));
+    while (*p != '\0' && !is_ascii_letter(*p)) ++p;
+    if (*p == '\0') return out;
+    out[0] = to_ascii_upper(static_cast<char>(*p));
+    char previous = soundex_digit(*p);
+    int digits = 0;
+    for (++p; *p != '\0' && digits < 3; ++p) {
+        if (!is_ascii_letter(*p)) continue;
+        char digit = soundex_digit(*p);
+        if (digit == '-') continue;
+        if (digit != '0' && digit != previous) out[1 + digits++] = digit;
+        previous = digit;
+    }
+    while (digits < 3) out[1 + digits++] = '0';
+    out[4] = '\0';
+    return out;
+}
+
+extern "C" char *Pad_L(const char *text, int32_t length, const char *pad, int32_t at_left) {
+    return pad_text(text, length, pad, at_left, byte_step);
+}
+
+extern "C" char *Pad8_L(const char *text, int32_t length, const char *pad, int32_t at_left) {
+    return pad_text(text, length, pad, at_left, utf8_step);
+}
+
+extern "C" char *TrimUtil_L(char *text, const char *set, int32_t where) {
+    return trim_characters(text, where, [set](const char *c, size_t *step) {
+        *step = 1;
+        if (set == nullptr) return is_byte_space(static_cast<unsigned char>(*c));
+        return std::strchr(set, *c) != nullptr;
+    });
+}
+
+extern "C" char *TrimUtil8_L(char *text, const char *set, int32_t where) {
+    return trim_characters(text, where, [set](const char *c, size_t *step) {
+        int32_t code_point;
+        *step = utf8_code_point(c, &code_point);
+        if (set == nullptr) return IsSpaceCodePoint_L(code_point) != 0;
+        return in_utf8_set(c, *step, set);
+    });
+}
+
+extern "C" char *RTrim_L(char *text) {
+    return TrimUtil_L(text, nullptr, QV_TRIM_RIGHT);
+}
+
+extern "C" char *Translate_L(char *text, const char *from, const char *to) {
+    if (text == nullptr || from == nullptr) return text;
+    to = or_empty(to);
+    // Per byte: -1 keeps it, -2 removes it, else the byte it becomes. The first mention of
+    // a byte in `from` decides.
+    std::array<int, 256> map;
+    map.fill(-1);
+    size_t to_length = std::strlen(to);
+    for (size_t i = 0; from[i] != '\0'; ++i) {
+        auto &slot = map[static_cast<unsigned char>(from[i])];
+        if (slot == -1) slot = i < to_length ? static_cast<unsigned char>(to[i]) : -2;
+    }
+    char *write = text;
+    for (const char *read = text; *read != '\0'; ++read) {
+        int mapped = map[static_cast<unsigned char>(*read)];
+        if (mapped == -1)
+            *write++ = *read;
+        else if (mapped >= 0)
+            *write++ = static_cast<char>(mapped);
+    }
+    *write = '\0';
+    return text;
+}
+
+// The model decides: all upper when it has letters and none is lower case; capitalised
+// when its first byte is an upper-case letter; otherwise all lower.
+extern "C" char *CopyCaps_L(char *target, const char *source, const char *model) {
+    if (target == nullptr) return nullptr;
+    source = or_empty(source);
+    model = or_empty(model);
+    bool has_letter = false, has_lower = false;
+    for (const auto *m = reinterpret_cast<const unsigned char *>(model); *m != '\0'; ++m) {
+        has_letter = has_letter || is_ascii_letter(*m);
+        has_lower = has_lower || is_ascii_lower(*m);
+    }
+    bool all_upper = has_letter && !has_lower;
+    bool capitalised = is_ascii_upper(static_cast<unsigned char>(model[0]));
+    bool first_letter = true;
+    size_t i = 0;
+    for (; source[i] != '\0'; ++i) {
+        char c = source[i];
+        bool upper = all_upper || (capitalised && first_letter);
+        target[i] = upper ? to_ascii_upper(c) : to_ascii_lower(c);
+        if (is_ascii_letter(static_cast<unsigned char>(c))) first_letter = false;
+    }
+    target[i] = '\0';
+    return target;
+}
+
+extern "C" uint8_t IsQuoted_L(const char *text, int32_t *length) {
+    text = or_empty(text);
+    size_t bytes = std::strlen(text);
+    if (length != nullptr) *length = static_cast<int32_t>(bytes);
+    if (bytes < 2 || text[0] != '\'' || text[bytes - 1] != '\'') return 0;
+    int32_t inner = 0;
+    for (size_t i = 1; i < bytes - 1; ++i, ++inner) {
+        if (text[i] != '\'') continue;
+        if (i + 1 >= bytes - 1 || text[i + 1] != '\'') return 0;
+        ++i;
+    }
+    if (length != nullptr) *length = inner;
+    return 1;
+}
+
+extern "C" uint32_t crc32_L(uint32_t previous, const void *bytes, size_t length) {
+    if (bytes == nullptr) length = 0;
+    return ~fold(previous, static_cast<const uint8_t *>(bytes), length);
+}
+
+extern "C" char *CreateUUID_L(char *out) {
+    if (out == nullptr) return nullptr;
+    uint8_t bytes[16];
+    random_bytes(bytes, sizeof bytes);
+    bytes[6] = static_cast<uint8_t>((bytes[6] & 0x0F) | 0x40); // version 4
+    bytes[8] = static_cast<uint8_t>((bytes[8] & 0x3F) | 0x80); // variant 10xx
+    static constexpr char hex[] = "0123456789abcdef";
+    char *at = out;
+    for (int i = 0; i < 16; ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10) *at++ = '-';
+        *at++ = hex[bytes[i] >> 4];
+        *at++ = hex[bytes[i] & 0x0F];
+    }
+    *at = '\0';
+    return out;
+}
