@@ -1,0 +1,718 @@
+// feedback.cpp - feedback classes, trace selections, the log file, debug output and the
+// interrupt flag.
+//
+// Data model. The class table is a heap array in registration order; the index is the class
+// number. Each entry holds its name (a heap copy, upper-cased), level, flags and whether it
+// is active. The trace selections are the trimmed, non-empty items of the comma-separated
+// trace setting, kept as heap texts in the order given; "*" sets the all-selected switch
+// instead of being stored. A class is active when it has flag 8 or its name is selected.
+//
+// One text written to a class goes, by the class's flags and level:
+//   - to the log file when one is open: the prefix "[%-10.10s - %s] " (flag 32), an empty
+//     line first when a flag-64 write follows a write without flag 64, every "\n" written as
+//     "\r\n", then a flush;
+//   - to standard output when standard feedback is on and the class has flag 16, wrapped at
+//     the feedback width (see wrap_lines);
+//   - to standard error when the class's level is 2 or lower (errors) and no log file is
+//     open, so that errors are never lost.
+// Texts are formatted with VAsprintf_L into a tracked heap text that starts at 512 bytes.
+// A feedback call made while another is formatting or writing (a raise traced from inside
+// the formatter, an error while opening the log file) writes nothing: the formatter's work
+// buffer and the output buffer are not re-entrant.
+//
+// Interrupts: the requested flag is a volatile sig_atomic_t so that a signal handler may set
+// it; the rest of the state is plain, one thread at a time.
+#include <strings.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "core/raise.hpp"
+#include "qv/alloc.h"
+#include "qv/feedback.h"
+#include "qv/platform.h"
+
+// Exported through their declarations in feedback.h.
+extern "C" {
+const int32_t X_Error_FL = 0;
+const int32_t X_Warning_FL = 1;
+const int32_t X_Info_FL = 2;
+const int32_t X_InfoS_FL = 3;
+const int32_t X_Progress_FL = 4;
+const int32_t X_Detail_FL = 5;
+const int32_t X_Internal_FL = 6;
+const int32_t X_User_FL = 7;
+const int32_t X_Variable_FL = 8;
+}
+
+namespace qv {
+
+// The text of the trace setting "TRACE_VALUES" as a heap text (caller frees), or null when
+// it is not set. Read from the preference store until the expression language's variables
+// can be asked.
+char *trace_values_text() {
+    return GetPreference_L("TRACE_VALUES");
+}
+
+} // namespace qv
+
+namespace {
+
+struct StandardClass {
+    const char *name;
+    uint8_t level;
+    uint32_t flags;
+};
+
+// Registered in this order by InitialiseFeedback_L; the index is the exported X_..._FL.
+constexpr StandardClass standard_classes[] = {
+    {"Error", 2, 8},     {"Warning", 3, 88},  {"Info", 4, 24},
+    {"Info_S", 4, 8},    {"Progress", 4, 48}, {"Detail", 4, 48},
+    {"Internal", 4, 48}, {"User", 4, 48},     {"Variable", 4, 48},
+};
+static_assert(std::size(standard_classes) == 9);
+
+constexpr int32_t default_width = 1024;
+constexpr std::size_t output_buffer_start = 512;
+constexpr uint8_t error_level = 2;
+constexpr int32_t stdout_stream = 1;
+constexpr int32_t stderr_stream = 2;
+
+struct FeedbackClass {
+    char *name;
+    uint8_t level;
+    uint32_t flags;
+    uint8_t active;
+};
+
+enum class LastWrite { nothing, plain, block };
+
+struct FeedbackState {
+    FeedbackClass *classes = nullptr;
+    int32_t class_count = 0;
+    int32_t class_capacity = 0;
+    char **selections = nullptr;
+    int32_t selection_count = 0;
+
+    bool busy = false;
+    bool initialised = false;
+    bool all_selected = false;
+    bool standard_feedback = true;
+    int32_t width = 0;
+    int writing = 0;
+
+    FILE *file = nullptr;
+    char *file_path = nullptr;
+    bool ascii_file = false;
+    LastWrite last_write = LastWrite::nothing;
+
+    QV_FEEDBACK_WRITER_T writer = nullptr;
+    void *writer_context = nullptr;
+
+    bool interrupts_active = false;
+    bool interrupt_delivered = false;
+    void (*pump)() = nullptr;
+};
+
+FeedbackState state;
+volatile std::sig_atomic_t interrupt_requested = 0;
+
+// Registered output buffer (tracked by the allocation table): *output_owner is the block.
+void **output_owner = nullptr;
+
+// Sets a switch for the life of a scope; raises unwind through it, so it always resets.
+class ScopedFlag {
+  public:
+    explicit ScopedFlag(bool &flag) : flag_(flag) { flag_ = true; }
+    ScopedFlag(const ScopedFlag &) = delete;
+    ScopedFlag &operator=(const ScopedFlag &) = delete;
+    ~ScopedFlag() { flag_ = false; }
+
+  private:
+    bool &flag_;
+};
+
+class ScopedWriting {
+  public:
+    ScopedWriting() { ++state.writing; }
+    ScopedWriting(const ScopedWriting &) = delete;
+    ScopedWriting &operator=(const ScopedWriting &) = delete;
+    ~ScopedWriting() { --state.writing; }
+};
+
+// ---- selections -------------------------------------------------------------------------
+
+bool is_blank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+std::string_view trim(std::string_view text) {
+    while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && is_blank(text.back())) text.remove_suffix(1);
+    return text;
+}
+
+bool same_name(const char *a, const char *b) {
+    return strcasecmp(a, b) == 0;
+}
+
+void free_selections() {
+    for (int32_t i = 0; i < state.selection_count; ++i) std::free(state.selections[i]);
+    std::free(state.selections);
+    state.selections = nullptr;
+    state.selection_count = 0;
+    state.all_selected = false;
+}
+
+// Appends one selection; false when an allocation failed (no context caught it).
+bool add_selection(std::string_view item) {
+    if (item == "*") {
+        state.all_selected = true;
+        return true;
+    }
+    char *copy = QV_STRNDUP(item.data(), item.size());
+    if (copy == nullptr) return false;
+    auto *grown = static_cast<char **>(
+        QV_REALLOC(state.selections, sizeof(char *) * (state.selection_count + 1)));
+    if (grown == nullptr) {
+        std::free(copy);
+        return false;
+    }
+    state.selections = grown;
+    state.selections[state.selection_count++] = copy;
+    return true;
+}
+
+struct HeapText {
+    char *text = nullptr;
+    HeapText() = default;
+    explicit HeapText(char *owned) : text(owned) {}
+    HeapText(const HeapText &) = delete;
+    HeapText &operator=(const HeapText &) = delete;
+    ~HeapText() { std::free(text); }
+};
+
+void read_selections() {
+    free_selections();
+    HeapText setting(qv::trace_values_text());
+    if (setting.text == nullptr) return;
+    std::string_view rest(setting.text);
+    while (true) {
+        std::size_t comma = rest.find(',');
+        std::string_view item = trim(rest.substr(0, comma));
+        if (!item.empty() && !add_selection(item)) return;
+        if (comma == std::string_view::npos) return;
+        rest.remove_prefix(comma + 1);
+    }
+}
+
+bool is_selected(const char *name) {
+    if (state.all_selected) return true;
+    if (name == nullptr) return false;
+    for (int32_t i = 0; i < state.selection_count; ++i)
+        if (same_name(state.selections[i], name)) return true;
+    return false;
+}
+
+uint8_t class_activity(const FeedbackClass &entry) {
+    return (entry.flags & QV_FEEDBACK_ALWAYS) != 0 || is_selected(entry.name) ? 1 : 0;
+}
+
+// ---- class table ------------------------------------------------------------------------
+
+int32_t find_class(const char *name) {
+    for (int32_t i = 0; i < state.class_count; ++i)
+        if (same_name(state.classes[i].name, name)) return i;
+    return state.class_count;
+}
+
+char *upper_copy(const char *name) {
+    char *copy = QV_STRDUP(name);
+    if (copy == nullptr) return nullptr;
+    for (char *c = copy; *c != '\0'; ++c)
+        *c = static_cast<char>(std::toupper(static_cast<unsigned char>(*c)));
+    return copy;
+}
+
+bool reserve_class_slot() {
+    if (state.class_count < state.class_capacity) return true;
+    int32_t capacity = state.class_capacity == 0 ? 16 : state.class_capacity * 2;
+    auto *grown = static_cast<FeedbackClass *>(
+        QV_REALLOC(state.classes, sizeof(FeedbackClass) * static_cast<std::size_t>(capacity)));
+    if (grown == nullptr) return false;
+    state.classes = grown;
+    state.class_capacity = capacity;
+    return true;
+}
+
+// Registers or updates a class; the initialisation check is the caller's. -1 on failure.
+int32_t register_class(const char *name, uint8_t level, uint32_t flags) {
+    int32_t number = find_class(name);
+    if (number == state.class_count) {
+        if (!reserve_class_slot()) return -1;
+        char *copy = upper_copy(name);
+        if (copy == nullptr) return -1;
+        state.classes[number] = FeedbackClass{copy, level, flags, 0};
+        ++state.class_count;
+    }
+    FeedbackClass &entry = state.classes[number];
+    entry.level = level;
+    entry.flags = flags;
+    entry.active = class_activity(entry);
+    return number;
+}
+
+void free_classes() {
+    for (int32_t i = 0; i < state.class_count; ++i) std::free(state.classes[i].name);
+    std::free(state.classes);
+    state.classes = nullptr;
+    state.class_count = 0;
+    state.class_capacity = 0;
+}
+
+const FeedbackClass *active_class(int32_t number) {
+    if (state.busy || number < 0 || number >= state.class_count) return nullptr;
+    const FeedbackClass &entry = state.classes[number];
+    return state.all_selected || entry.active ? &entry : nullptr;
+}
+
+// ---- writing ----------------------------------------------------------------------------
+
+void emit(int32_t stream, std::string_view text) {
+    if (text.empty()) return;
+    if (state.writer != nullptr) {
+        state.writer(stream, text.data(), text.size(), state.writer_context);
+        return;
+    }
+    FILE *out = stream == stderr_stream ? stderr : stdout;
+    std::fwrite(text.data(), 1, text.size(), out);
+    std::fflush(out);
+}
+
+bool starts_character(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+}
+
+// Byte offset just past the first `count` UTF-8 characters of `line` (or its size).
+std::size_t offset_of_character(std::string_view line, int32_t count) {
+    std::size_t offset = 0;
+    for (int32_t seen = 0; offset < line.size(); ++offset) {
+        if (starts_character(line[offset]) && seen++ == count) break;
+    }
+    return offset;
+}
+
+// Wrap rule of standard output: each line (text up to a "\n") longer than `width` UTF-8
+// characters is broken at the last space among its first width + 1 characters, the space
+// itself dropped, so that no piece is longer than width; a piece with no such space (or
+// only a leading one) is cut after exactly width characters. Pieces end with "\n"; a text
+// that did not end with "\n" does not gain one.
+std::string wrap_lines(std::string_view text, int32_t width) {
+    std::string wrapped;
+    wrapped.reserve(text.size() + text.size() / static_cast<std::size_t>(width) + 1);
+    while (!text.empty()) {
+        std::size_t end = text.find('\n');
+        std::string_view line = text.substr(0, end);
+        while (offset_of_character(line, width) < line.size()) {
+            std::size_t limit = offset_of_character(line, width + 1);
+            std::size_t space = line.substr(0, limit).rfind(' ');
+            bool at_space = space != std::string_view::npos && space > 0;
+            std::size_t cut = at_space ? space : offset_of_character(line, width);
+            wrapped.append(line.substr(0, cut)).push_back('\n');
+            line.remove_prefix(at_space ? cut + 1 : cut);
+        }
+        wrapped.append(line);
+        if (end == std::string_view::npos) break;
+        wrapped.push_back('\n');
+        text.remove_prefix(end + 1);
+    }
+    return wrapped;
+}
+
+// The text as the log file stores it: "\n" as "\r\n" (an existing "\r\n" kept), and in an
+// ASCII file every byte above 127 as '?'.
+std::string file_form(std::string_view text) {
+    std::string out;
+    out.reserve(text.size() + 16);
+    char previous = '\0';
+    for (char c : text) {
+        if (c == '\n' && previous != '\r') out.push_back('\r');
+        out.push_back(state.ascii_file && static_cast<unsigned char>(c) > 127 ? '?' : c);
+        previous = c;
+    }
+    return out;
+}
+
+void write_to_file(const FeedbackClass *entry, std::string_view text) {
+    uint32_t flags = entry ? entry->flags : 0;
+    bool block = (flags & QV_FEEDBACK_BLOCK) != 0;
+    if (block && state.last_write == LastWrite::plain) std::fputs("\r\n", state.file);
+    if ((flags & QV_FEEDBACK_TIMESTAMP) != 0)
+        std::fprintf(state.file, "[%-10.10s - %s] ", entry->name, Time_L());
+    std::string stored = file_form(text);
+    std::fwrite(stored.data(), 1, stored.size(), state.file);
+    std::fflush(state.file);
+    state.last_write = block ? LastWrite::block : LastWrite::plain;
+}
+
+// Writes one formatted text for a class, or for debug output when `entry` is null.
+void write_text(const FeedbackClass *entry, std::string_view text) {
+    if (text.empty()) return;
+    if (state.file != nullptr) write_to_file(entry, text);
+    bool echo = entry == nullptr || (entry->flags & QV_FEEDBACK_STDOUT) != 0;
+    if (state.standard_feedback && echo)
+        emit(stdout_stream, entry ? wrap_lines(text, state.width > 0 ? state.width : default_width)
+                                  : std::string(text));
+    if (entry != nullptr && entry->level <= error_level && state.file == nullptr)
+        emit(stderr_stream, text);
+}
+
+// The output buffer, registered and allocated on first use (again after Free_Alloc_Ptrs_L),
+// emptied; null when registration or allocation failed without a context to catch it.
+char *empty_output_buffer() {
+    if (output_owner == nullptr) {
+        Get_Alloc_Ptr_L(&output_owner);
+        if (output_owner == nullptr) return nullptr;
+    }
+    if (*output_owner == nullptr) {
+        *output_owner = QV_MALLOC(output_buffer_start);
+        if (*output_owner == nullptr) return nullptr;
+    }
+    char *buffer = static_cast<char *>(*output_owner);
+    buffer[0] = '\0';
+    return buffer;
+}
+
+void format_and_write(const FeedbackClass *entry, const char *format, va_list arguments) {
+    ScopedWriting writing;
+    char *text = empty_output_buffer();
+    if (text == nullptr) return;
+    text = VAsprintf_L(&text, format, arguments);
+    if (text == nullptr) return;
+    *output_owner = text;
+    write_text(entry, text);
+}
+
+bool can_write(const char *format) {
+    return format != nullptr && *format != '\0' && state.writing == 0;
+}
+
+void ensure_initialised() {
+    if (!state.initialised && !state.busy) InitialiseFeedback_L();
+}
+
+int32_t debug_write(const char *category, const char *format, va_list arguments) {
+    ensure_initialised();
+    if (state.busy || !can_write(format) || !is_selected(category)) return -1;
+    format_and_write(nullptr, format, arguments);
+    return 0;
+}
+
+// ---- log file ---------------------------------------------------------------------------
+
+// True for the encodings the log file can be written in as ASCII; reports others.
+bool log_encoding_is_ascii() {
+    HeapText encoding(GetPreference_L("QV_LOG_ENCODING"));
+    const char *name = encoding.text;
+    if (name == nullptr || *name == '\0' || same_name(name, "UTF-8") || same_name(name, "UTF8"))
+        return false;
+    if (same_name(name, "ASCII") || same_name(name, "US-ASCII")) return true;
+    ErrFeedback_L("Log encoding '%s' is not supported; the log file is written in UTF-8\n", name);
+    return false;
+}
+
+// `path` with its file-name part replaced by the preference QV_LOG_NAME when that is set.
+std::string log_file_name(const char *path) {
+    HeapText name(GetPreference_L("QV_LOG_NAME"));
+    if (name.text == nullptr || *name.text == '\0') return path;
+    std::string_view full(path);
+    std::size_t slash = full.find_last_of("/\\");
+    if (slash == std::string_view::npos) return name.text;
+    return std::string(full.substr(0, slash + 1)) + name.text;
+}
+
+std::string log_directory_path(const char *name) {
+    HeapText directory(GetPreference_L("QV_LOG_DIR"));
+    std::string path = directory.text ? directory.text : "";
+    while (path.size() > 1 && (path.back() == '/' || path.back() == '\\')) path.pop_back();
+    if (!path.empty()) path.push_back('/');
+    return path + (name ? name : "");
+}
+
+const char *kind_word(char kind) {
+    switch (kind) {
+        case 'B': return "Build";
+        case 'S': return "DimBuild";
+        case 'J': return "Job";
+        default: return "Unknown";
+    }
+}
+
+// Length of the valid UTF-8 sequence at the start of `text` (1 to 4), or 0 when invalid.
+std::size_t utf8_sequence_length(std::string_view text) {
+    auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    unsigned char lead = byte(0);
+    std::size_t length = lead < 0x80                    ? 1
+                         : lead >= 0xC2 && lead <= 0xDF ? 2
+                         : lead >= 0xE0 && lead <= 0xEF ? 3
+                         : lead >= 0xF0 && lead <= 0xF4 ? 4
+                                                        : 0;
+    if (length == 0 || length > text.size()) return 0;
+    for (std::size_t i = 1; i < length; ++i)
+        if ((byte(i) & 0xC0) != 0x80) return 0;
+    if ((lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xED && byte(1) > 0x9F) ||
+        (lead == 0xF0 && byte(1) < 0x90) || (lead == 0xF4 && byte(1) > 0x8F))
+        return 0;
+    return length;
+}
+
+// The name as it may stand in a file name: control characters, invalid UTF-8 and the
+// characters that paths or shells treat specially become '_'.
+std::string printable_name(const char *name) {
+    std::string out;
+    std::string_view rest(name ? name : "");
+    while (!rest.empty()) {
+        std::size_t length = utf8_sequence_length(rest);
+        unsigned char c = static_cast<unsigned char>(rest.front());
+        bool replace = length == 0 ||
+                       (length == 1 && (c < 0x20 || c == 0x7F || std::strchr("/\\:*?\"<>|", c)));
+        if (replace) {
+            out.push_back('_');
+            rest.remove_prefix(1);
+        } else {
+            out.append(rest.substr(0, length));
+            rest.remove_prefix(length);
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+extern "C" {
+
+// ---- classes and selections ---------------------------------------------------------------
+
+QV_API void InitialiseFeedback_L(void) {
+    if (state.initialised || state.busy) return;
+    {
+        ScopedFlag busy(state.busy);
+        read_selections();
+        for (const StandardClass &standard : standard_classes)
+            if (register_class(standard.name, standard.level, standard.flags) < 0) return;
+    }
+    state.initialised = true;
+}
+
+QV_API void ResetFeedbackSelections_L(void) {
+    if (!state.initialised) {
+        InitialiseFeedback_L();
+        return;
+    }
+    if (state.busy) return;
+    ScopedFlag busy(state.busy);
+    read_selections();
+    for (int32_t i = 0; i < state.class_count; ++i)
+        state.classes[i].active = class_activity(state.classes[i]);
+}
+
+QV_API int32_t RegisterFeedbackClass_L(const char *name, uint8_t level, uint32_t flags) {
+    if (name == nullptr || *name == '\0') return -1;
+    ensure_initialised();
+    if (state.busy) return -1;
+    return register_class(name, level, flags);
+}
+
+QV_API int32_t GetFeedbackClass_L(const char *name) {
+    ensure_initialised();
+    if (name == nullptr) return state.class_count;
+    return find_class(name);
+}
+
+QV_API uint8_t IsActiveFeedback_L(int32_t feedback_class) {
+    ensure_initialised();
+    return active_class(feedback_class) != nullptr ? 1 : 0;
+}
+
+// ---- output -------------------------------------------------------------------------------
+
+QV_API void VFeedback_L(int32_t feedback_class, const char *format, va_list arguments) {
+    ensure_initialised();
+    const FeedbackClass *entry = active_class(feedback_class);
+    if (entry == nullptr || !can_write(format)) return;
+    format_and_write(entry, format, arguments);
+}
+
+QV_API void Feedback_L(int32_t feedback_class, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    VFeedback_L(feedback_class, format, arguments);
+    va_end(arguments);
+}
+
+QV_API void Simple_Feedback_L(int32_t feedback_class, const char *text) {
+    ensure_initialised();
+    const FeedbackClass *entry = active_class(feedback_class);
+    if (entry == nullptr || !can_write(text)) return;
+    ScopedWriting writing;
+    write_text(entry, text);
+}
+
+QV_API void ErrFeedback_L(const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    VFeedback_L(X_Error_FL, format, arguments);
+    va_end(arguments);
+}
+
+QV_API int32_t Debug_L(const char *category, const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    int32_t result = debug_write(category, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+QV_API int32_t Debug_SQL_L(const char *sql_text) {
+    return sql_text ? Debug_L("SQL", "%s\n", sql_text) : -1;
+}
+
+QV_API int32_t Debug_NativeSQL_L(const char *sql_text) {
+    return sql_text ? Debug_L("ExecutedSQL", "%s\n", sql_text) : -1;
+}
+
+QV_API void SetStdFeedback_L(uint8_t on) {
+    state.standard_feedback = on != 0;
+}
+
+QV_API void Set_Feedback_Width_L(int32_t width) {
+    state.width = width > 0 ? width : 0;
+}
+
+QV_API void SetFeedbackWriter_L(QV_FEEDBACK_WRITER_T writer, void *context) {
+    state.writer = writer;
+    state.writer_context = writer ? context : nullptr;
+}
+
+// ---- log file -----------------------------------------------------------------------------
+
+QV_API int32_t SetFeedbackFile_L(const char *path, int32_t append) {
+    ensure_initialised();
+    CloseFeedbackFile_L();
+    if (path == nullptr || *path == '\0') {
+        ErrFeedback_L("No log file name given; feedback goes to standard output only\n");
+        return -1;
+    }
+    std::string name = log_file_name(path);
+    FILE *file = fopen8_L(name.c_str(), append ? "ab" : "wb");
+    if (file == nullptr) {
+        int error = errno;
+        ErrFeedback_L("Cannot open the log file '%s': %s; feedback goes to standard output only\n",
+                      name.c_str(), std::strerror(error));
+        return -1;
+    }
+    char *copy = QV_STRDUP(name.c_str());
+    if (copy == nullptr) {
+        std::fclose(file);
+        return -1;
+    }
+    state.file = file;
+    state.file_path = copy;
+    state.last_write = LastWrite::nothing;
+    state.ascii_file = log_encoding_is_ascii();
+    return 0;
+}
+
+QV_API int32_t SetDefaultFeedbackFile_L(const char *name) {
+    if (name == nullptr || *name == '\0') return SetFeedbackFile_L(name, 0);
+    return SetFeedbackFile_L(log_directory_path(name).c_str(), 0);
+}
+
+QV_API void CloseFeedbackFile_L(void) {
+    if (state.file != nullptr) std::fclose(state.file);
+    std::free(state.file_path);
+    state.file = nullptr;
+    state.file_path = nullptr;
+    state.ascii_file = false;
+    state.last_write = LastWrite::nothing;
+}
+
+QV_API char *FeedbackFilePath_L(void) {
+    return state.file_path ? QV_STRDUP(state.file_path) : nullptr;
+}
+
+// Each text is made by one formatter call on a null text, so a failed allocation that no
+// context catches gives null rather than a partial text.
+QV_API char *DefaultLogFileRoot_L(char kind, const char *name, int32_t number, uint8_t with_process,
+                                  const char *suffix) {
+    std::string printable = printable_name(name);
+    long wide_number = number;
+    char *root = nullptr;
+    if (with_process == 0)
+        return Asprintf_L(&root, "%s_%U_%04ld", kind_word(kind), printable.c_str(), wide_number);
+    return Asprintf_L(&root, "%s_%U_%04ld_%08lx%s", kind_word(kind), printable.c_str(), wide_number,
+                      static_cast<unsigned long>(getpid()), suffix ? suffix : "");
+}
+
+QV_API char *LogFilePath_L(char kind, const char *name, int32_t number) {
+    HeapText root(DefaultLogFileRoot_L(kind, name, number, 0, nullptr));
+    if (root.text == nullptr) return nullptr;
+    std::string directory = log_directory_path(nullptr);
+    char *path = nullptr;
+    return Asprintf_L(&path, "%s%U.log", directory.c_str(), root.text);
+}
+
+QV_API void TerminateFeedback_L(void) {
+    if (state.busy) return;
+    {
+        ScopedFlag busy(state.busy);
+        CloseFeedbackFile_L();
+        free_classes();
+        free_selections();
+        if (output_owner != nullptr) Free_Alloc_Ptr_L(&output_owner);
+    }
+    state = FeedbackState{};
+    interrupt_requested = 0;
+}
+
+// ---- interrupts ---------------------------------------------------------------------------
+
+QV_API void InterruptsActive_L(uint8_t on) {
+    state.interrupts_active = on != 0;
+}
+
+QV_API void Set_Interrupt_L(void) {
+    interrupt_requested = 1;
+}
+
+QV_API void Clear_Interrupt_L(void) {
+    interrupt_requested = 0;
+    state.interrupt_delivered = false;
+}
+
+// 0 when inactive, nothing requested or already delivered; -1 on delivery (after raising
+// INTERRUPT_PROCESS when `raise` is non-zero and no status context caught it).
+QV_API int32_t Check_Interrupt_L(uint8_t raise) {
+    if (!state.interrupts_active) return 0;
+    if (state.pump != nullptr) state.pump();
+    if (interrupt_requested == 0 || state.interrupt_delivered) return 0;
+    state.interrupt_delivered = true;
+    if (raise != 0) QV_RAISE(INTERRUPT_PROCESS);
+    return -1;
+}
+
+QV_API void SetInterruptPump_L(void (*pump)(void)) {
+    state.pump = pump;
+}
+
+} // extern "C"
