@@ -99,8 +99,10 @@ int32_t terminator_width_of(UConverterType type) {
 }
 
 // ICU's maximum is per UTF-16 unit; a supplementary character may take more (4 bytes in
-// UTF-8 and UTF-16, 6 in CESU-8), so measure one.
+// UTF-8 and UTF-16, 6 in CESU-8), so measure one (not for UTF-16 and UTF-32 themselves, whose
+// byte-order mark would count).
 int32_t max_bytes_per_code_point(UConverter *converter) {
+    if (terminator_width_of(ucnv_getType(converter)) > 1) return 4;
     int32_t most = ucnv_getMaxCharSize(converter);
     const UChar supplementary[2] = {0xD800, 0xDC00};
     char bytes[32];
@@ -358,7 +360,8 @@ int32_t decode_utf16(const uint8_t *p, int32_t length, bool little, int32_t *cod
         *code_point = static_cast<int32_t>(unit);
         return 2;
     }
-    if (U16_IS_TRAIL(unit) || length < 4) return 2;
+    if (U16_IS_TRAIL(unit)) return 2;
+    if (length < 4) return length; // a lead surrogate cut off by the end, with what follows
     uint32_t trail = read_unit(p + 2, 2, little);
     if (!U16_IS_TRAIL(trail)) return 2;
     *code_point = U16_GET_SUPPLEMENTARY(unit, trail);
