@@ -1,52 +1,83 @@
 // except_report.cpp - texts of the status-context machinery: fatal reports, the raise
 // trace, the message of the last raise, and descriptions of operating-system exceptions.
 //
-// This is the one place where the machinery speaks; until messages and feedback exist it
-// writes to standard error.
+// This is the one place where the machinery speaks. Fatal reports are messages written to
+// the error feedback class; the raise trace is debug output under the category "HANDLER".
+// Both can themselves fail (memory running out raises again, and with no context that
+// raise reports again): a report or trace started while another is under way does not go
+// through messages and feedback but straight to standard error (reports) or nowhere
+// (traces), so a failing report can never recurse without end.
+//
+// Part of the except module.
 #define QV_MODULE "except"
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "core/except_report.hpp"
 #include "core/raise.hpp"
+#include "qv/feedback.h"
+#include "qv/message.h"
+#include "qv/msgclass.h"
 
 namespace qv {
 namespace {
 
 char exception_message[256];
+static_assert(sizeof exception_message == 256, "the exception message buffer is 256 bytes");
 
-bool handler_trace_selected() {
-    const char *selection = std::getenv("TRACE_VALUES");
-    if (selection == nullptr) return false;
-    std::string_view list(selection);
-    return list.find('*') != std::string_view::npos || list.find("HANDLER") != std::string_view::npos;
+bool reporting = false;
+bool tracing = false;
+
+// Sets a re-entry flag for the life of one report; a raise that leaves the report unwinds
+// through it and clears the flag.
+class Reentry {
+  public:
+    explicit Reentry(bool &flag) : flag_(flag) { flag_ = true; }
+    Reentry(const Reentry &) = delete;
+    Reentry &operator=(const Reentry &) = delete;
+    ~Reentry() { flag_ = false; }
+
+  private:
+    bool &flag_;
+};
+
+PWMessage last_raise_message() {
+    PWMessage message(QV_MSG_EXCEPTION_RAISED, MESSAGE_SEVERITY_ERROR);
+    message << last_raise.symbol << last_raise.file << last_raise.line;
+    return message;
 }
 
 } // namespace
 
 void report_fatal(const char *text, const char *file, int32_t line) {
-    std::fprintf(stderr, "%s ['%s' line %ld]\n", text, file ? file : "<NULL>", static_cast<long>(line));
+    if (reporting) {
+        std::fprintf(stderr, "%s ['%s' line %ld]\n", text ? text : "<NULL>", file ? file : "<NULL>",
+                     static_cast<long>(line));
+        return;
+    }
+    Reentry guard(reporting);
+    PWMessage message(QV_MSG_CONTEXT_FAILURE, MESSAGE_SEVERITY_ERROR);
+    message << text << file << line;
+    ErrFeedback_L("%s\n", StringMessage_L(&message));
 }
 
 void trace_raise(const char *symbol, const char *file, int32_t line, int32_t mode, int32_t status,
                  const char *status_symbol) {
-    if (!handler_trace_selected()) return;
-    const char *sym = symbol ? symbol : "<NULL>";
-    const char *where = file ? file : "<NULL>";
-    long ln = line;
+    if (tracing) return;
+    Reentry guard(tracing);
+    long at = line;
     if (mode == EXC_RAISE && symbol == STATUS_RAISED)
-        std::fprintf(stderr, "STATUS '%s' (%08ld %08lX) RAISED ['%s' line %ld]\n",
-                     status_symbol ? status_symbol : "<NULL>", static_cast<long>(status),
-                     static_cast<unsigned long>(static_cast<uint32_t>(status)), where, ln);
+        Debug_L("HANDLER", "STATUS '%s' (%08ld %08lX) RAISED ['%s' line %ld]\n", status_symbol,
+                static_cast<long>(status), static_cast<long>(static_cast<uint32_t>(status)), file,
+                at);
     else if (mode == EXC_RAISE)
-        std::fprintf(stderr, "RAISE ('%s') ['%s' line %ld]\n", sym, where, ln);
+        Debug_L("HANDLER", "RAISE ('%s') ['%s' line %ld]\n", symbol, file, at);
     else if (mode == EXC_RERAISE)
-        std::fprintf(stderr, "RERAISE('%s') ['%s' line %ld] \n", sym, where, ln);
+        Debug_L("HANDLER", "RERAISE('%s') ['%s' line %ld] \n", symbol, file, at);
     else
-        std::fprintf(stderr, "Default reraise ('%s') ['%s' line %ld]\n", sym, where, ln);
+        Debug_L("HANDLER", "Default reraise ('%s') ['%s' line %ld]\n", symbol, file, at);
 }
 
 } // namespace qv
@@ -103,17 +134,23 @@ const char *exception_name(uint32_t code) {
 extern "C" {
 
 QV_API const char *Exc_Message_L(void) {
-    const qv::LastRaise &last = qv::last_raise;
-    std::snprintf(qv::exception_message, sizeof qv::exception_message,
-                  "Status %s raised in %s at line %ld", last.symbol ? last.symbol : "<NULL>",
-                  last.file ? last.file : "<NULL>", static_cast<long>(last.line));
+    PWMessage message = qv::last_raise_message();
+    const char *text = StringMessage_L(&message);
+    std::size_t length = strnlen(text, sizeof qv::exception_message - 1);
+    std::memcpy(qv::exception_message, text, length);
+    qv::exception_message[length] = '\0';
     return qv::exception_message;
 }
 
-QV_API void LogExcError_L(void) { std::fprintf(stderr, "%s\n", Exc_Message_L()); }
+QV_API void LogExcError_L(void) {
+    PWMessage message = qv::last_raise_message();
+    LogMessage_L(&message);
+}
 
 QV_API void LogExcStatusError_L(void) {
-    std::fprintf(stderr, "Status %ld raised\n", static_cast<long>(Exc_Status));
+    PWMessage message(QV_MSG_STATUS_RAISED, MESSAGE_SEVERITY_ERROR);
+    message << Exc_Status;
+    LogMessage_L(&message);
 }
 
 QV_API const char *PackageExceptionMessage_L(const QV_EXCEPTION_RECORD_T *record) {
@@ -129,14 +166,14 @@ QV_API const char *PackageExceptionMessage_L(const QV_EXCEPTION_RECORD_T *record
         void *accessed =
             record->parameter_count > 1 ? reinterpret_cast<void *>(record->parameters[1]) : nullptr;
         std::snprintf(exception_text + used, sizeof exception_text - used,
-                      "Exception Address %p [%s at %p]\n", record->address, write ? "write" : "read",
-                      accessed);
+                      "Exception Address %p [%s at %p]\n", record->address,
+                      write ? "write" : "read", accessed);
     }
     return exception_text;
 }
 
 QV_API int32_t TopLevelExceptionFilter_L(const QV_EXCEPTION_POINTERS_T *pointers) {
-    std::fprintf(stderr, "%s", PackageExceptionMessage_L(pointers ? pointers->exception_record : nullptr));
+    ErrFeedback_L("%s", PackageExceptionMessage_L(pointers ? pointers->exception_record : nullptr));
     return 1;
 }
 
