@@ -393,6 +393,14 @@ char *empty_output_buffer() {
     return buffer;
 }
 
+// Frees the output buffer but keeps its entry in the allocation table, so that repeated
+// initialise / terminate cycles do not use up the table.
+void release_output_buffer() {
+    if (output_owner == nullptr) return;
+    std::free(*output_owner);
+    *output_owner = nullptr;
+}
+
 void format_and_write(const FeedbackClass *entry, const char *format, va_list arguments) {
     ScopedWriting writing;
     char *text = empty_output_buffer();
@@ -621,12 +629,10 @@ QV_API int32_t SetFeedbackFile_L(const char *path, int32_t append) {
                       name.c_str(), std::strerror(error));
         return -1;
     }
+    std::unique_ptr<FILE, int (*)(FILE *)> opened(file, std::fclose); // closed if a raise passes
     char *copy = QV_STRDUP(name.c_str());
-    if (copy == nullptr) {
-        std::fclose(file);
-        return -1;
-    }
-    state.file = file;
+    if (copy == nullptr) return -1;
+    state.file = opened.release();
     state.file_path = copy;
     state.last_write = LastWrite::nothing;
     state.ascii_file = log_encoding_is_ascii();
@@ -679,7 +685,7 @@ QV_API void TerminateFeedback_L(void) {
         CloseFeedbackFile_L();
         free_classes();
         free_selections();
-        if (output_owner != nullptr) Free_Alloc_Ptr_L(&output_owner);
+        release_output_buffer();
     }
     state = FeedbackState{};
     interrupt_requested = 0;
