@@ -1,0 +1,382 @@
+// textutil_test.cpp - the byte text routines: LIKE matching, soundex, padding, trimming,
+// translation, case copying, quotes, the checksum fold and UUIDs.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "core/raise.hpp"
+#include "qv/alloc.h"
+#include "qv/textutil.h"
+
+namespace {
+
+std::string take(char *heap_text) {
+    if (heap_text == nullptr) return "<null>";
+    std::string result(heap_text);
+    std::free(heap_text);
+    return result;
+}
+
+// The fold as its definition reads, one byte at a time, with the table built bit by bit.
+uint32_t reference_fold(uint32_t crc, const std::vector<uint8_t> &bytes) {
+    for (uint8_t byte : bytes) {
+        uint32_t entry = (byte ^ crc) & 0xFF;
+        for (int bit = 0; bit < 8; ++bit)
+            entry = (entry & 1) ? (entry >> 1) ^ 0xEDB88320u : entry >> 1;
+        crc = entry ^ (crc >> 8);
+    }
+    return crc;
+}
+
+std::vector<uint8_t> random_bytes(std::mt19937 &random, size_t length) {
+    std::vector<uint8_t> bytes(length);
+    for (auto &b : bytes) b = static_cast<uint8_t>(random());
+    return bytes;
+}
+
+} // namespace
+
+TEST(TextLike, ByteMatcher) {
+    struct Case {
+        const char *text;
+        const char *pattern;
+        bool matches;
+    };
+    const Case cases[] = {
+        {"", "", true},
+        {"a", "", false},
+        {"", "%", true},
+        {"anything", "%", true},
+        {"abc", "abc", true},
+        {"abc", "ab", false},
+        {"ab", "abc", false},
+        {"abc", "a_c", true},
+        {"ac", "a_c", false},
+        {"abc", "___", true},
+        {"abc", "____", false},
+        {"abc", "a%", true},
+        {"abc", "%c", true},
+        {"abc", "%b%", true},
+        {"abc", "%d%", false},
+        {"abcabc", "%bc", true}, // the last "%" has to swallow the first "abc"
+        {"abcabd", "%abc", false},
+        {"aXbXc", "a%b%c", true},
+        {"mississippi", "%iss%ppi", true},
+        {"mississippi", "m%issip%", true},
+        {"mississippi", "%sis%sis%", false},
+        {"aaa", "%%%%%%a", true},
+        {"aaaa", "a%%%_%%", true},
+        {"a", "%_%_%", false},
+        {"Abc", "abc", false},  // case matters
+        {"50%", "50\\%", true}, // escapes
+        {"50x", "50\\%", false},
+        {"a_b", "a\\_b", true},
+        {"axb", "a\\_b", false},
+        {"a\\b", "a\\\\b", true},
+        {"ab\\", "ab\\", true}, // a final "\" stands for itself
+        {"ab", "ab\\", false},
+        {"\\x", "\\x", false}, // "\x" is a literal "x"
+        {"x", "\\x", true},
+        {"100%", "%\\%", true},
+        {"caf\xC3\xA9", "caf_", false}, // one byte each
+        {"caf\xC3\xA9", "caf__", true},
+    };
+    for (const Case &c : cases)
+        EXPECT_EQ(Is_Like_L(c.text, c.pattern), c.matches) << c.text << " LIKE " << c.pattern;
+    EXPECT_EQ(Is_Like_L("x", nullptr), 1);
+    EXPECT_EQ(Is_Like_L(nullptr, "%"), 1);
+    EXPECT_EQ(Is_Like_L(nullptr, "_"), 0);
+}
+
+TEST(TextLike, Utf8Matcher) {
+    struct Case {
+        const char *text;
+        const char *pattern;
+        bool matches;
+    };
+    const Case cases[] = {
+        {"caf\xC3\xA9", "caf_", true},
+        {"caf\xC3\xA9", "caf__", false},
+        {"\xE2\x82\xAC"
+         "5",
+         "_5", true},
+        {"\xF0\x9D\x84\x9E", "_", true},
+        {"\xC3\xA9\xC3\xA9x", "%_x", true},
+        {"\xC3\xA9\xC3\xA8", "%\xC3\xA8", true},
+        {"\xC3\xA9", "%\xC3\xA8", false},
+        // Backtracking moves by whole characters: "_" after "%" never starts mid-character.
+        {"\xC3\xA9\xC3\xA9", "%_\xC3\xA9", true},
+        {"\xC3\xA9\xC3\xA9", "%__\xC3\xA9", false},
+        {"a\\\xC3\xA9", "a\\\\\xC3\xA9", true},
+        {"\xC3\xA9", "\\\xC3\xA9", true},
+        {"x\x80y", "x_y", true}, // an invalid byte is one character
+        {"abc", "a%c", true},
+    };
+    for (const Case &c : cases)
+        EXPECT_EQ(Is_Like8_L(c.text, c.pattern), c.matches) << c.text << " LIKE " << c.pattern;
+    EXPECT_EQ(Is_Like8_L("x", nullptr), 1);
+    EXPECT_EQ(Is_Like8_L(nullptr, ""), 1);
+}
+
+TEST(TextLike, ManyWildcardsStayFast) {
+    // A pattern that makes a naive backtracking matcher explode.
+    std::string text(3000, 'a');
+    std::string pattern;
+    for (int i = 0; i < 40; ++i) pattern += "%a";
+    pattern += "%b";
+    EXPECT_EQ(Is_Like_L(text.c_str(), pattern.c_str()), 0);
+    EXPECT_EQ(Is_Like8_L(text.c_str(), pattern.c_str()), 0);
+    text += "b";
+    EXPECT_EQ(Is_Like_L(text.c_str(), pattern.c_str()), 1);
+}
+
+TEST(TextSoundex, ClassicNames) {
+    struct Case {
+        const char *name;
+        const char *code;
+    };
+    const Case cases[] = {
+        {"Robert", "R163"},   {"Rupert", "R163"},     {"Rubin", "R150"},
+        {"Ashcraft", "A261"}, {"Ashcroft", "A261"},   {"Tymczak", "T522"},
+        {"Pfister", "P236"},  {"Honeyman", "H555"},   {"Lee", "L000"},
+        {"lloyd", "L300"},    {"Washington", "W252"}, {"A", "A000"},
+        {"  o'Hara", "O600"}, {"Jackson", "J250"},    {"", ""},
+        {"123 !", ""},
+    };
+    for (const Case &c : cases) {
+        char out[5] = "xxxx";
+        EXPECT_STREQ(Soundex_L(c.name, out), c.code) << c.name;
+    }
+    char out[5];
+    EXPECT_STREQ(Soundex_L(nullptr, out), "");
+    EXPECT_EQ(Soundex_L("Robert", nullptr), nullptr);
+}
+
+TEST(TextPad, BytesAndUtf8Characters) {
+    struct Case {
+        const char *text;
+        int32_t length;
+        const char *pad;
+        int32_t at_left;
+        const char *bytes;
+        const char *utf8;
+    };
+    const Case cases[] = {
+        {"ab", 5, nullptr, 0, "ab   ", "ab   "},
+        {"ab", 5, "", 1, "   ab", "   ab"},
+        {"ab", 7, "xy", 1, "xyxyxab", "xyxyxab"},
+        {"ab", 6, "xyz", 0, "abxyzx", "abxyzx"},
+        {"abcdef", 3, "*", 0, "abc", "abc"},
+        {"abcdef", 3, "*", 1, "abc", "abc"},
+        {"ab", 0, "*", 0, "", ""},
+        {"ab", -4, "*", 0, "", ""},
+        {nullptr, 2, "*", 0, "**", "**"},
+        {"\xC3\xA9", 3, "*", 0, "\xC3\xA9*", "\xC3\xA9**"},
+        {"\xC3\xA9t\xC3\xA9", 2, "*", 0, "\xC3\xA9", "\xC3\xA9t"},
+        {"a", 4, "\xE2\x82\xAC.", 1, "\xE2\x82\xAC\x61",
+         "\xE2\x82\xAC.\xE2\x82\xAC"
+         "a"},
+    };
+    for (const Case &c : cases) {
+        EXPECT_EQ(take(Pad_L(c.text, c.length, c.pad, c.at_left)), c.bytes) << c.text;
+        EXPECT_EQ(take(Pad8_L(c.text, c.length, c.pad, c.at_left)), c.utf8) << c.text;
+    }
+}
+
+TEST(TextPad, AllocationFailureRaises) {
+    const char *raised = nullptr;
+    bool completed = qv::guarded(
+        "test", "textutil_test", __LINE__,
+        [&] {
+            TestFailAllocation_L(0);
+            Pad_L("ab", 5, "*", 0);
+        },
+        [&](const char *symbol) { raised = symbol; });
+    TestFailAllocation_L(-1);
+    EXPECT_FALSE(completed);
+    EXPECT_EQ(raised, ALLOC_FAILURE);
+    // Without a status context the failure reports and the call gives null.
+    TestFailAllocation_L(0);
+    EXPECT_EQ(Pad8_L("ab", 5, "*", 0), nullptr);
+    TestFailAllocation_L(-1);
+}
+
+TEST(TextTrim, BytesAndUtf8Characters) {
+    struct Case {
+        const char *text;
+        const char *set;
+        int32_t where;
+        const char *bytes;
+        const char *utf8;
+    };
+    const Case cases[] = {
+        {"  ab  ", nullptr, QV_TRIM_BOTH, "ab", "ab"},
+        {"  ab  ", nullptr, QV_TRIM_LEFT, "ab  ", "ab  "},
+        {"  ab  ", nullptr, QV_TRIM_RIGHT, "  ab", "  ab"},
+        {"\t\r\n\v\f a b\r\n", nullptr, QV_TRIM_BOTH, "a b", "a b"},
+        {"    ", nullptr, QV_TRIM_BOTH, "", ""},
+        {"", nullptr, QV_TRIM_BOTH, "", ""},
+        {"xxaxbxx", "x", QV_TRIM_BOTH, "axb", "axb"},
+        {"xyabyx", "yx", QV_TRIM_RIGHT, "xyab", "xyab"},
+        {"  ab  ", "", QV_TRIM_BOTH, "  ab  ", "  ab  "},
+        {"  ab  ", nullptr, 0, "  ab  ", "  ab  "},
+        // No-break space and ideographic space are white space only to the UTF-8 form.
+        {"\xC2\xA0"
+         "ab\xE3\x80\x80",
+         nullptr, QV_TRIM_BOTH,
+         "\xC2\xA0"
+         "ab\xE3\x80\x80",
+         "ab"},
+        // A set character trims whole characters: "é" in the set does not cut "è".
+        {"\xC3\xA9\xC3\xA8\xC3\xA9", "\xC3\xA9", QV_TRIM_BOTH, "\xA8", "\xC3\xA8"},
+        {"\x1F"
+         "a",
+         nullptr, QV_TRIM_BOTH,
+         "\x1F"
+         "a",
+         "\x1F"
+         "a"},
+    };
+    for (const Case &c : cases) {
+        std::string bytes = c.text, utf8 = c.text;
+        EXPECT_STREQ(TrimUtil_L(bytes.data(), c.set, c.where), c.bytes) << c.text;
+        EXPECT_STREQ(TrimUtil8_L(utf8.data(), c.set, c.where), c.utf8) << c.text;
+    }
+    EXPECT_EQ(TrimUtil_L(nullptr, nullptr, QV_TRIM_BOTH), nullptr);
+    EXPECT_EQ(TrimUtil8_L(nullptr, nullptr, QV_TRIM_BOTH), nullptr);
+    char line[] = " value \r\n";
+    EXPECT_STREQ(RTrim_L(line), " value");
+    EXPECT_EQ(RTrim_L(nullptr), nullptr);
+}
+
+TEST(TextTranslate, MapsAndRemoves) {
+    struct Case {
+        const char *text;
+        const char *from;
+        const char *to;
+        const char *result;
+    };
+    const Case cases[] = {
+        {"hello", "el", "ip", "hippo"}, {"hello", "lo", "L", "heLL"}, // "o" has no partner: removed
+        {"hello", "l", nullptr, "heo"}, {"abcabc", "aa", "xy", "xbcxbc"}, // the first mention
+                                                                          // decides
+        {"abc", "", "xyz", "abc"},      {"abc", nullptr, "xyz", "abc"},   {"", "a", "b", ""},
+        {"a\xE9", "\xE9", "e", "ae"},
+    };
+    for (const Case &c : cases) {
+        std::string text = c.text;
+        EXPECT_STREQ(Translate_L(text.data(), c.from, c.to), c.result) << c.text;
+    }
+    EXPECT_EQ(Translate_L(nullptr, "a", "b"), nullptr);
+}
+
+TEST(TextCopyCaps, FollowsTheModel) {
+    struct Case {
+        const char *source;
+        const char *model;
+        const char *result;
+    };
+    const Case cases[] = {
+        {"hello world", "ABC", "HELLO WORLD"},
+        {"hello world", "A-1", "HELLO WORLD"},
+        {"HELLO world", "Abc", "Hello world"},
+        {"  hello", "Abc", "  Hello"},
+        {"Hello", "abc", "hello"},
+        {"Hello", "aBC", "hello"},
+        {"Hello", "123", "hello"},
+        {"Hello", "", "hello"},
+        {"Hello", nullptr, "hello"},
+        {"", "ABC", ""},
+        {"caf\xC3\xA9", "ABC", "CAF\xC3\xA9"},
+    };
+    for (const Case &c : cases) {
+        std::vector<char> target(std::strlen(c.source) + 1, 'x');
+        EXPECT_STREQ(CopyCaps_L(target.data(), c.source, c.model), c.result) << c.model;
+    }
+    EXPECT_EQ(CopyCaps_L(nullptr, "a", "A"), nullptr);
+}
+
+TEST(TextIsQuoted, SingleQuotedLiterals) {
+    struct Case {
+        const char *text;
+        bool quoted;
+        int32_t length;
+    };
+    const Case cases[] = {
+        {"'abc'", true, 3}, {"''", true, 0},    {"'it''s'", true, 4}, {"''''", true, 1},
+        {"'", false, 1},    {"'abc", false, 4}, {"abc'", false, 4},   {"'a'b'", false, 5},
+        {"'''", false, 3},  {"abc", false, 3},  {"", false, 0},       {"\"a\"", false, 3},
+    };
+    for (const Case &c : cases) {
+        int32_t length = -1;
+        EXPECT_EQ(IsQuoted_L(c.text, &length), c.quoted) << c.text;
+        EXPECT_EQ(length, c.length) << c.text;
+        EXPECT_EQ(IsQuoted_L(c.text, nullptr), c.quoted) << c.text;
+    }
+    int32_t length = -1;
+    EXPECT_EQ(IsQuoted_L(nullptr, &length), 0);
+    EXPECT_EQ(length, 0);
+}
+
+TEST(TextCrc32, MatchesTheByteWiseDefinition) {
+    std::mt19937 random(12345);
+    for (size_t length = 0; length < 100; ++length) {
+        for (uint32_t previous : {0u, 0xFFFFFFFFu, static_cast<uint32_t>(random())}) {
+            auto bytes = random_bytes(random, length);
+            EXPECT_EQ(crc32_L(previous, bytes.data(), length), ~reference_fold(previous, bytes))
+                << length;
+        }
+    }
+    // Unaligned starts and a long buffer.
+    auto bytes = random_bytes(random, 70000);
+    for (size_t offset = 0; offset < 8; ++offset) {
+        std::vector<uint8_t> tail(bytes.begin() + static_cast<long>(offset), bytes.end());
+        EXPECT_EQ(crc32_L(7, bytes.data() + offset, tail.size()), ~reference_fold(7, tail));
+    }
+    EXPECT_EQ(crc32_L(0x1234, nullptr, 10), ~0x1234u);
+}
+
+TEST(TextCrc32, ChainingAndTheUsualCrc) {
+    // The usual CRC-32 (zlib's crc32(0, ...)) is this fold started from all ones.
+    EXPECT_EQ(crc32_L(0xFFFFFFFFu, "123456789", 9), 0xCBF43926u);
+    EXPECT_EQ(crc32_L(0, "", 0), 0xFFFFFFFFu);
+    std::mt19937 random(99);
+    for (int round = 0; round < 50; ++round) {
+        auto a = random_bytes(random, random() % 40);
+        auto b = random_bytes(random, 1 + random() % 40);
+        std::vector<uint8_t> both = a;
+        both.insert(both.end(), b.begin(), b.end());
+        uint32_t first = crc32_L(0, a.data(), a.size());
+        // Feeding a result straight back folds from the inverted state...
+        EXPECT_EQ(crc32_L(first, b.data(), b.size()), ~reference_fold(~reference_fold(0, a), b));
+        EXPECT_NE(crc32_L(first, b.data(), b.size()), crc32_L(0, both.data(), both.size()));
+        // ...so one fold over a+b is resumed by inverting the result first.
+        EXPECT_EQ(crc32_L(~first, b.data(), b.size()), crc32_L(0, both.data(), both.size()));
+    }
+}
+
+TEST(TextUuid, ShapeVersionAndUniqueness) {
+    std::set<std::string> seen;
+    for (int i = 0; i < 3000; ++i) {
+        char out[37];
+        ASSERT_EQ(CreateUUID_L(out), out);
+        std::string uuid = out;
+        ASSERT_EQ(uuid.size(), 36u);
+        for (size_t at = 0; at < 36; ++at) {
+            if (at == 8 || at == 13 || at == 18 || at == 23)
+                ASSERT_EQ(uuid[at], '-');
+            else
+                ASSERT_TRUE(std::strchr("0123456789abcdef", uuid[at]) != nullptr) << uuid;
+        }
+        EXPECT_EQ(uuid[14], '4') << uuid;
+        EXPECT_TRUE(std::strchr("89ab", uuid[19]) != nullptr) << uuid;
+        seen.insert(uuid);
+    }
+    EXPECT_EQ(seen.size(), 3000u);
+    EXPECT_EQ(CreateUUID_L(nullptr), nullptr);
+}
