@@ -174,21 +174,19 @@ void free_selections() {
     state.all_selected = false;
 }
 
-// Appends one selection; false when an allocation failed (no context caught it).
+// Appends one selection; false when an allocation failed (no context caught it). The list
+// grows before the copy is made, so a raise from either leaks nothing.
 bool add_selection(std::string_view item) {
     if (item == "*") {
         state.all_selected = true;
         return true;
     }
-    char *copy = QV_STRNDUP(item.data(), item.size());
-    if (copy == nullptr) return false;
     auto *grown = static_cast<char **>(
         QV_REALLOC(state.selections, sizeof(char *) * (state.selection_count + 1)));
-    if (grown == nullptr) {
-        std::free(copy);
-        return false;
-    }
+    if (grown == nullptr) return false;
     state.selections = grown;
+    char *copy = QV_STRNDUP(item.data(), item.size());
+    if (copy == nullptr) return false;
     state.selections[state.selection_count++] = copy;
     return true;
 }

@@ -38,7 +38,7 @@ constexpr std::string_view blanks = " \t\r";
 
 std::string_view trim_blanks(std::string_view text) {
     std::size_t first = text.find_first_not_of(blanks);
-    if (first == std::string_view::npos) return {};
+    if (first == std::string_view::npos) return text.substr(text.size()); // empty, not null
     std::size_t last = text.find_last_not_of(blanks);
     return text.substr(first, last - first + 1);
 }
