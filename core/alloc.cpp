@@ -57,7 +57,7 @@ void *checked_realloc(void *block, std::size_t size, const char *module, int lin
 char *checked_strndup(const char *text, std::size_t length, const char *module, int line) {
     auto *copy = static_cast<char *>(checked_malloc(length + 1, module, line));
     if (copy == nullptr) return nullptr;
-    std::memcpy(copy, text, length);
+    if (length > 0) std::memcpy(copy, text, length);
     copy[length] = '\0';
     return copy;
 }
