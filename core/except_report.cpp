@@ -60,7 +60,11 @@ void report_fatal(const char *text, const char *file, int32_t line) {
     Reentry guard(reporting);
     PWMessage message(QV_MSG_CONTEXT_FAILURE, MESSAGE_SEVERITY_ERROR);
     message << text << file << line;
-    ErrFeedback_L("%s\n", StringMessage_L(&message));
+    const char *made = StringMessage_L(&message);
+    if (*made != '\0')
+        ErrFeedback_L("%s\n", made);
+    else // the message text could not be allocated: say it plainly
+        ErrFeedback_L("%s ['%s' line %ld]\n", text, file, static_cast<long>(line));
 }
 
 void trace_raise(const char *symbol, const char *file, int32_t line, int32_t mode, int32_t status,

@@ -3,6 +3,9 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "qv/msgclass.h"
 
@@ -18,5 +21,8 @@ struct CatalogueEntry {
 std::span<const CatalogueEntry> catalogue();
 // The row of `number`, or null when the catalogue has none.
 const CatalogueEntry *find_catalogue_entry(uint32_t number);
+// `text` with "%1", "%2" ... replaced by the parameters in order and "%%" by "%"; a slot
+// with no parameter stays as written.
+std::string fill_slots(std::string_view text, const std::vector<PWParam> &parameters);
 
 } // namespace qv

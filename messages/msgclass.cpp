@@ -43,7 +43,9 @@ std::size_t read_slot(std::string_view text, std::size_t at, std::size_t &slot) 
     return at;
 }
 
-std::string substitute(std::string_view text, const std::vector<PWParam> &parameters) {
+} // namespace
+
+std::string qv::fill_slots(std::string_view text, const std::vector<PWParam> &parameters) {
     std::string out;
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size();) {
@@ -67,6 +69,8 @@ std::string substitute(std::string_view text, const std::vector<PWParam> &parame
     }
     return out;
 }
+
+namespace {
 
 std::string fallback_text(uint32_t number, const std::vector<PWParam> &parameters) {
     char head[48];
@@ -146,7 +150,7 @@ std::unique_ptr<PWMessageBase> PWMessage::Clone() const {
 
 std::string PWMessage::Text() const {
     const qv::CatalogueEntry *entry = qv::find_catalogue_entry(Number());
-    return entry != nullptr ? substitute(entry->text, parameters_)
+    return entry != nullptr ? qv::fill_slots(entry->text, parameters_)
                             : fallback_text(Number(), parameters_);
 }
 

@@ -1,0 +1,314 @@
+// Message classes: parameters, texts from the catalogue, severities on both scales, the
+// registry of message sets and its failures; and the catalogue itself, checked against
+// the named numbers of qv/message.h and the message numbers the library's sources use.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <limits>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "core/raise.hpp"
+#include "messages/catalogue.hpp"
+#include "qv/message.h"
+#include "qv/msgclass.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uint32_t uncatalogued = 0x12345678;
+
+TEST(PWParam, KindsAndTexts) {
+    const struct {
+        PWParam parameter;
+        PWParam::Kind kind;
+        const char *text;
+    } cases[] = {
+        {PWParam("abc"), PWParam::Kind::Text, "abc"},
+        {PWParam(static_cast<const char *>(nullptr)), PWParam::Kind::Text, "<NULL>"},
+        {PWParam(std::string("str")), PWParam::Kind::Text, "str"},
+        {PWParam(std::string_view("view")), PWParam::Kind::Text, "view"},
+        {PWParam('}'), PWParam::Kind::Text, "}"},
+        {PWParam(-5), PWParam::Kind::Signed, "-5"},
+        {PWParam(std::numeric_limits<int64_t>::min()), PWParam::Kind::Signed,
+         "-9223372036854775808"},
+        {PWParam(4000000000u), PWParam::Kind::Unsigned, "4000000000"},
+        {PWParam(std::numeric_limits<uint64_t>::max()), PWParam::Kind::Unsigned,
+         "18446744073709551615"},
+        {PWParam(static_cast<int16_t>(-7)), PWParam::Kind::Signed, "-7"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(c.parameter.GetKind(), c.kind) << c.text;
+        EXPECT_EQ(c.parameter.Text(), c.text);
+    }
+    EXPECT_EQ(PWParam(-5).Signed(), -5);
+    EXPECT_EQ(PWParam(7u).Unsigned(), 7u);
+}
+
+TEST(PWMessage, FillsNumberedSlots) {
+    const struct {
+        const char *text;
+        std::vector<PWParam> parameters;
+        const char *expected;
+    } cases[] = {
+        {"%1 and %2", {"a", 2}, "a and 2"},
+        {"%2 before %1", {"a", "b"}, "b before a"},
+        {"twice %1 %1", {"x"}, "twice x x"},
+        {"%1 %3", {"a"}, "a %3"}, // no third parameter: the slot stays
+        {"100%% sure", {}, "100% sure"},
+        {"%%1 is literal", {"a"}, "%1 is literal"},
+        {"%10 of ten", {1, 2, 3, 4, 5, 6, 7, 8, 9, "tenth"}, "tenth of ten"},
+        {"lone % sign and %", {"a"}, "lone % sign and %"},
+        {"%0 is no slot", {"a"}, "%0 is no slot"},
+        {"unused", {"a", "b"}, "unused"},
+        {"%99999999999999999999 huge", {"a"}, "%99999999999999999999 huge"},
+        {"", {"a"}, ""},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(qv::fill_slots(c.text, c.parameters), c.expected) << c.text;
+}
+
+TEST(PWMessage, TextFromTheCatalogue) {
+    PWMessage message(QV_MSG_EXCEPTION_RAISED, MESSAGE_SEVERITY_ERROR);
+    message << "GENERAL_ERROR"
+            << "qvvar" << 12;
+    const qv::CatalogueEntry *entry = qv::find_catalogue_entry(QV_MSG_EXCEPTION_RAISED);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(message.Text(), qv::fill_slots(entry->text, message.Parameters()));
+    EXPECT_EQ(message.Text().find('%'), std::string::npos);
+}
+
+TEST(PWMessage, UnknownNumberGetsAFallbackText) {
+    PWMessage bare(uncatalogued, MESSAGE_SEVERITY_ERROR);
+    EXPECT_EQ(bare.Text(), "Message 0x12345678 has no text");
+    PWMessage with(0xABC, MESSAGE_SEVERITY_ERROR);
+    with << "a" << -7 << 9u;
+    EXPECT_EQ(with.Text(), "Message 0x00000ABC has no text: a, -7, 9");
+}
+
+TEST(PWMessage, SeverityScales) {
+    const struct {
+        int32_t library;
+        PWSeverity catalogue;
+    } pairs[] = {{1, PWSeverity::Debug},
+                 {2, PWSeverity::Information},
+                 {3, PWSeverity::Warning},
+                 {4, PWSeverity::Error},
+                 {5, PWSeverity::Fatal}};
+    for (const auto &p : pairs) {
+        EXPECT_EQ(PWMessageBase::ToCatalogueSeverity(p.library), p.catalogue);
+        EXPECT_EQ(PWMessageBase::ToLibrarySeverity(p.catalogue), p.library);
+        EXPECT_EQ(PWMessage(1, p.library).Severity(), p.catalogue);
+        EXPECT_EQ(PWMessage(1, p.catalogue).LibrarySeverity(), p.library);
+    }
+    for (int32_t odd : {0, 6, 9, -1}) EXPECT_EQ(PWMessage(1, odd).LibrarySeverity(), 4) << odd;
+    // Without a severity: the catalogue's.
+    EXPECT_EQ(PWMessage(QV_MSG_GLOSSARY_LINE_SKIPPED).Severity(), PWSeverity::Warning);
+    EXPECT_EQ(PWMessage(QV_MSG_GLOSSARY_OPEN_FAILED).Severity(), PWSeverity::Error);
+    EXPECT_EQ(PWMessage(uncatalogued).Severity(), PWSeverity::Error);
+}
+
+TEST(PWMessage, CloneKeepsEverything) {
+    PWMessage message(QV_MSG_KEYWORD_EXPECTED, MESSAGE_SEVERITY_FATAL);
+    message << "THEN";
+    std::unique_ptr<PWMessageBase> copy = message.Clone();
+    EXPECT_STREQ(copy->ClassName(), "PWMessage");
+    EXPECT_EQ(copy->Number(), QV_MSG_KEYWORD_EXPECTED);
+    EXPECT_EQ(copy->Severity(), PWSeverity::Fatal);
+    EXPECT_EQ(copy->Text(), message.Text());
+}
+
+class PWMsgSetTest : public ::testing::Test {
+  protected:
+    PWMsgSet &sets = PWMsgSet::Instance();
+    void SetUp() override { sets.ClearAll(); }
+    void TearDown() override { sets.ClearAll(); }
+
+    static PWMessage numbered(uint32_t number, int32_t severity = MESSAGE_SEVERITY_ERROR) {
+        return PWMessage(number, severity);
+    }
+    std::vector<uint32_t> numbers(uint32_t handle) {
+        std::vector<uint32_t> out;
+        for (uint32_t i = 0; i < sets.Count(handle); ++i)
+            out.push_back(sets.Message(handle, i)->Number());
+        return out;
+    }
+};
+
+TEST_F(PWMsgSetTest, AddMakesSetsOnDemand) {
+    uint32_t a = 0, b = 0;
+    sets.Add(a, numbered(1, MESSAGE_SEVERITY_WARNING));
+    sets.Add(a, numbered(2, MESSAGE_SEVERITY_FATAL));
+    sets.Add(b, numbered(3, MESSAGE_SEVERITY_DEBUG));
+    EXPECT_NE(a, 0u);
+    EXPECT_NE(b, 0u);
+    EXPECT_NE(a, b);
+    EXPECT_EQ(sets.SetCount(), 2u);
+    EXPECT_EQ(numbers(a), (std::vector<uint32_t>{1, 2}));
+    EXPECT_EQ(sets.WorstSeverity(a), MESSAGE_SEVERITY_FATAL);
+    EXPECT_EQ(sets.WorstSeverity(b), MESSAGE_SEVERITY_DEBUG);
+    // A stale handle gets a new set rather than failing.
+    uint32_t stale = a;
+    sets.Clear(a);
+    sets.Add(stale, numbered(4));
+    EXPECT_TRUE(sets.IsSet(stale));
+    EXPECT_EQ(numbers(stale), (std::vector<uint32_t>{4}));
+}
+
+TEST_F(PWMsgSetTest, TransferAppendsAndEmptiesTheSource) {
+    uint32_t from = 0, to = 0, fresh = 0;
+    sets.Add(from, numbered(1));
+    sets.Add(from, numbered(2));
+    sets.Add(to, numbered(9));
+    sets.Transfer(from, to);
+    EXPECT_EQ(numbers(to), (std::vector<uint32_t>{9, 1, 2}));
+    EXPECT_TRUE(sets.IsSet(from));
+    EXPECT_EQ(sets.Count(from), 0u);
+    EXPECT_EQ(sets.WorstSeverity(from), 0);
+    sets.Transfer(to, fresh); // into a handle variable of 0: a new set
+    EXPECT_EQ(numbers(fresh), (std::vector<uint32_t>{9, 1, 2}));
+    sets.Transfer(fresh, fresh); // into itself: unchanged
+    EXPECT_EQ(sets.Count(fresh), 3u);
+}
+
+TEST_F(PWMsgSetTest, ClearOneAndAll) {
+    uint32_t a = 0, b = 0;
+    sets.Add(a, numbered(1));
+    sets.Add(b, numbered(2));
+    sets.Clear(a);
+    sets.Clear(a);      // again: ignored
+    sets.Clear(0xFFFF); // unknown: ignored
+    EXPECT_FALSE(sets.IsSet(a));
+    EXPECT_TRUE(sets.IsSet(b));
+    sets.ClearAll();
+    EXPECT_EQ(sets.SetCount(), 0u);
+    EXPECT_FALSE(sets.IsSet(0));
+}
+
+TEST_F(PWMsgSetTest, FailuresRaiseMessageSetFailure) {
+    uint32_t a = 0;
+    sets.Add(a, numbered(1));
+    uint32_t target = 0;
+    const struct {
+        const char *what;
+        std::function<void()> call;
+    } cases[] = {
+        {"count", [&] { sets.Count(a + 1); }},
+        {"worst", [&] { sets.WorstSeverity(a + 1); }},
+        {"message of no set", [&] { sets.Message(a + 1, 0); }},
+        {"message out of range", [&] { sets.Message(a, 1); }},
+        {"transfer", [&] { sets.Transfer(a + 1, target); }},
+    };
+    for (const auto &c : cases) {
+        const char *raised = nullptr;
+        qv::guarded(
+            "PWMsgSetTest", "msgclass_test", __LINE__, [&] { c.call(); },
+            [&](const char *symbol) { raised = symbol; });
+        EXPECT_EQ(raised, ZRK_MESSAGE_SET_FAILURE) << c.what;
+    }
+    EXPECT_EQ(target, 0u);
+    // With no status context the raise only reports, and the calls give empty results.
+    EXPECT_EQ(sets.Count(a + 1), 0u);
+    EXPECT_EQ(sets.WorstSeverity(a + 1), 0);
+    EXPECT_EQ(sets.Message(a, 5), nullptr);
+}
+
+// ---- the catalogue -------------------------------------------------------------------
+
+fs::path source_root() {
+    return fs::path(__FILE__).parent_path().parent_path().parent_path();
+}
+
+std::string read_file(const fs::path &path) {
+    std::ifstream in(path);
+    std::stringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+struct NamedNumber {
+    uint32_t number;
+    int parameters; // as listed in the header comment
+};
+
+// QV_MSG_... constants of qv/message.h with the count of parameters their comment lists.
+std::map<std::string, NamedNumber> named_numbers() {
+    std::map<std::string, NamedNumber> named;
+    std::string header = read_file(source_root() / "include/qv/message.h");
+    std::regex definition(R"(#define (QV_MSG_\w+) (0x[0-9A-Fa-f]{8})U\s*/\*\s*(.*?)\s*\*/)");
+    for (std::sregex_iterator it(header.begin(), header.end(), definition), end; it != end; ++it) {
+        std::string listed = (*it)[3];
+        int parameters =
+            listed == "-" ? 0 : 1 + static_cast<int>(std::count(listed.begin(), listed.end(), ','));
+        named[(*it)[1]] = {static_cast<uint32_t>(std::stoul((*it)[2], nullptr, 16)), parameters};
+    }
+    return named;
+}
+
+int highest_slot(const char *text) {
+    int highest = 0;
+    std::string s = text;
+    std::regex slot(R"(%(%|\d+))");
+    for (std::sregex_iterator it(s.begin(), s.end(), slot), end; it != end; ++it)
+        if ((*it)[1] != "%") highest = std::max(highest, std::stoi((*it)[1]));
+    return highest;
+}
+
+TEST(Catalogue, EveryNamedNumberHasATextWithItsParameters) {
+    auto named = named_numbers();
+    ASSERT_EQ(named.size(), qv::catalogue().size());
+    std::set<uint32_t> named_set;
+    for (const auto &[name, entry] : named) {
+        named_set.insert(entry.number);
+        const qv::CatalogueEntry *row = qv::find_catalogue_entry(entry.number);
+        ASSERT_NE(row, nullptr) << name;
+        EXPECT_NE(std::string(row->text), "") << name;
+        EXPECT_EQ(highest_slot(row->text), entry.parameters) << name << ": " << row->text;
+    }
+    for (const qv::CatalogueEntry &row : qv::catalogue())
+        EXPECT_TRUE(named_set.contains(row.number)) << std::hex << row.number << " has no name";
+    EXPECT_EQ(named_set.size(), named.size()) << "two names for one number";
+}
+
+TEST(Catalogue, EveryMessageNumberTheSourcesUseIsCatalogued) {
+    auto named = named_numbers();
+    std::regex constant(R"(\bQV_MSG_[A-Z0-9_]+\b)");
+    // A literal number given straight to a message: PWMessage m(0x..., NewMessage_L(0x...
+    std::regex literal(R"((?:PWMessage\s*\w*\s*[({]|NewMessage_L\s*\()\s*(0x[0-9A-Fa-f]{8}))");
+    int files = 0;
+    int uses = 0;
+    for (const char *folder : {"core", "messages", "strings", "platform", "dates", "containers",
+                               "values", "language", "dataline"}) {
+        fs::path directory = source_root() / folder;
+        if (!fs::is_directory(directory)) continue;
+        for (const auto &item : fs::recursive_directory_iterator(directory)) {
+            std::string extension = item.path().extension();
+            if (extension != ".cpp" && extension != ".hpp" && extension != ".h") continue;
+            ++files;
+            std::string text = read_file(item.path());
+            for (std::sregex_iterator it(text.begin(), text.end(), constant), end; it != end;
+                 ++it) {
+                ++uses;
+                EXPECT_TRUE(named.contains(it->str())) << it->str() << " in " << item.path();
+            }
+            for (std::sregex_iterator it(text.begin(), text.end(), literal), end; it != end; ++it) {
+                ++uses;
+                uint32_t number = static_cast<uint32_t>(std::stoul((*it)[1], nullptr, 16));
+                EXPECT_NE(qv::find_catalogue_entry(number), nullptr)
+                    << (*it)[1] << " in " << item.path();
+            }
+        }
+    }
+    EXPECT_GT(files, 5);
+    EXPECT_GT(uses, 5); // the scan does see the library's own messages
+}
+
+} // namespace
