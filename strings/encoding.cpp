@@ -10,6 +10,7 @@
 // decoders (UTF-8, UTF-16, UTF-32) follow ICU's rule for how much one U+FFFD covers (the
 // longest prefix of a well-formed sequence, at least one unit), so iterating a text and
 // converting it give the same code points.
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdlib>
@@ -19,6 +20,7 @@
 #include <new>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 #include <unicode/ucnv.h>
 #include <unicode/uchar.h>
@@ -194,16 +196,23 @@ Kind kind_of(const QV_ENCODING_T *encoding) {
 // Conversion
 // ---------------------------------------------------------------------------------------
 
-// Converters for conversion, one per encoding per thread, reset before each use.
-struct ThreadConverters {
-    std::unordered_map<const QV_ENCODING_T *, ConverterPtr> by_encoding;
+// Converters for conversion, one per encoding per thread, reset before each use. The name
+// is checked on every hit, so a caller's own descriptor reused at the same address for
+// another encoding cannot pick up a stale converter.
+struct CachedConverter {
+    std::string icu_name;
+    ConverterPtr converter;
 };
 
 UConverter *cached_converter(const QV_ENCODING_T *encoding) {
-    thread_local ThreadConverters converters;
-    auto &slot = converters.by_encoding[encoding];
-    if (!slot) slot = open_converter(encoding->icu_name);
-    return slot.get();
+    thread_local std::unordered_map<const QV_ENCODING_T *, CachedConverter> converters;
+    if (encoding->icu_name == nullptr) return nullptr;
+    CachedConverter &slot = converters[encoding];
+    if (!slot.converter || slot.icu_name != encoding->icu_name) {
+        slot.converter = open_converter(encoding->icu_name);
+        slot.icu_name = encoding->icu_name;
+    }
+    return slot.converter.get();
 }
 
 // Byte length of a text ended by `width` zero bytes on a `width` boundary.
@@ -230,14 +239,13 @@ struct Output {
 
 enum class Outcome { done, too_small, failed };
 
-bool grow(Output &output, int32_t used) {
+bool grow(Output &output) {
     int64_t wanted = static_cast<int64_t>(output.capacity) * 2 + 16;
     if (wanted > INT32_MAX / 2) return false;
     auto *bigger = static_cast<char *>(QV_REALLOC(output.bytes, static_cast<size_t>(wanted) + 4));
     if (bigger == nullptr) return false;
     output.bytes = bigger;
     output.capacity = static_cast<int32_t>(wanted);
-    (void)used;
     return true;
 }
 
@@ -264,7 +272,7 @@ Outcome convert_with_icu(const QV_ENCODING_T *from, const char *text, int32_t le
             return U_FAILURE(status) ? Outcome::failed : Outcome::done;
         }
         if (!output.growable) return Outcome::too_small;
-        if (!grow(output, *written)) return Outcome::failed;
+        if (!grow(output)) return Outcome::failed;
         target = output.bytes + *written;
     }
 }
@@ -287,12 +295,23 @@ void terminate(char *at, int32_t width) {
     std::memset(at, 0, static_cast<size_t>(width));
 }
 
-// First guess at the converted size: each source byte becomes at most one character.
+// First guess at the converted size: the worst case (each source character becomes the
+// target's widest), but no more than twice the source, which covers the common cases;
+// the rest grow.
 int32_t initial_capacity(int32_t length, const QV_ENCODING_T *from, const QV_ENCODING_T *to) {
     int64_t characters = length / (from->min_bytes > 0 ? from->min_bytes : 1) + 1;
     int64_t bytes = characters * (to->max_bytes > 0 ? to->max_bytes : 4) + 16;
+    bytes = std::min<int64_t>(bytes, 2 * static_cast<int64_t>(length) + 16);
     return bytes > INT32_MAX / 2 ? INT32_MAX / 2 : static_cast<int32_t>(bytes);
 }
+
+// Frees a growable output unless released: a raise from a growing realloc unwinds through
+// here.
+struct OutputGuard {
+    Output &output;
+    ~OutputGuard() { std::free(output.bytes); }
+    char *release() { return std::exchange(output.bytes, nullptr); }
+};
 
 // ---------------------------------------------------------------------------------------
 // Hand-written decoders
@@ -550,13 +569,11 @@ extern "C" int32_t ConvertEncoding_L(const QV_ENCODING_T *from, const char *text
     output.growable = true;
     output.bytes = static_cast<char *>(QV_MALLOC(static_cast<size_t>(output.capacity) + 4));
     if (output.bytes == nullptr) return -1;
+    OutputGuard guard{output};
     int32_t written = 0;
-    if (convert_into(from, text, length, to, output, &written) != Outcome::done) {
-        std::free(output.bytes);
-        return -1;
-    }
+    if (convert_into(from, text, length, to, output, &written) != Outcome::done) return -1;
     terminate(output.bytes + written, 4);
-    *out = output.bytes;
+    *out = guard.release();
     if (out_length != nullptr) *out_length = written;
     return 0;
 }
@@ -599,7 +616,8 @@ extern "C" int32_t CodePointIterInit_L(QV_CODEPOINT_ITER_T *iter, const QV_ENCOD
     iter->position = text;
     iter->end = text == nullptr ? nullptr : text + length;
     if (kind_of(encoding) != Kind::other) return 0;
-    ConverterPtr converter = open_converter(encoding->icu_name);
+    ConverterPtr converter =
+        encoding->icu_name != nullptr ? open_converter(encoding->icu_name) : nullptr;
     if (!converter) {
         iter->position = iter->end;
         return -1;

@@ -11,6 +11,9 @@
 #include <random>
 
 #include <sys/random.h>
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 #include "core/raise.hpp"
 #include "qv/encoding.h"
@@ -217,7 +220,8 @@ char *trim_characters(char *text, int32_t where, Trimmed trimmed) {
 }
 
 // ---------------------------------------------------------------------------------------
-// Checksum fold: the reflected CRC-32 table, sliced eight bytes at a time
+// Checksum fold: the reflected CRC-32 table, sliced eight bytes at a time, and carry-less
+// multiplication where the processor has it (both bit-identical to the byte-wise fold)
 // ---------------------------------------------------------------------------------------
 
 using CrcTables = std::array<std::array<uint32_t, 256>, 8>;
@@ -243,7 +247,7 @@ uint32_t fold_bytewise(uint32_t crc, const uint8_t *p, size_t length) {
     return crc;
 }
 
-uint32_t fold(uint32_t crc, const uint8_t *p, size_t length) {
+uint32_t fold_sliced(uint32_t crc, const uint8_t *p, size_t length) {
     if constexpr (std::endian::native == std::endian::little) {
         const auto &t = crc_tables;
         for (; length >= 8; p += 8, length -= 8) {
@@ -256,6 +260,71 @@ uint32_t fold(uint32_t crc, const uint8_t *p, size_t length) {
         }
     }
     return fold_bytewise(crc, p, length);
+}
+
+#if defined(__x86_64__)
+// Carry-less multiplication folding (the method of Intel's "Fast CRC Computation for
+// Generic Polynomials Using PCLMULQDQ"): four 128-bit lanes are folded 64 bytes at a
+// time, then into one lane, then reduced to 32 bits with a Barrett step. The constants are
+// powers of x modulo the bit-reflected polynomial; `length` is a multiple of 16, >= 64.
+#define QV_CLMUL_TARGET __attribute__((target("pclmul,sse4.1")))
+
+QV_CLMUL_TARGET inline __m128i load(const uint8_t *at) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i *>(at));
+}
+
+// x * k (x's low half times k's low, x's high half times k's high) plus `next`.
+QV_CLMUL_TARGET inline __m128i fold_lane(__m128i x, __m128i k, __m128i next) {
+    __m128i low = _mm_clmulepi64_si128(x, k, 0x00);
+    __m128i high = _mm_clmulepi64_si128(x, k, 0x11);
+    return _mm_xor_si128(_mm_xor_si128(high, low), next);
+}
+
+QV_CLMUL_TARGET uint32_t fold_clmul(uint32_t crc, const uint8_t *p, size_t length) {
+    const __m128i k1k2 = _mm_set_epi64x(0x01c6e41596, 0x0154442bd4);
+    const __m128i k3k4 = _mm_set_epi64x(0x00ccaa009e, 0x01751997d0);
+    const __m128i k5 = _mm_set_epi64x(0, 0x0163cd6124);
+    const __m128i barrett = _mm_set_epi64x(0x01f7011641, 0x01db710641);
+    __m128i x1 = _mm_xor_si128(load(p), _mm_cvtsi32_si128(static_cast<int>(crc)));
+    __m128i x2 = load(p + 16), x3 = load(p + 32), x4 = load(p + 48);
+    for (p += 64, length -= 64; length >= 64; p += 64, length -= 64) {
+        x1 = fold_lane(x1, k1k2, load(p));
+        x2 = fold_lane(x2, k1k2, load(p + 16));
+        x3 = fold_lane(x3, k1k2, load(p + 32));
+        x4 = fold_lane(x4, k1k2, load(p + 48));
+    }
+    x1 = fold_lane(x1, k3k4, x2);
+    x1 = fold_lane(x1, k3k4, x3);
+    x1 = fold_lane(x1, k3k4, x4);
+    for (; length >= 16; p += 16, length -= 16) x1 = fold_lane(x1, k3k4, load(p));
+    // 128 bits to 64.
+    const __m128i low32 = _mm_setr_epi32(~0, 0, ~0, 0);
+    __m128i x = _mm_xor_si128(_mm_srli_si128(x1, 8), _mm_clmulepi64_si128(x1, k3k4, 0x10));
+    x = _mm_xor_si128(_mm_clmulepi64_si128(_mm_and_si128(x, low32), k5, 0x00),
+                      _mm_srli_si128(x, 4));
+    // Barrett reduction to 32 bits.
+    __m128i t = _mm_clmulepi64_si128(_mm_and_si128(x, low32), barrett, 0x10);
+    t = _mm_clmulepi64_si128(_mm_and_si128(t, low32), barrett, 0x00);
+    return static_cast<uint32_t>(_mm_extract_epi32(_mm_xor_si128(x, t), 1));
+}
+
+bool has_clmul() {
+    static const bool supported =
+        __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("sse4.1");
+    return supported;
+}
+#endif
+
+uint32_t fold(uint32_t crc, const uint8_t *p, size_t length) {
+#if defined(__x86_64__)
+    if (length >= 64 && has_clmul()) {
+        size_t bulk = length & ~static_cast<size_t>(15);
+        crc = fold_clmul(crc, p, bulk);
+        p += bulk;
+        length -= bulk;
+    }
+#endif
+    return fold_sliced(crc, p, length);
 }
 
 // ---------------------------------------------------------------------------------------

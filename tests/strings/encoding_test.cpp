@@ -247,6 +247,7 @@ TEST(EncodingConvert, GrowsForLongExpandingText) {
 }
 
 TEST(EncodingConvert, AllocationFailureRaisesAndLeavesNothing) {
+    // Latin-1 to UTF-32 takes four times the bytes: the buffer has to grow.
     std::string latin(3000, '\xE9');
     for (int32_t n = 0;; ++n) {
         char *volatile out = nullptr;
@@ -256,8 +257,8 @@ TEST(EncodingConvert, AllocationFailureRaisesAndLeavesNothing) {
             [&] {
                 char *result = nullptr;
                 TestFailAllocation_L(n);
-                ConvertEncoding_L(Latin1Encoding_L(), latin.data(), 3000, UTF8Encoding_L(), &result,
-                                  nullptr);
+                ConvertEncoding_L(Latin1Encoding_L(), latin.data(), 3000, UTF32Encoding_L(),
+                                  &result, nullptr);
                 out = result;
             },
             [&](const char *symbol) { raised = symbol; });
@@ -266,7 +267,9 @@ TEST(EncodingConvert, AllocationFailureRaisesAndLeavesNothing) {
         if (!fired) {
             ASSERT_TRUE(completed);
             ASSERT_NE(out, nullptr);
+            EXPECT_EQ(std::string(out, 4), "\xE9\x00\x00\x00"_b);
             std::free(out);
+            EXPECT_EQ(n, 2); // the first allocation and one growth
             break;
         }
         EXPECT_FALSE(completed);
