@@ -230,7 +230,11 @@ char *encode_text(const int32_t *cps, int32_t count, const QV_ENCODING_T *encodi
     int32_t w = terminator_width(encoding);
     int32_t n = -1;
     char *out = nullptr;
-    if (is_utf8(encoding) || is_utf16(encoding) || is_latin1(encoding)) {
+    if (count <= 0) {
+        n = 0;
+        out = copy_bytes("", 0, encoding);
+        if (out == nullptr) return nullptr;
+    } else if (is_utf8(encoding) || is_utf16(encoding) || is_latin1(encoding)) {
         int64_t room = is_latin1(encoding) ? count : 4LL * count;
         if (room > INT32_MAX - 8) {
             QV_RAISE(ALLOC_FAILURE);
@@ -292,8 +296,8 @@ bool set_code_points(QV_STRING_T *out, const int32_t *cps, int32_t count,
 
 int32_t find_code_points(const int32_t *hay, int32_t n, const int32_t *needle, int32_t m,
                          int32_t from) {
-    if (m <= 0) return -1;
-    for (int32_t i = from < 0 ? 0 : from; i + m <= n; ++i)
+    if (m <= 0 || m > n) return -1;
+    for (int32_t i = from < 0 ? 0 : from; i <= n - m; ++i)
         if (hay[i] == needle[0] && std::memcmp(hay + i, needle, 4 * static_cast<size_t>(m)) == 0)
             return i;
     return -1;

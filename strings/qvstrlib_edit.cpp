@@ -125,7 +125,7 @@ Result dispatch(const View &m, const View &a, const View &b, PathNeeds needs, Re
 const View kNoView{};
 
 int32_t find_in(Seq<uint8_t> hay, Seq<uint8_t> needle, int32_t from) {
-    if (needle.n == 0 || from < 0 || from + needle.n > hay.n) return -1;
+    if (needle.n == 0 || from < 0 || static_cast<int64_t>(from) + needle.n > hay.n) return -1;
     const void *hit = memmem(hay.data + from, hay.n - from, needle.data, needle.n);
     return hit == nullptr ? -1 : static_cast<int32_t>(static_cast<const uint8_t *>(hit) - hay.data);
 }
