@@ -9,7 +9,9 @@
 // substitution character for every invalid or unmappable sequence. The hand-written
 // decoders (UTF-8, UTF-16, UTF-32) follow ICU's rule for how much one U+FFFD covers (the
 // longest prefix of a well-formed sequence, at least one unit), so iterating a text and
-// converting it give the same code points.
+// converting it give the same code points. A conversion between an encoding and itself,
+// and of all-ASCII text between ASCII-compatible encodings, copies the bytes as they are
+// (invalid bytes included).
 #include <algorithm>
 #include <array>
 #include <bit>

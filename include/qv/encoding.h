@@ -86,7 +86,9 @@ QV_API int32_t EncodeCodePoint_L(const QV_ENCODING_T *encoding, int32_t code_poi
  * (0 for ASCII, trail and invalid bytes). */
 QV_API extern const uint8_t UTF8TrailBytes_L[256];
 /* Decodes one character from at most `length` bytes; stores it (U+FFFD when invalid) and
- * returns the bytes used: at least 1 when length > 0, 0 when length <= 0. */
+ * returns the bytes used: at least 1 when length > 0, 0 when length <= 0. Overlong forms,
+ * surrogates and values past U+10FFFF are invalid; as in ICU, one U+FFFD covers the longest
+ * start of a well-formed sequence (a lone lead or trail byte, or a sequence cut short). */
 QV_API int32_t DecodeUTF8_L(const char *text, int32_t length, int32_t *code_point);
 /* Characters in a terminated UTF-8 text (0 for null). */
 QV_API int32_t StrlenUTF8_L(const char *text);
@@ -96,7 +98,8 @@ QV_API int32_t StricmpUTF8_L(const char *left, const char *right);
 /* True when the first `length` bytes (-1: up to the terminator) are all below 0x80. */
 QV_API uint8_t IsASCIIString_L(const char *text, int32_t length);
 
-/* Code-point classes and case, from ICU's properties. */
+/* Code-point classes and case, from ICU's properties. White space is the Unicode White_Space
+ * property (on ASCII: space, tab, CR, LF, VT, FF); case mappings are the simple ones. */
 QV_API uint8_t IsSpaceCodePoint_L(int32_t code_point);
 QV_API uint8_t IsDigitCodePoint_L(int32_t code_point);
 QV_API uint8_t IsAlphaCodePoint_L(int32_t code_point);
