@@ -9,6 +9,8 @@
 #include <string>
 #include <unistd.h>
 
+#include <unicode/locid.h>
+
 #include "core/raise.hpp"
 #include "messages/message.hpp"
 #include "qv/alloc.h"
@@ -277,6 +279,29 @@ TEST_F(GlossaryTest, AllocationFailuresRaiseAndLeaveNothingBehind) {
     }
     EXPECT_STREQ(Gloss_L(2), "two");
     EXPECT_STREQ(DayGloss_L(1), "D1");
+}
+
+TEST(DateNames, LocaleNamesAndRanges) {
+    for (int32_t bad : {-1, 7}) {
+        EXPECT_EQ(GetDay_L(bad), nullptr) << bad;
+        EXPECT_EQ(GetShortDay_L(bad), nullptr) << bad;
+    }
+    for (int32_t bad : {-1, 12}) {
+        EXPECT_EQ(GetMonth_L(bad), nullptr) << bad;
+        EXPECT_EQ(GetShortMonth_L(bad), nullptr) << bad;
+    }
+    for (int32_t i = 0; i < 12; ++i) {
+        EXPECT_STRNE(GetMonth_L(i), "") << i;
+        EXPECT_STRNE(GetShortMonth_L(i), "") << i;
+    }
+    if (std::string(icu::Locale::getDefault().getLanguage()) != "en") GTEST_SKIP();
+    EXPECT_STREQ(GetDay_L(0), "Sunday");
+    EXPECT_STREQ(GetDay_L(6), "Saturday");
+    EXPECT_STREQ(GetShortDay_L(1), "Mon");
+    EXPECT_STREQ(GetMonth_L(0), "January");
+    EXPECT_STREQ(GetShortMonth_L(11), "Dec");
+    EXPECT_STREQ(GetAM_L(), "AM");
+    EXPECT_STREQ(GetPM_L(), "PM");
 }
 
 } // namespace
