@@ -13,6 +13,7 @@
 
 #include <climits>
 #include <cstring>
+#include <string_view>
 
 #include "core/raise.hpp"
 #include "qv/textutil.h"
@@ -126,8 +127,10 @@ const View kNoView{};
 
 int32_t find_in(Seq<uint8_t> hay, Seq<uint8_t> needle, int32_t from) {
     if (needle.n == 0 || from < 0 || static_cast<int64_t>(from) + needle.n > hay.n) return -1;
-    const void *hit = memmem(hay.data + from, hay.n - from, needle.data, needle.n);
-    return hit == nullptr ? -1 : static_cast<int32_t>(static_cast<const uint8_t *>(hit) - hay.data);
+    std::string_view text(reinterpret_cast<const char *>(hay.data), hay.n);
+    size_t at =
+        text.find(std::string_view(reinterpret_cast<const char *>(needle.data), needle.n), from);
+    return at == std::string_view::npos ? -1 : static_cast<int32_t>(at);
 }
 int32_t find_in(Seq<int32_t> hay, Seq<int32_t> needle, int32_t from) {
     return find_code_points(hay.data, hay.n, needle.data, needle.n, from);
@@ -288,11 +291,13 @@ int32_t SubString_SL(const QV_STRING_T *s, int32_t start, int32_t length, QV_STR
         return v.is_null() ? -1 : -2;
     }
     if (out == nullptr) return -1;
-    int32_t n = force_code_point_path ? -1 : count_chars(v);
+    bool bytes = bytes_are_chars(v);
+    int32_t n = bytes ? v.bytes : force_code_point_path ? -1 : count_chars(v);
     int32_t from = 0, to = 0;
     if (n >= 0) {
         Window w = substring_window(n, start, length);
-        if (byte_range(v, w, &from, &to)) {
+        if (bytes) from = w.begin, to = w.end;
+        if (bytes || byte_range(v, w, &from, &to)) {
             char *text = copy_bytes(v.text + from, to - from, v.encoding);
             const QV_ENCODING_T *encoding = s->encoding;
             SetNull_SL(out);
