@@ -62,9 +62,9 @@ void report_fatal(const char *text, const char *file, int32_t line) {
     message << text << file << line;
     const char *made = StringMessage_L(&message);
     if (*made != '\0')
-        ErrFeedback_L("%s\n", made);
+        ErrFeedback_L("%s", made);
     else // the message text could not be allocated: say it plainly
-        ErrFeedback_L("%s ['%s' line %ld]\n", text, file, static_cast<long>(line));
+        ErrFeedback_L("%s ['%s' line %ld]", text, file, static_cast<long>(line));
 }
 
 void trace_raise(const char *symbol, const char *file, int32_t line, int32_t mode, int32_t status,

@@ -363,9 +363,18 @@ void write_to_file(const FeedbackClass *entry, std::string_view text) {
     state.last_write = block ? LastWrite::block : LastWrite::plain;
 }
 
-// Writes one formatted text for a class, or for debug output when `entry` is null.
-void write_text(const FeedbackClass *entry, std::string_view text) {
-    if (text.empty()) return;
+// Writes one formatted text for a class, or for debug output when `entry` is null. Every
+// write is whole lines: a text that does not end with a line feed is given one, so that
+// messages written with a plain "%s" stand on lines of their own.
+void write_text(const FeedbackClass *entry, std::string_view given) {
+    if (given.empty()) return;
+    std::string ended;
+    if (given.back() != '\n') {
+        ended.reserve(given.size() + 1);
+        ended.append(given).push_back('\n');
+        given = ended;
+    }
+    std::string_view text = given;
     if (state.file != nullptr) write_to_file(entry, text);
     bool echo = entry == nullptr || (entry->flags & QV_FEEDBACK_STDOUT) != 0;
     if (state.standard_feedback && echo)

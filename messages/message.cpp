@@ -45,7 +45,7 @@ using HeapText = std::unique_ptr<char, FreeText>;
 void write_debug(const PWMessage &message) {
     char category[24];
     std::snprintf(category, sizeof category, "%lu", static_cast<unsigned long>(message.Number()));
-    Debug_L(category, "%s\n", message.Text().c_str());
+    Debug_L(category, "%s", message.Text().c_str());
 }
 
 // Logs QV_MSG_C_FUNCTION_ERROR for an error number with the text made from format/arguments.
@@ -98,12 +98,11 @@ QV_API void LogMessage_L(const PWMessage *message) {
     switch (message->LibrarySeverity()) {
         case MESSAGE_SEVERITY_DEBUG: write_debug(*message); return;
         case MESSAGE_SEVERITY_INFORMATION:
-            Feedback_L(GetFeedbackClass_L("Info"), "%s\n", message->Text().c_str());
+            Feedback_L(GetFeedbackClass_L("Info"), "%s", message->Text().c_str());
             return;
         case MESSAGE_SEVERITY_WARNING:
             if (!warnings_deferred) {
-                Feedback_L(GetFeedbackClass_L("Warning"), "WARNING - %s\n",
-                           message->Text().c_str());
+                Feedback_L(GetFeedbackClass_L("Warning"), "WARNING - %s", message->Text().c_str());
                 return;
             }
             break;

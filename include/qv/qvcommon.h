@@ -7,6 +7,14 @@
 #include "qv_export.h"
 #include "except.h"
 #include "alloc.h"
+#include "platform.h"
+#include "feedback.h"
+#include "message.h"
+#include "msgclass.h"
+#include "date.h"
 #include "qvstring.h"
+#include "encoding.h"
+#include "textutil.h"
+#include "qvstrlib.h"
 
 #endif

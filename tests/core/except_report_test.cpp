@@ -200,7 +200,7 @@ TEST_F(ExceptReportTest, ExceptionFilterWritesToTheErrorClass) {
     EXPECT_EQ(err, "Software Exception 0xC0000094 ( Integer divide by zero )\n");
     err.clear();
     EXPECT_EQ(TopLevelExceptionFilter_L(nullptr), 1);
-    EXPECT_EQ(err, "Unknown exception");
+    EXPECT_EQ(err, "Unknown exception\n"); // a feedback write always ends its line
 }
 
 } // namespace

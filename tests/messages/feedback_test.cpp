@@ -243,11 +243,11 @@ struct WrapCase {
 
 const WrapCase wrap_cases[] = {
     {10, "aaaa bbbb cccc\n", "aaaa bbbb\ncccc\n"},
-    {5, "abcdefghijkl", "abcde\nfghij\nkl"},
+    {5, "abcdefghijkl", "abcde\nfghij\nkl\n"}, // every write ends a line
     {5, "ab cdefgh\n", "ab\ncdefg\nh\n"},
-    {4, "abcd efgh", "abcd\nefgh"}, // the space just past the width is used
-    {4, " abcdef", " abc\ndef"},    // a leading space is no break point
-    {3, "\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9", "\xC3\xA9\xC3\xA9\xC3\xA9\n\xC3\xA9\xC3\xA9"},
+    {4, "abcd efgh", "abcd\nefgh\n"}, // the space just past the width is used
+    {4, " abcdef", " abc\ndef\n"},    // a leading space is no break point
+    {3, "\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9", "\xC3\xA9\xC3\xA9\xC3\xA9\n\xC3\xA9\xC3\xA9\n"},
     {6, "short\nlines stay\n", "short\nlines\nstay\n"},
     {6, "exact!\n", "exact!\n"},
     {0, "width zero means 1024\n", "width zero means 1024\n"},
@@ -267,12 +267,12 @@ TEST_F(FeedbackTest, DefaultWidthIs1024AndTheLogFileIsNotWrapped) {
     fs::path log = open_log();
     std::string line(1030, 'x');
     Simple_Feedback_L(X_Info_FL, line.c_str());
-    EXPECT_EQ(captured.out, std::string(1024, 'x') + "\n" + std::string(6, 'x'));
-    EXPECT_EQ(read_file(log), line);
+    EXPECT_EQ(captured.out, std::string(1024, 'x') + "\n" + std::string(6, 'x') + "\n");
+    EXPECT_EQ(read_file(log), line + "\r\n");
     captured = {};
     Set_Feedback_Width_L(-5);
     Simple_Feedback_L(X_Info_FL, std::string(1024, 'y').c_str());
-    EXPECT_EQ(captured.out, std::string(1024, 'y'));
+    EXPECT_EQ(captured.out, std::string(1024, 'y') + "\n");
 }
 
 // ---- the log file ---------------------------------------------------------------------------
@@ -299,7 +299,8 @@ TEST_F(FeedbackTest, LongClassNamesAreCutInThePrefix) {
         RegisterFeedbackClass_L("VeryLongClassName", 4, QV_FEEDBACK_ALWAYS | QV_FEEDBACK_TIMESTAMP);
     fs::path log = open_log();
     Feedback_L(custom, "x");
-    EXPECT_TRUE(std::regex_match(read_file(log), std::regex(R"(\[VERYLONGCL - [-0-9: ]{19}\] x)")));
+    EXPECT_TRUE(
+        std::regex_match(read_file(log), std::regex("\\[VERYLONGCL - [-0-9: ]{19}\\] x\r\n")));
 }
 
 TEST_F(FeedbackTest, LogFileAppendsOrTruncatesAndCloses) {
