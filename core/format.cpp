@@ -29,6 +29,7 @@
 
 #include "core/raise.hpp"
 #include "qv/alloc.h"
+#include "qv/encoding.h"
 #include "qv/qvstring.h"
 
 namespace qv {
@@ -76,12 +77,25 @@ struct PrintableText {
     std::unique_ptr<char, decltype(&std::free)> temporary{nullptr, &std::free};
 };
 
-// The text of a counted string for printing. The bytes are printed as the string holds
-// them; converting from the string's encoding to UTF-8 belongs here, into `temporary`.
-// Must not call the formatter (it shares the work text). A null text prints "<NULL>".
+// The text of a counted string for printing, in UTF-8: texts the encoding service can use
+// as UTF-8 directly are printed as they are, others are converted into `temporary`. Must
+// not call the formatter (it shares the work text). A null text prints "<NULL>"; a text
+// that cannot be converted (the conversion raised with no context open) prints nothing.
 PrintableText format_counted_string(const QV_STRING_T &string) {
     PrintableText printable;
-    printable.text = string.text;
+    if (string.text == nullptr || string.encoding == nullptr || string.encoding->utf8_direct) {
+        printable.text = string.text;
+        return printable;
+    }
+    char *converted = nullptr;
+    if (ConvertEncoding_L(string.encoding, string.text, -1, UTF8Encoding_L(), &converted,
+                          nullptr) != 0 ||
+        converted == nullptr) {
+        printable.text = "";
+        return printable;
+    }
+    printable.temporary.reset(converted);
+    printable.text = converted;
     return printable;
 }
 

@@ -17,6 +17,7 @@
 
 #include "core/raise.hpp"
 #include "qv/alloc.h"
+#include "qv/encoding.h"
 #include "qv/qvstring.h"
 
 namespace {
@@ -156,6 +157,10 @@ constexpr const char *no_text = nullptr;
 constexpr const QV_STRING_T *no_string = nullptr;
 QV_STRING_T counted_abc{const_cast<char *>("abc"), nullptr};
 QV_STRING_T counted_null_text{nullptr, nullptr};
+// "h\u00e9" in Latin-1 and in UTF-16: both print in UTF-8.
+QV_STRING_T counted_latin1{const_cast<char *>("h\xE9"), Latin1Encoding_L()};
+char utf16_text[] = {'h', 0, '\xE9', 0, 0, 0};
+QV_STRING_T counted_utf16{utf16_text, UTF16Encoding_L()};
 
 const std::vector<Difference> differences = {
     {"0 with precision 0", [] { return qv_format("%.0d|%.0u|%.0x|%5.0d", 0, 0u, 0u, 0); },
@@ -186,6 +191,12 @@ const std::vector<Difference> differences = {
     {"counted string",
      [] { return qv_format("%S|%5S|%.2S", &counted_abc, &counted_abc, &counted_abc); },
      "abc|  abc|ab"},
+    {"counted strings print in UTF-8",
+     [] {
+         return qv_format("%S|%S|%4S|%.2S", &counted_latin1, &counted_utf16, &counted_latin1,
+                          &counted_utf16);
+     },
+     "h\xC3\xA9|h\xC3\xA9| h\xC3\xA9|h\xC3"},
     {"counted string with null text", [] { return qv_format("%S", &counted_null_text); }, "<NULL>"},
     {"null counted string takes the next argument",
      [] { return qv_format("%S|%d", no_string, "plain", 3); }, "plain|3"},
