@@ -11,8 +11,9 @@
  * The result is a heap text freed by the caller with free().
  * Conversions: d i (32-bit; "I64d" 64-bit; "ld" a long), u o x X (32-bit; "l" a long),
  * c (its low byte; a byte 0 ends the result there), s and U (text; null prints "<NULL>"),
- * S (a QV_STRING_T *: its text bytes as stored, a null text prints "<NULL>"; a null pointer
- * takes the next argument as a plain text instead), p (the C library's %p; width ignored),
+ * S (a QV_STRING_T *: its text converted from its encoding to UTF-8, precision counting
+ * UTF-8 bytes; a null text prints "<NULL>"; a null pointer takes the next argument as a
+ * plain text instead), p (the C library's %p; width ignored),
  * f (a 32-bit float passed through its bits without "l", a double with "l"; the C library's
  * %f with the same flags, width and precision), %% and any other character (printed alone,
  * the flags and width before it dropped: "%+d" prints "+d"). Flags - and 0, widths and precisions
