@@ -37,6 +37,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/heap.hpp"
 #include "core/raise.hpp"
 #include "qv/alloc.h"
 #include "qv/feedback.h"
@@ -191,20 +192,11 @@ bool add_selection(std::string_view item) {
     return true;
 }
 
-struct HeapText {
-    char *text = nullptr;
-    HeapText() = default;
-    explicit HeapText(char *owned) : text(owned) {}
-    HeapText(const HeapText &) = delete;
-    HeapText &operator=(const HeapText &) = delete;
-    ~HeapText() { std::free(text); }
-};
-
 void read_selections() {
     free_selections();
-    HeapText setting(qv::trace_values_text());
-    if (setting.text == nullptr) return;
-    std::string_view rest(setting.text);
+    qv::HeapText setting(qv::trace_values_text());
+    if (setting == nullptr) return;
+    std::string_view rest(setting.get());
     while (true) {
         std::size_t comma = rest.find(',');
         std::string_view item = trim(rest.substr(0, comma));
@@ -437,8 +429,8 @@ int32_t debug_write(const char *category, const char *format, va_list arguments)
 
 // True for the encodings the log file can be written in as ASCII; reports others.
 bool log_encoding_is_ascii() {
-    HeapText encoding(GetPreference_L("QV_LOG_ENCODING"));
-    const char *name = encoding.text;
+    qv::HeapText encoding(GetPreference_L("QV_LOG_ENCODING"));
+    const char *name = encoding.get();
     if (name == nullptr || *name == '\0' || same_name(name, "UTF-8") || same_name(name, "UTF8"))
         return false;
     if (same_name(name, "ASCII") || same_name(name, "US-ASCII")) return true;
@@ -448,17 +440,17 @@ bool log_encoding_is_ascii() {
 
 // `path` with its file-name part replaced by the preference QV_LOG_NAME when that is set.
 std::string log_file_name(const char *path) {
-    HeapText name(GetPreference_L("QV_LOG_NAME"));
-    if (name.text == nullptr || *name.text == '\0') return path;
+    qv::HeapText name(GetPreference_L("QV_LOG_NAME"));
+    if (name == nullptr || *name == '\0') return path;
     std::string_view full(path);
     std::size_t slash = full.find_last_of("/\\");
-    if (slash == std::string_view::npos) return name.text;
-    return std::string(full.substr(0, slash + 1)) + name.text;
+    if (slash == std::string_view::npos) return name.get();
+    return std::string(full.substr(0, slash + 1)) + name.get();
 }
 
 std::string log_directory_path(const char *name) {
-    HeapText directory(GetPreference_L("QV_LOG_DIR"));
-    std::string path = directory.text ? directory.text : "";
+    qv::HeapText directory(GetPreference_L("QV_LOG_DIR"));
+    std::string path = directory ? directory.get() : "";
     while (path.size() > 1 && (path.back() == '/' || path.back() == '\\')) path.pop_back();
     if (!path.empty()) path.push_back('/');
     return path + (name ? name : "");
@@ -678,11 +670,11 @@ QV_API char *DefaultLogFileRoot_L(char kind, const char *name, int32_t number, u
 }
 
 QV_API char *LogFilePath_L(char kind, const char *name, int32_t number) {
-    HeapText root(DefaultLogFileRoot_L(kind, name, number, 0, nullptr));
-    if (root.text == nullptr) return nullptr;
+    qv::HeapText root(DefaultLogFileRoot_L(kind, name, number, 0, nullptr));
+    if (root == nullptr) return nullptr;
     std::string directory = log_directory_path(nullptr);
     char *path = nullptr;
-    return Asprintf_L(&path, "%s%U.log", directory.c_str(), root.text);
+    return Asprintf_L(&path, "%s%U.log", directory.c_str(), root.get());
 }
 
 QV_API void TerminateFeedback_L(void) {

@@ -27,6 +27,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "core/heap.hpp"
 #include "core/raise.hpp"
 #include "messages/message.hpp"
 #include "qv/alloc.h"
@@ -37,24 +38,9 @@
 
 namespace {
 
-struct FreeText {
-    void operator()(char *text) const { std::free(text); }
-};
-using HeapText = std::unique_ptr<char, FreeText>;
-
-// The line buffer GetLFTerminatedLine_L grows; released however the reading ends.
-struct LineBuffer {
-    char *text = nullptr;
-    LineBuffer() = default;
-    LineBuffer(const LineBuffer &) = delete;
-    LineBuffer &operator=(const LineBuffer &) = delete;
-    ~LineBuffer() { std::free(text); }
-};
-
-struct CloseFile {
-    void operator()(FILE *file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
+using qv::File;
+using qv::HeapText;
+using LineBuffer = qv::GrowingText;
 
 struct Entry {
     int32_t number;

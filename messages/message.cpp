@@ -11,6 +11,7 @@
 #include <cstring>
 #include <memory>
 
+#include "core/heap.hpp"
 #include "core/raise.hpp"
 #include "messages/message.hpp"
 #include "qv/alloc.h"
@@ -37,10 +38,7 @@ int32_t report_class(int32_t severity) {
     return report_class_error;
 }
 
-struct FreeText {
-    void operator()(char *text) const { std::free(text); }
-};
-using HeapText = std::unique_ptr<char, FreeText>;
+using qv::HeapText;
 
 void write_debug(const PWMessage &message) {
     char category[24];

@@ -28,6 +28,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/heap.hpp"
 #include "core/raise.hpp"
 #include "platform/paths.hpp"
 #include "qv/platform.h"
@@ -77,25 +78,12 @@ bool line_value(std::string_view line, std::string_view name, std::string_view &
     return true;
 }
 
-struct FileCloser {
-    void operator()(FILE *file) const { std::fclose(file); }
-};
-
-// A line buffer that GetLFTerminatedLine_L grows in place, freed on every way out.
-struct LineBuffer {
-    char *text = nullptr;
-    LineBuffer() = default;
-    LineBuffer(const LineBuffer &) = delete;
-    LineBuffer &operator=(const LineBuffer &) = delete;
-    ~LineBuffer() { std::free(text); }
-};
-
 // The value of `name` in the file at `path` as a heap text, or null. The file and the line
 // buffer are released also when a raise passes through.
 char *file_preference(const std::string &path, std::string_view name) {
-    std::unique_ptr<FILE, FileCloser> file(fopen8_L(path.c_str(), "rb"));
+    qv::File file(fopen8_L(path.c_str(), "rb"));
     if (!file) return nullptr;
-    LineBuffer line;
+    qv::GrowingText line;
     while (GetLFTerminatedLine_L(&line.text, file.get()) != nullptr) {
         std::string_view value;
         if (line_value(line.text, name, value)) return QV_STRNDUP(value.data(), value.size());
