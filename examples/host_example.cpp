@@ -40,10 +40,26 @@ void run_load() {
     else
         failed = true;
     Exc_Sp->in_handler = 1;
-    if (failed)
-        std::printf("  handler: caught %s raised in '%s' at line %d\n", Exc_Raised_, Exc_GetFile_L(),
-                    Exc_GetLine_L());
+    if (failed) {
+        std::printf("  handler: caught %s raised in '%s' at line %d\n", Exc_Raised_,
+                    Exc_GetFile_L(), Exc_GetLine_L());
+        LogExcError_L(); // collected in the message set of the message context
+    }
     except_end_context("host_example", __LINE__);
+}
+
+// Text in Latin-1, measured and changed by characters, printed in UTF-8.
+void show_counted_strings() {
+    QV_STRING_T city;
+    SetNull_SL(&city);
+    AstrcpyE_SL(&city, "M\xFCnchen", LookupEncoding_L("latin1"));
+    ToUpper_SL(&city);
+    char *text = nullptr;
+    Asprintf_L(&text, "%S has %d characters in %d bytes of %s", &city, Strlen_SL(&city),
+               Bytelen_SL(&city, 0), city.encoding->name);
+    std::printf("  %s\n", text);
+    std::free(text);
+    FreeString_SL(&city);
 }
 
 void show_formatting() {
@@ -60,10 +76,19 @@ void show_formatting() {
 } // namespace
 
 int main() {
+    uint32_t messages = 0;
+    InitMessages_L(&messages);
     std::printf("A raise from nested calls lands in the status context:\n");
     run_load();
+    std::printf("The messages collected on the way:");
+    ReportMessages_L(&messages, MESSAGE_SEVERITY_DEBUG);
     std::printf("Formatted texts:\n");
     show_formatting();
+    std::printf("Counted strings:\n");
+    show_counted_strings();
+    TerminateMessages_L(nullptr);
+    UnloadGlossaries_L();
+    TerminateFeedback_L();
     Free_Alloc_Ptrs_L();
     return 0;
 }
