@@ -652,8 +652,16 @@ int32_t StrcompE_SL(const QV_STRING_T *a, const char *text, const QV_ENCODING_T 
     return compare_views(view_of(a), view_of(text, encoding), n, case_sensitive);
 }
 
+// Two UTF-8 texts, or two texts in the same single-byte encoding, go to the matchers as they
+// are (the UTF-8 matcher is as fast as the byte one on ASCII text); other pairs are brought
+// to one encoding first.
 uint8_t Is_Like_SL(const QV_STRING_T *text, const QV_STRING_T *pattern) {
     if (pattern == nullptr || pattern->text == nullptr) return 1;
+    const QV_ENCODING_T *te = encoding_of(text), *pe = encoding_of(pattern);
+    const char *text_bytes = text != nullptr ? text->text : nullptr;
+    if (is_utf8(te) && is_utf8(pe)) return Is_Like8_L(text_bytes, pattern->text);
+    if (te == pe && single_byte(te) && !force_code_point_path)
+        return Is_Like_L(text_bytes, pattern->text);
     View t = view_of(text), p = view_of(pattern);
     static const char kEmpty[4] = {0, 0, 0, 0};
     if (t.is_null()) t = view_of(kEmpty, t.encoding);

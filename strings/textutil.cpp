@@ -65,53 +65,133 @@ size_t utf8_code_point(const char *text, int32_t *code_point) {
 // Wildcard matching
 // ---------------------------------------------------------------------------------------
 
-// Matches text against a LIKE pattern without recursion: on a mismatch it goes back to the
-// last "%" seen and lets it swallow one more character. Each "%" only moves forward, so
-// the work is at most (text length x pattern length) and usually linear. `step` gives the
-// bytes of one character at a position (1 for the byte form).
-template <class Step>
-bool like_match(const char *text, const char *pattern, Step step) {
+// LIKE matching without recursion: on a mismatch the matcher goes back to the last "%" seen
+// and lets it swallow more text. Each "%" only moves forward, so the work is at most (text
+// length x pattern length) and usually linear. A character is one byte in the byte form and
+// one UTF-8 character in the UTF-8 form (an invalid sequence is one character, as
+// DecodeUTF8_L steps over it).
+//
+// Literal runs between wildcards are compared as a whole with memcmp, which gives the same
+// answer as comparing them character by character. After a "%", the matcher looks for the
+// next place where the literal run that follows it occurs (memchr on its first byte, then
+// memcmp) instead of trying every character in between. In the UTF-8 form this is exact
+// because every byte other than a trail byte (0x80-0xBF) starts a character; a run that
+// starts with a trail byte is looked for character by character.
+
+constexpr char kLikeSpecials[] = "%_\\";
+
+template <bool Utf8>
+size_t like_step(const char *t, const char *end) {
+    if (!Utf8 || static_cast<unsigned char>(*t) < 0x80) return 1;
+    ptrdiff_t left = end - t;
+    int32_t ignored;
+    return static_cast<size_t>(
+        DecodeUTF8_L(t, left < 4 ? static_cast<int32_t>(left) : 4, &ignored));
+}
+
+// The literal that a pattern position starts with: a run of plain bytes, or one escaped
+// character. `bytes` is 0 when the position holds "_"; `used` counts the pattern bytes
+// taken, the escape included.
+struct Literal {
+    const char *bytes_at = nullptr;
+    size_t bytes = 0;
+    size_t used = 0;
+};
+
+template <bool Utf8>
+Literal literal_at(const char *p) {
+    if (*p == '_') return {p, 0, 0};
+    if (*p != '\\') {
+        size_t n = std::strcspn(p, kLikeSpecials);
+        return {p, n, n};
+    }
+    const char *escaped = p[1] != '\0' ? p + 1 : p; // a final "\" stands for itself
+    size_t n = Utf8 ? utf8_step(escaped) : 1;
+    return {escaped, n, static_cast<size_t>(escaped - p) + n};
+}
+
+// First position at or after t where `run` (not empty) occurs, or null.
+template <bool Utf8>
+const char *find_run(const char *t, const char *end, const Literal &run) {
+    auto first = static_cast<unsigned char>(run.bytes_at[0]);
+    if (Utf8 && first >= 0x80 && first < 0xC0) { // cannot start a character: step along
+        for (; static_cast<size_t>(end - t) >= run.bytes; t += like_step<Utf8>(t, end))
+            if (std::memcmp(t, run.bytes_at, run.bytes) == 0) return t;
+        return nullptr;
+    }
+    while (static_cast<size_t>(end - t) >= run.bytes) {
+        const void *hit = std::memchr(t, first, static_cast<size_t>(end - t) - run.bytes + 1);
+        if (hit == nullptr) return nullptr;
+        t = static_cast<const char *>(hit);
+        if (std::memcmp(t + 1, run.bytes_at + 1, run.bytes - 1) == 0) return t;
+        ++t;
+    }
+    return nullptr;
+}
+
+// Patterns without "_" or "\" whose only "%"s end them: an exact or a prefix comparison.
+// Returns 1 or 0 when the pattern is of that kind, -1 when it needs the matcher.
+int like_by_comparison(const char *text, const char *pattern) {
+    size_t n = std::strcspn(pattern, kLikeSpecials);
+    if (pattern[n] == '\0') return std::strcmp(text, pattern) == 0;
+    if (pattern[n] != '%' || pattern[n + std::strspn(pattern + n, "%")] != '\0') return -1;
+    return std::strncmp(text, pattern, n) == 0;
+}
+
+template <bool Utf8>
+bool like_match(const char *text, const char *pattern) {
+    int compared = like_by_comparison(text, pattern);
+    if (compared >= 0) return compared == 1;
     const char *t = text;
+    const char *end = text + std::strlen(text);
     const char *p = pattern;
     const char *star_pattern = nullptr; // pattern just after the last "%" run
     const char *star_text = nullptr;    // where that "%" currently stops swallowing
+    Literal star_run;                   // the literal that follows it
+    // Lets the last "%" swallow text up to the next place where what follows it can start,
+    // beginning at `from`; false when there is none.
+    auto resume_after_star = [&](const char *from) {
+        if (star_run.bytes == 0) {
+            star_text = from;
+            t = from;
+            p = star_pattern;
+            return true;
+        }
+        star_text = find_run<Utf8>(from, end, star_run);
+        if (star_text == nullptr) return false;
+        t = star_text + star_run.bytes;
+        p = star_pattern + star_run.used;
+        return true;
+    };
     for (;;) {
-        if (*p == '%') {
+        char c = *p;
+        if (c == '%') {
             while (*p == '%') ++p;
             if (*p == '\0') return true; // a trailing "%" takes the rest
             star_pattern = p;
-            star_text = t;
+            star_run = literal_at<Utf8>(p);
+            if (!resume_after_star(t)) return false;
             continue;
         }
-        if (*t == '\0') {
-            if (*p == '\0') return true;
+        if (c == '\0') {
+            if (t == end) return true;
+        } else if (t == end) {
             return false; // only "%"s could still match nothing, and they were handled above
-        }
-        bool matched = false;
-        size_t pattern_step = 0;
-        size_t text_step = 0;
-        if (*p == '_') {
-            matched = true;
-            pattern_step = 1;
-            text_step = step(t);
-        } else if (*p != '\0') {
-            const char *literal = p;
-            if (*p == '\\' && p[1] != '\0') ++literal;
-            size_t length = step(literal);
-            matched = std::strncmp(literal, t, length) == 0;
-            pattern_step = static_cast<size_t>(literal - p) + length;
-            text_step = length;
-        }
-        if (matched) {
-            p += pattern_step;
-            t += text_step;
-        } else if (star_pattern != nullptr) {
-            star_text += step(star_text);
-            t = star_text;
-            p = star_pattern;
+        } else if (c == '_') {
+            t += like_step<Utf8>(t, end);
+            ++p;
+            continue;
         } else {
-            return false;
+            Literal run = literal_at<Utf8>(p);
+            if (static_cast<size_t>(end - t) >= run.bytes &&
+                std::memcmp(t, run.bytes_at, run.bytes) == 0) {
+                t += run.bytes;
+                p += run.used;
+                continue;
+            }
         }
+        if (star_pattern == nullptr || star_text == end) return false;
+        if (!resume_after_star(star_text + like_step<Utf8>(star_text, end))) return false;
     }
 }
 
@@ -343,12 +423,12 @@ void random_bytes(uint8_t *out, size_t count) {
 
 extern "C" uint8_t Is_Like_L(const char *text, const char *pattern) {
     if (pattern == nullptr) return 1;
-    return like_match(or_empty(text), pattern, byte_step) ? 1 : 0;
+    return like_match<false>(or_empty(text), pattern) ? 1 : 0;
 }
 
 extern "C" uint8_t Is_Like8_L(const char *text, const char *pattern) {
     if (pattern == nullptr) return 1;
-    return like_match(or_empty(text), pattern, utf8_step) ? 1 : 0;
+    return like_match<true>(or_empty(text), pattern) ? 1 : 0;
 }
 
 // American Soundex: the first letter, then the digits of the following letters, where a

@@ -11,6 +11,7 @@
 
 #include "core/raise.hpp"
 #include "qv/alloc.h"
+#include "qv/encoding.h"
 #include "qv/textutil.h"
 
 namespace {
@@ -37,6 +38,40 @@ std::vector<uint8_t> random_bytes(std::mt19937 &random, size_t length) {
     std::vector<uint8_t> bytes(length);
     for (auto &b : bytes) b = static_cast<uint8_t>(random());
     return bytes;
+}
+
+// LIKE as its definition reads: a slow recursive match over characters, where a character
+// is one byte or one UTF-8 character as DecodeUTF8_L steps over it.
+size_t char_bytes(const std::string &s, size_t at, bool utf8) {
+    if (!utf8) return 1;
+    size_t left = s.size() - at;
+    return static_cast<size_t>(
+        DecodeUTF8_L(s.data() + at, static_cast<int32_t>(left < 4 ? left : 4), nullptr));
+}
+
+bool model_like(const std::string &t, size_t ti, const std::string &p, size_t pi, bool utf8) {
+    if (pi == p.size()) return ti == t.size();
+    if (p[pi] == '%') {
+        for (size_t at = ti;; at += char_bytes(t, at, utf8)) {
+            if (model_like(t, at, p, pi + 1, utf8)) return true;
+            if (at == t.size()) return false;
+        }
+    }
+    if (ti == t.size()) return false;
+    size_t step = char_bytes(t, ti, utf8);
+    if (p[pi] == '_') return model_like(t, ti + step, p, pi + 1, utf8);
+    if (p[pi] == '\\' && pi + 1 < p.size()) ++pi;
+    size_t length = char_bytes(p, pi, utf8);
+    if (p.compare(pi, length, t, ti, step) != 0) return false;
+    return model_like(t, ti + step, p, pi + length, utf8);
+}
+
+std::string random_piece_text(std::mt19937 &random, const std::vector<std::string> &pieces,
+                              size_t most) {
+    std::string text;
+    size_t length = random() % (most + 1);
+    for (size_t i = 0; i < length; ++i) text += pieces[random() % pieces.size()];
+    return text;
 }
 
 } // namespace
@@ -121,6 +156,36 @@ TEST(TextLike, Utf8Matcher) {
         EXPECT_EQ(Is_Like8_L(c.text, c.pattern), c.matches) << c.text << " LIKE " << c.pattern;
     EXPECT_EQ(Is_Like8_L("x", nullptr), 1);
     EXPECT_EQ(Is_Like8_L(nullptr, ""), 1);
+}
+
+// Texts and patterns from a small alphabet (repeats make the "%" backtracking work); UTF-8
+// texts also carry invalid and truncated sequences, patterns only whole characters.
+TEST(TextLike, MatchersAgreeWithTheDefinition) {
+    const std::vector<std::string> text_pieces = {"a",
+                                                  "b",
+                                                  "ab",
+                                                  "%",
+                                                  "_",
+                                                  "\\",
+                                                  "\xC3\xA9",
+                                                  "\xE2\x82\xAC",
+                                                  "\xC3",
+                                                  "\x80",
+                                                  "\xF0\x9F\x98\x80"};
+    const std::vector<std::string> pattern_pieces = {
+        "a", "b", "ab", "%", "%", "_", "\\", "\\%", "\\_", "\xC3\xA9", "\xE2\x82\xAC"};
+    std::mt19937 random(7);
+    for (int round = 0; round < 20000; ++round) {
+        std::string text = random_piece_text(random, text_pieces, 7);
+        std::string pattern = random_piece_text(random, pattern_pieces, 6);
+        for (bool utf8 : {false, true}) {
+            bool expected = model_like(text, 0, pattern, 0, utf8);
+            uint8_t got = utf8 ? Is_Like8_L(text.c_str(), pattern.c_str())
+                               : Is_Like_L(text.c_str(), pattern.c_str());
+            ASSERT_EQ(got, expected ? 1 : 0)
+                << (utf8 ? "utf8 '" : "bytes '") << text << "' LIKE '" << pattern << "'";
+        }
+    }
 }
 
 TEST(TextLike, ManyWildcardsStayFast) {
