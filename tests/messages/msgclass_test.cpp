@@ -1,28 +1,19 @@
 // Message classes: parameters, texts from the catalogue, severities on both scales, the
 // registry of message sets and its failures; and the catalogue itself, checked against
 // the named numbers of qv/message.h and the message numbers the library's sources use.
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <limits>
 #include <map>
 #include <regex>
 #include <set>
-#include <sstream>
-#include <string>
 
-#include "core/raise.hpp"
+#include "messages/capture.hpp"
 #include "messages/catalogue.hpp"
-#include "qv/message.h"
-#include "qv/msgclass.h"
 
 namespace {
 
-namespace fs = std::filesystem;
+using namespace qvtest;
 
 constexpr uint32_t uncatalogued = 0x12345678;
 
@@ -49,8 +40,6 @@ TEST(PWParam, KindsAndTexts) {
         EXPECT_EQ(c.parameter.GetKind(), c.kind) << c.text;
         EXPECT_EQ(c.parameter.Text(), c.text);
     }
-    EXPECT_EQ(PWParam(-5).Signed(), -5);
-    EXPECT_EQ(PWParam(7u).Unsigned(), 7u);
 }
 
 TEST(PWMessage, FillsNumberedSlots) {
@@ -76,7 +65,7 @@ TEST(PWMessage, FillsNumberedSlots) {
         EXPECT_EQ(qv::fill_slots(c.text, c.parameters), c.expected) << c.text;
 }
 
-TEST(PWMessage, TextFromTheCatalogue) {
+TEST(PWMessage, TextsFromTheCatalogueOrAFallback) {
     PWMessage message(QV_MSG_EXCEPTION_RAISED, MESSAGE_SEVERITY_ERROR);
     message << "GENERAL_ERROR"
             << "qvvar" << 12;
@@ -84,30 +73,26 @@ TEST(PWMessage, TextFromTheCatalogue) {
     ASSERT_NE(entry, nullptr);
     EXPECT_EQ(message.Text(), qv::fill_slots(entry->text, message.Parameters()));
     EXPECT_EQ(message.Text().find('%'), std::string::npos);
-}
-
-TEST(PWMessage, UnknownNumberGetsAFallbackText) {
-    PWMessage bare(uncatalogued, MESSAGE_SEVERITY_ERROR);
-    EXPECT_EQ(bare.Text(), "Message 0x12345678 has no text");
+    EXPECT_EQ(PWMessage(uncatalogued, 4).Text(), "Message 0x12345678 has no text");
     PWMessage with(0xABC, MESSAGE_SEVERITY_ERROR);
     with << "a" << -7 << 9u;
     EXPECT_EQ(with.Text(), "Message 0x00000ABC has no text: a, -7, 9");
+    std::unique_ptr<PWMessageBase> copy = with.Clone();
+    EXPECT_STREQ(copy->ClassName(), "PWMessage");
+    EXPECT_EQ(copy->Number(), 0xABCu);
+    EXPECT_EQ(copy->Severity(), PWSeverity::Error);
+    EXPECT_EQ(copy->Text(), with.Text());
 }
 
 TEST(PWMessage, SeverityScales) {
-    const struct {
-        int32_t library;
-        PWSeverity catalogue;
-    } pairs[] = {{1, PWSeverity::Debug},
-                 {2, PWSeverity::Information},
-                 {3, PWSeverity::Warning},
-                 {4, PWSeverity::Error},
-                 {5, PWSeverity::Fatal}};
-    for (const auto &p : pairs) {
-        EXPECT_EQ(PWMessageBase::ToCatalogueSeverity(p.library), p.catalogue);
-        EXPECT_EQ(PWMessageBase::ToLibrarySeverity(p.catalogue), p.library);
-        EXPECT_EQ(PWMessage(1, p.library).Severity(), p.catalogue);
-        EXPECT_EQ(PWMessage(1, p.catalogue).LibrarySeverity(), p.library);
+    const PWSeverity scale[] = {PWSeverity::Debug, PWSeverity::Information, PWSeverity::Warning,
+                                PWSeverity::Error, PWSeverity::Fatal};
+    for (int32_t library = 1; library <= 5; ++library) {
+        PWSeverity catalogue = scale[library - 1];
+        EXPECT_EQ(PWMessageBase::ToCatalogueSeverity(library), catalogue);
+        EXPECT_EQ(PWMessageBase::ToLibrarySeverity(catalogue), library);
+        EXPECT_EQ(PWMessage(1, library).Severity(), catalogue);
+        EXPECT_EQ(PWMessage(1, catalogue).LibrarySeverity(), library);
     }
     for (int32_t odd : {0, 6, 9, -1}) EXPECT_EQ(PWMessage(1, odd).LibrarySeverity(), 4) << odd;
     // Without a severity: the catalogue's.
@@ -116,25 +101,10 @@ TEST(PWMessage, SeverityScales) {
     EXPECT_EQ(PWMessage(uncatalogued).Severity(), PWSeverity::Error);
 }
 
-TEST(PWMessage, CloneKeepsEverything) {
-    PWMessage message(QV_MSG_KEYWORD_EXPECTED, MESSAGE_SEVERITY_FATAL);
-    message << "THEN";
-    std::unique_ptr<PWMessageBase> copy = message.Clone();
-    EXPECT_STREQ(copy->ClassName(), "PWMessage");
-    EXPECT_EQ(copy->Number(), QV_MSG_KEYWORD_EXPECTED);
-    EXPECT_EQ(copy->Severity(), PWSeverity::Fatal);
-    EXPECT_EQ(copy->Text(), message.Text());
-}
-
-class PWMsgSetTest : public ::testing::Test {
+class PWMsgSetTest : public CaptureTest {
   protected:
     PWMsgSet &sets = PWMsgSet::Instance();
-    void SetUp() override { sets.ClearAll(); }
-    void TearDown() override { sets.ClearAll(); }
 
-    static PWMessage numbered(uint32_t number, int32_t severity = MESSAGE_SEVERITY_ERROR) {
-        return PWMessage(number, severity);
-    }
     std::vector<uint32_t> numbers(uint32_t handle) {
         std::vector<uint32_t> out;
         for (uint32_t i = 0; i < sets.Count(handle); ++i)
@@ -143,31 +113,35 @@ class PWMsgSetTest : public ::testing::Test {
     }
 };
 
-TEST_F(PWMsgSetTest, AddMakesSetsOnDemand) {
+TEST_F(PWMsgSetTest, AddMakesSetsOnDemandAndClearRemovesThem) {
     uint32_t a = 0, b = 0;
-    sets.Add(a, numbered(1, MESSAGE_SEVERITY_WARNING));
-    sets.Add(a, numbered(2, MESSAGE_SEVERITY_FATAL));
-    sets.Add(b, numbered(3, MESSAGE_SEVERITY_DEBUG));
-    EXPECT_NE(a, 0u);
-    EXPECT_NE(b, 0u);
-    EXPECT_NE(a, b);
+    sets.Add(a, PWMessage(1, MESSAGE_SEVERITY_WARNING));
+    sets.Add(a, PWMessage(2, MESSAGE_SEVERITY_FATAL));
+    sets.Add(b, PWMessage(3, MESSAGE_SEVERITY_DEBUG));
+    EXPECT_TRUE(a != 0 && b != 0 && a != b);
     EXPECT_EQ(sets.SetCount(), 2u);
     EXPECT_EQ(numbers(a), (std::vector<uint32_t>{1, 2}));
     EXPECT_EQ(sets.WorstSeverity(a), MESSAGE_SEVERITY_FATAL);
     EXPECT_EQ(sets.WorstSeverity(b), MESSAGE_SEVERITY_DEBUG);
-    // A stale handle gets a new set rather than failing.
     uint32_t stale = a;
     sets.Clear(a);
-    sets.Add(stale, numbered(4));
-    EXPECT_TRUE(sets.IsSet(stale));
+    sets.Clear(a);      // again: ignored
+    sets.Clear(0xFFFF); // unknown: ignored
+    EXPECT_FALSE(sets.IsSet(a));
+    EXPECT_TRUE(sets.IsSet(b));
+    sets.Add(stale, PWMessage(4, 4)); // a stale handle gets a new set rather than failing
     EXPECT_EQ(numbers(stale), (std::vector<uint32_t>{4}));
+    sets.ClearAll();
+    EXPECT_EQ(sets.SetCount(), 0u);
+    EXPECT_FALSE(sets.IsSet(stale));
+    EXPECT_FALSE(sets.IsSet(0));
 }
 
 TEST_F(PWMsgSetTest, TransferAppendsAndEmptiesTheSource) {
     uint32_t from = 0, to = 0, fresh = 0;
-    sets.Add(from, numbered(1));
-    sets.Add(from, numbered(2));
-    sets.Add(to, numbered(9));
+    sets.Add(from, PWMessage(1, 4));
+    sets.Add(from, PWMessage(2, 4));
+    sets.Add(to, PWMessage(9, 4));
     sets.Transfer(from, to);
     EXPECT_EQ(numbers(to), (std::vector<uint32_t>{9, 1, 2}));
     EXPECT_TRUE(sets.IsSet(from));
@@ -179,24 +153,9 @@ TEST_F(PWMsgSetTest, TransferAppendsAndEmptiesTheSource) {
     EXPECT_EQ(sets.Count(fresh), 3u);
 }
 
-TEST_F(PWMsgSetTest, ClearOneAndAll) {
-    uint32_t a = 0, b = 0;
-    sets.Add(a, numbered(1));
-    sets.Add(b, numbered(2));
-    sets.Clear(a);
-    sets.Clear(a);      // again: ignored
-    sets.Clear(0xFFFF); // unknown: ignored
-    EXPECT_FALSE(sets.IsSet(a));
-    EXPECT_TRUE(sets.IsSet(b));
-    sets.ClearAll();
-    EXPECT_EQ(sets.SetCount(), 0u);
-    EXPECT_FALSE(sets.IsSet(0));
-}
-
 TEST_F(PWMsgSetTest, FailuresRaiseMessageSetFailure) {
-    uint32_t a = 0;
-    sets.Add(a, numbered(1));
-    uint32_t target = 0;
+    uint32_t a = 0, target = 0;
+    sets.Add(a, PWMessage(1, 4));
     const struct {
         const char *what;
         std::function<void()> call;
@@ -207,31 +166,19 @@ TEST_F(PWMsgSetTest, FailuresRaiseMessageSetFailure) {
         {"message out of range", [&] { sets.Message(a, 1); }},
         {"transfer", [&] { sets.Transfer(a + 1, target); }},
     };
-    for (const auto &c : cases) {
-        const char *raised = nullptr;
-        qv::guarded(
-            "PWMsgSetTest", "msgclass_test", __LINE__, [&] { c.call(); },
-            [&](const char *symbol) { raised = symbol; });
-        EXPECT_EQ(raised, ZRK_MESSAGE_SET_FAILURE) << c.what;
-    }
+    for (const auto &c : cases) EXPECT_EQ(raised_by(c.call), ZRK_MESSAGE_SET_FAILURE) << c.what;
     EXPECT_EQ(target, 0u);
     // With no status context the raise only reports, and the calls give empty results.
     EXPECT_EQ(sets.Count(a + 1), 0u);
     EXPECT_EQ(sets.WorstSeverity(a + 1), 0);
     EXPECT_EQ(sets.Message(a, 5), nullptr);
+    EXPECT_NE(err.find("no context on RAISE/RERAISE"), std::string::npos);
 }
 
 // ---- the catalogue -------------------------------------------------------------------
 
 fs::path source_root() {
     return fs::path(__FILE__).parent_path().parent_path().parent_path();
-}
-
-std::string read_file(const fs::path &path) {
-    std::ifstream in(path);
-    std::stringstream content;
-    content << in.rdbuf();
-    return content.str();
 }
 
 struct NamedNumber {

@@ -1,93 +1,51 @@
 // Preferences from the environment and from qv.ini, where qv.ini is found, and the
 // installation root.
-#include <gtest/gtest.h>
-#include <stdlib.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <string>
-
+#include "messages/capture.hpp"
 #include "platform/paths.hpp"
 #include "qv/platform.h"
 
 namespace {
 
-namespace fs = std::filesystem;
+using namespace qvtest;
 
-std::string take(char *heap_text) {
-    std::string text = heap_text ? heap_text : "<null>";
-    std::free(heap_text);
-    return text;
-}
+const char *const ini_text = "# comment line\r\n; another comment\n[general]\nPLAIN=value\n"
+                             "  Spaced\t=  a b  \r\nQUOTED = \"  padded \"\nEMPTY=\n"
+                             "#COMMENTED=no\nno equals sign here\n[other]\nplain=second\n"
+                             "EQUALS=a=b\nLAST=no line feed";
 
-const char *const ini_text = "# comment line\r\n"
-                             "; another comment\n"
-                             "[general]\n"
-                             "PLAIN=value\n"
-                             "  Spaced\t=  a b  \r\n"
-                             "QUOTED = \"  padded \"\n"
-                             "EMPTY=\n"
-                             "#COMMENTED=no\n"
-                             "no equals sign here\n"
-                             "[other]\n"
-                             "plain=second\n"
-                             "EQUALS=a=b\n"
-                             "LAST=no line feed";
-
-struct IniCase {
+const struct {
     const char *name;
-    const char *expected; // null: not set
-};
-
-const IniCase ini_cases[] = {
+    const char *expected; // "<null>": not set
+} ini_cases[] = {
     {"PLAIN", "value"},
     {"plain", "value"},
     {"SPACED", "a b"},
     {"QUOTED", "  padded "},
     {"EMPTY", ""},
-    {"COMMENTED", nullptr},
-    {"#COMMENTED", nullptr},
-    {"no equals sign here", nullptr},
-    {"general", nullptr},
+    {"COMMENTED", "<null>"},
+    {"#COMMENTED", "<null>"},
+    {"general", "<null>"},
+    {"no equals sign here", "<null>"},
     {"EQUALS", "a=b"},
     {"LAST", "no line feed"},
-    {"MISSING", nullptr},
+    {"MISSING", "<null>"},
 };
 
 class PreferencesTest : public ::testing::Test {
   protected:
+    TempDirectory directory;
+    fs::path ini = directory / "qv.ini";
+    ScopedEnvironment qv_ini{"QV_INI", ini.c_str()}, root{"QV_INSTALL_ROOT", nullptr},
+        plain{"PLAIN", nullptr};
+
     void SetUp() override {
-        char pattern[] = "/tmp/qv_prefs_XXXXXX";
-        directory = mkdtemp(pattern);
-        ini = directory / "qv.ini";
-        std::ofstream(ini, std::ios::binary) << ini_text;
-        setenv("QV_INI", ini.c_str(), 1);
-        for (const IniCase &c : ini_cases) unsetenv(c.name);
-        unsetenv("QV_INSTALL_ROOT");
+        write_file(ini, ini_text);
+        for (const auto &c : ini_cases) unsetenv(c.name);
     }
-    void TearDown() override {
-        unsetenv("QV_INI");
-        unsetenv("QV_INSTALL_ROOT");
-        unsetenv("PLAIN");
-        fs::remove_all(directory);
-    }
-    fs::path directory;
-    fs::path ini;
 };
 
 TEST_F(PreferencesTest, IniLinesAreReadByTheDocumentedFormat) {
-    for (const IniCase &c : ini_cases) {
-        SCOPED_TRACE(c.name);
-        char *value = GetPreference_L(c.name);
-        if (c.expected == nullptr) {
-            EXPECT_EQ(value, nullptr);
-        } else {
-            EXPECT_EQ(take(value), c.expected);
-            continue;
-        }
-        std::free(value);
-    }
+    for (const auto &c : ini_cases) EXPECT_EQ(take(GetPreference_L(c.name)), c.expected) << c.name;
 }
 
 TEST_F(PreferencesTest, TheEnvironmentComesBeforeTheFile) {
@@ -107,63 +65,47 @@ TEST_F(PreferencesTest, BadNamesAndMissingFilesGiveNull) {
     setenv("QV_INI", (directory / "absent.ini").c_str(), 1);
     EXPECT_EQ(GetPreference_L("PLAIN"), nullptr);
     EXPECT_EQ(GetPreferenceFilePath_L(), nullptr);
-    setenv("QV_INI", directory.c_str(), 1); // a directory, not a file
+    setenv("QV_INI", directory.path.c_str(), 1); // a directory, not a file
     EXPECT_EQ(GetPreference_L("PLAIN"), nullptr);
 }
 
-TEST_F(PreferencesTest, WithoutQvIniTheFileBesideTheInstallRootIsUsed) {
-    unsetenv("QV_INI");
-    fs::create_directories(directory / "share" / "quillon");
-    std::ofstream(directory / "share" / "quillon" / "qv.ini") << "PLAIN = installed\n";
-    std::string root = (directory / "share").string() + "/";
-    setenv("QV_INSTALL_ROOT", root.c_str(), 1);
+TEST_F(PreferencesTest, TheInstallRootAndTheIniFileBesideIt) {
+    // The tests link the library statically into a program outside any lib folder.
+    EXPECT_EQ(take(GetInstallRoot_L()), QV_INSTALL_DATADIR);
+    std::ofstream(ini, std::ios::app) << "\nQV_INSTALL_ROOT=/opt/quillon/share/\n";
+    EXPECT_EQ(take(GetInstallRoot_L()), "/opt/quillon/share");
+
+    unsetenv("QV_INI"); // then qv.ini is looked for beside the install root
+    fs::create_directories(directory / "share/quillon");
+    write_file(directory / "share/quillon/qv.ini", "PLAIN = installed\n");
+    setenv("QV_INSTALL_ROOT", (directory.path.string() + "/share/").c_str(), 1);
     EXPECT_EQ(take(GetPreference_L("PLAIN")), "installed");
-    EXPECT_EQ(take(GetPreferenceFilePath_L()),
-              (directory / "share" / "quillon" / "qv.ini").string());
+    EXPECT_EQ(take(GetPreferenceFilePath_L()), (directory / "share/quillon/qv.ini").string());
     EXPECT_EQ(take(GetInstallRoot_L()), (directory / "share").string());
 }
 
-TEST_F(PreferencesTest, TheInstallRootMayComeFromTheIniFile) {
-    std::ofstream(ini, std::ios::app) << "\nQV_INSTALL_ROOT=/opt/quillon/share/\n";
-    EXPECT_EQ(take(GetInstallRoot_L()), "/opt/quillon/share");
-}
-
-TEST_F(PreferencesTest, WithoutAPreferenceTheInstallRootIsTheConfiguredDataDirectory) {
-    // The tests link the library statically into a program outside any lib folder.
-    EXPECT_EQ(take(GetInstallRoot_L()), QV_INSTALL_DATADIR);
-}
-
-struct PrefixCase {
-    const char *library;
-    const char *prefix; // null: not in a library folder
-};
-
-const PrefixCase prefix_cases[] = {
-    {"/usr/lib/libqvcommon.so.1", "/usr"},
-    {"/opt/q/lib/x86_64-linux-gnu/libqvcommon.so", "/opt/q"},
-    {"/opt/q/lib64/libqvcommon.so", "/opt/q"},
-    {"/usr/lib/q/lib/libqvcommon.so", "/usr/lib/q"},
-    {"/lib/libqvcommon.so", ""},
-    {"/work/build/libqvcommon.so", nullptr},
-    {"/work/library/libqvcommon.so", nullptr},
-    {"libqvcommon.so", nullptr},
-    {"", nullptr},
-};
-
 TEST(InstallPrefix, LibraryFoldersGiveThePrefixAboveThem) {
-    for (const PrefixCase &c : prefix_cases) {
-        SCOPED_TRACE(c.library);
-        std::optional<std::string> prefix = qv::install_prefix_of(c.library);
-        if (c.prefix == nullptr)
-            EXPECT_FALSE(prefix.has_value());
-        else
-            EXPECT_EQ(prefix.value_or("<none>"), c.prefix);
-    }
+    const struct {
+        const char *library;
+        const char *prefix; // "<none>": not in a library folder
+    } cases[] = {
+        {"/usr/lib/libqvcommon.so.1", "/usr"},
+        {"/opt/q/lib/x86_64-linux-gnu/libqvcommon.so", "/opt/q"},
+        {"/opt/q/lib64/libqvcommon.so", "/opt/q"},
+        {"/usr/lib/q/lib/libqvcommon.so", "/usr/lib/q"},
+        {"/lib/libqvcommon.so", ""},
+        {"/work/build/libqvcommon.so", "<none>"},
+        {"/work/library/libqvcommon.so", "<none>"},
+        {"libqvcommon.so", "<none>"},
+        {"", "<none>"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(qv::install_prefix_of(c.library).value_or("<none>"), c.prefix) << c.library;
 }
 
 TEST(ExecutableDirectory, IsTheDirectoryOfTheRunningProgram) {
-    std::string expected = fs::canonical("/proc/self/exe").parent_path().string();
-    EXPECT_EQ(take(GetExecutableDirectory_L()), expected);
+    EXPECT_EQ(take(GetExecutableDirectory_L()),
+              fs::canonical("/proc/self/exe").parent_path().string());
 }
 
 } // namespace
