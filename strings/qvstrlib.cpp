@@ -36,9 +36,6 @@ bool is_utf16(const QV_ENCODING_T *e) {
 bool is_utf32(const QV_ENCODING_T *e) {
     return e == UTF32Encoding_L();
 }
-bool is_utf8(const QV_ENCODING_T *e) {
-    return e->utf8_direct && e->max_bytes > 1;
-}
 bool is_latin1(const QV_ENCODING_T *e) {
     return e == Latin1Encoding_L();
 }
@@ -146,15 +143,6 @@ int32_t encode_latin1(const int32_t *cps, int32_t count, char *out) {
 
 } // namespace
 
-const QV_ENCODING_T *encoding_of(const QV_STRING_T *s) {
-    return s != nullptr && s->encoding != nullptr ? s->encoding : PlatformEncoding_L();
-}
-
-int32_t terminator_width(const QV_ENCODING_T *encoding) {
-    int32_t w = encoding != nullptr ? encoding->terminator_width : 1;
-    return w == 2 || w == 4 ? w : 1;
-}
-
 int32_t byte_length(const char *text, const QV_ENCODING_T *encoding) {
     if (text == nullptr) return 0;
     int32_t w = terminator_width(encoding);
@@ -178,18 +166,6 @@ View view_of(const char *text, const QV_ENCODING_T *encoding) {
 
 View view_of(const QV_STRING_T *s) {
     return view_of(s != nullptr ? s->text : nullptr, encoding_of(s));
-}
-
-bool all_ascii(const char *text, int32_t n) {
-    int32_t i = 0;
-    for (; i + 8 <= n; i += 8) {
-        uint64_t word;
-        std::memcpy(&word, text + i, 8);
-        if ((word & 0x8080808080808080ULL) != 0) return false;
-    }
-    for (; i < n; ++i)
-        if (static_cast<uint8_t>(text[i]) >= 0x80) return false;
-    return true;
 }
 
 int32_t *new_code_points(int64_t count) {

@@ -211,6 +211,44 @@ int32_t trim_bounds(Seq<T> s, Seq<T> set, int32_t where, int32_t *end) {
     return begin;
 }
 
+// Length of an ASCII needle, or -1 when it has a byte above 0x7F. Needles are short, so one
+// byte loop measures and checks together.
+int32_t ascii_needle_length(const char *needle) {
+    unsigned char seen = 0;
+    size_t n = 0;
+    for (; needle[n] != '\0'; ++n) seen |= static_cast<unsigned char>(needle[n]);
+    if ((seen & 0x80) != 0 || n > INT32_MAX) return -1;
+    return static_cast<int32_t>(n);
+}
+
+// InString_SL forward for an ASCII needle in a UTF-8 or single-byte text: an ASCII byte there
+// is always a whole character, so byte matches are character matches and a match's position
+// is the characters before it. The text is read only up to the match. -1 when this way does
+// not apply.
+int32_t find_ascii_forward(const QV_STRING_T *s, const QV_STRING_T *search, int32_t start,
+                           int32_t occurrence) {
+    const QV_ENCODING_T *e = encoding_of(s), *se = encoding_of(search);
+    if (force_code_point_path || !ascii_byte_is_char(e) || !se->ascii_compatible ||
+        se->terminator_width != 1)
+        return -1;
+    int32_t m = ascii_needle_length(search->text);
+    if (m <= 0) return m;
+    const char *text = s->text, *at = text;
+    if (start > 1) {
+        View v = view_of(s);
+        at += single_byte(e) ? (start - 1 < v.bytes ? start - 1 : v.bytes)
+                             : walk_to_char(v, start - 1);
+    }
+    for (int32_t seen = 0;; ++at) {
+        at = std::strstr(at, search->text);
+        if (at == nullptr) return 0;
+        if (++seen == occurrence) break;
+    }
+    auto before = static_cast<int32_t>(at - text);
+    if (single_byte(e) || all_ascii(text, before)) return before + 1;
+    return count_chars(View{text, before, e}) + 1;
+}
+
 const char kComma[] = ",";
 const char kSpace[] = " ";
 
@@ -235,8 +273,15 @@ int32_t Strchr_SL(const QV_STRING_T *s, int32_t code_point) {
 
 int32_t InString_SL(const QV_STRING_T *s, const QV_STRING_T *search, int32_t start,
                     int32_t occurrence) {
+    if (s == nullptr || s->text == nullptr || search == nullptr || search->text == nullptr ||
+        start == 0 || occurrence < 1)
+        return 0;
+    if (start > 0) {
+        int32_t found = find_ascii_forward(s, search, start, occurrence);
+        if (found >= 0) return found;
+    }
     View v = view_of(s), needle = view_of(search);
-    if (v.is_null() || needle.bytes == 0 || start == 0 || occurrence < 1) return 0;
+    if (needle.bytes == 0) return 0;
     return dispatch(v, needle, kNoView, PathNeeds::kStructure, 0, [&](auto hay, auto nd, auto) {
         int32_t seen = 0;
         if (start > 0) {
@@ -284,28 +329,72 @@ uint8_t Strqchr_SL(QV_STRING_T *s, QV_STRING_T *rest, int32_t c) {
 
 // ---- Edit -----------------------------------------------------------------------------
 
+namespace {
+
+// The byte range of a SubString_SL window counted from the start (start >= 0, length >= 0)
+// when the text is single-byte, or UTF-8 whose bytes up to the window's end are ASCII: then
+// only those bytes are read. False when this way does not apply.
+bool window_in_ascii_prefix(const QV_STRING_T *s, int32_t start, int32_t length, int32_t *from,
+                            int32_t *to) {
+    const QV_ENCODING_T *e = encoding_of(s);
+    if (force_code_point_path || start < 0 || length < 0 || !ascii_byte_is_char(e)) return false;
+    int64_t begin = start > 0 ? start - 1LL : 0;
+    auto end = static_cast<size_t>(begin + length);
+    auto bytes = static_cast<int32_t>(strnlen(s->text, end)); // end < 2^32, so bytes fits
+    if (!single_byte(e) && !all_ascii(s->text, bytes)) return false;
+    *from = begin < bytes ? static_cast<int32_t>(begin) : bytes;
+    *to = bytes;
+    return true;
+}
+
+// A UTF-8 window counted from the start, walked without counting the whole text; the
+// characters taken, or -1 when this way does not apply.
+int32_t utf8_window(const View &v, int32_t start, int32_t length, int32_t *from, int32_t *to) {
+    if (force_code_point_path || start < 0 || length < 0 || !is_utf8(v.encoding)) return -1;
+    *from = walk_to_char(v, start > 0 ? start - 1 : 0);
+    View rest{v.text + *from, v.bytes - *from, v.encoding};
+    *to = *from + walk_to_char(rest, length);
+    return count_chars(View{rest.text, *to - *from, v.encoding});
+}
+
+// out receives bytes [from, to) of s's text, in s's encoding; returns `characters`, or -1
+// (out null) when allocation failed.
+int32_t copy_window(QV_STRING_T *out, const QV_STRING_T *s, int32_t from, int32_t to,
+                    int32_t characters) {
+    const char *source = s->text + from;
+    const QV_ENCODING_T *encoding = s->encoding;
+    int32_t n = to - from, w = terminator_width(encoding_of(s));
+    auto *text = static_cast<char *>(QV_MALLOC(static_cast<size_t>(n) + w));
+    out->text = text;
+    out->encoding = text != nullptr ? encoding : nullptr;
+    if (text == nullptr) return -1;
+    std::memcpy(text, source, n);
+    for (int32_t k = 0; k < w; ++k) text[n + k] = 0;
+    return characters;
+}
+
+} // namespace
+
 int32_t SubString_SL(const QV_STRING_T *s, int32_t start, int32_t length, QV_STRING_T *out) {
+    int32_t from = 0, to = 0;
+    if (s != nullptr && s->text != nullptr && out != nullptr &&
+        window_in_ascii_prefix(s, start, length, &from, &to))
+        return copy_window(out, s, from, to, to - from);
     View v = view_of(s);
     if (v.is_null() || length < -1) {
         SetNull_SL(out);
         return v.is_null() ? -1 : -2;
     }
     if (out == nullptr) return -1;
+    int32_t taken = utf8_window(v, start, length, &from, &to);
+    if (taken >= 0) return copy_window(out, s, from, to, taken);
     bool bytes = bytes_are_chars(v);
     int32_t n = bytes ? v.bytes : force_code_point_path ? -1 : count_chars(v);
-    int32_t from = 0, to = 0;
     if (n >= 0) {
         Window w = substring_window(n, start, length);
         if (bytes) from = w.begin, to = w.end;
-        if (bytes || byte_range(v, w, &from, &to)) {
-            char *text = copy_bytes(v.text + from, to - from, v.encoding);
-            const QV_ENCODING_T *encoding = s->encoding;
-            SetNull_SL(out);
-            if (text == nullptr) return -1;
-            out->text = text;
-            out->encoding = encoding;
-            return w.end - w.begin;
-        }
+        if (bytes || byte_range(v, w, &from, &to))
+            return copy_window(out, s, from, to, w.end - w.begin);
     }
     CodePoints cps;
     if (!decode(v, cps)) return -1;

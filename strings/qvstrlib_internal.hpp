@@ -30,19 +30,55 @@ struct View {
     bool is_null() const { return text == nullptr; }
 };
 
-const QV_ENCODING_T *encoding_of(const QV_STRING_T *s);
-int32_t terminator_width(const QV_ENCODING_T *encoding);
+inline const QV_ENCODING_T *encoding_of(const QV_STRING_T *s) {
+    return s != nullptr && s->encoding != nullptr ? s->encoding : PlatformEncoding_L();
+}
+inline int32_t terminator_width(const QV_ENCODING_T *encoding) {
+    int32_t w = encoding != nullptr ? encoding->terminator_width : 1;
+    return w == 2 || w == 4 ? w : 1;
+}
 // Bytes before the terminator of a text in `encoding`.
 int32_t byte_length(const char *text, const QV_ENCODING_T *encoding);
 View view_of(const QV_STRING_T *s);
 View view_of(const char *text, const QV_ENCODING_T *encoding);
 
-// True when every byte of the n bytes is below 0x80.
-bool all_ascii(const char *text, int32_t n);
+// True when every byte of the n bytes is below 0x80. Eight bytes are read at a time and OR-ed
+// together, looked at every 32 bytes; the last word overlaps the ones before it, so short
+// texts cost a few loads.
+inline bool all_ascii(const char *text, int32_t n) {
+    constexpr uint64_t kHigh = 0x8080808080808080ULL;
+    auto word = [text](int32_t at) {
+        uint64_t w;
+        std::memcpy(&w, text + at, 8);
+        return w;
+    };
+    if (n < 8) {
+        unsigned seen = 0;
+        for (int32_t i = 0; i < n; ++i) seen |= static_cast<unsigned char>(text[i]);
+        return (seen & 0x80) == 0;
+    }
+    uint64_t seen = word(n - 8);
+    int32_t i = 0;
+    for (; i + 32 <= n; i += 32) {
+        seen |= word(i) | word(i + 8) | word(i + 16) | word(i + 24);
+        if ((seen & kHigh) != 0) return false;
+    }
+    for (; i + 8 <= n; i += 8) seen |= word(i);
+    return (seen & kHigh) == 0;
+}
 // One byte per character, ASCII-compatible, one-byte terminator.
 inline bool single_byte(const QV_ENCODING_T *e) {
     return e->max_bytes == 1 && e->min_bytes == 1 && e->ascii_compatible &&
            e->terminator_width == 1;
+}
+// UTF-8 itself (not ASCII, which is single-byte).
+inline bool is_utf8(const QV_ENCODING_T *e) {
+    return e->utf8_direct && e->max_bytes > 1;
+}
+// An ASCII byte in a text of this encoding is always one whole character, whatever the other
+// bytes are: UTF-8 and the single-byte encodings.
+inline bool ascii_byte_is_char(const QV_ENCODING_T *e) {
+    return e->ascii_compatible && e->terminator_width == 1 && (single_byte(e) || is_utf8(e));
 }
 // Bytes stand for characters (lengths, positions, byte matching are exact).
 inline bool bytes_are_chars(const View &v) {

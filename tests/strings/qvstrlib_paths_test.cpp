@@ -171,6 +171,66 @@ TEST(CountedBadInput, InvalidUtf8ReadsAsReplacementCharacters) {
     Is_Like_SL(&s, &s); // reads within the text
 }
 
+// The ASCII shortcuts of SubString_SL and InString_SL read only part of the text; their
+// windows and positions must agree with the code-point path where the ASCII part ends, on
+// invalid UTF-8, on Latin-1 high bytes and with a needle in another ASCII-compatible
+// encoding.
+TEST(CountedBadInput, AsciiShortcutsAgreeWithCodePointPath) {
+    struct Text {
+        const char *bytes;
+        const QV_ENCODING_T *encoding;
+    };
+    const Text texts[] = {
+        {"abcdef", UTF8Encoding_L()},
+        {"abc\xC3\xA9"
+         "def",
+         UTF8Encoding_L()},
+        {"ab\xE6\x97"
+         "xab\xFF"
+         "ab",
+         UTF8Encoding_L()},
+        {"ab\xE9"
+         "ab\xE9"
+         "ab",
+         Latin1Encoding_L()},
+        {"", UTF8Encoding_L()},
+        {"ab\x80"
+         "ab",
+         ASCIIEncoding_L()},
+    };
+    const Text needles[] = {{"ab", UTF8Encoding_L()},
+                            {"b", ASCIIEncoding_L()},
+                            {"x", Latin1Encoding_L()},
+                            {"\xC3\xA9", UTF8Encoding_L()}};
+    auto describe = [&](const Text &t) {
+        QV_STRING_T s{const_cast<char *>(t.bytes), t.encoding};
+        std::string r;
+        for (int32_t start = -1; start <= 10; ++start) {
+            for (int32_t count : {-1, 0, 1, 3, 4, 20}) {
+                QV_STRING_T out;
+                int32_t got = SubString_SL(&s, start, count, &out);
+                // Invalid bytes are copied as they are on the byte paths and re-encoded on
+                // the code-point path, so only the windows are compared.
+                r += std::to_string(got) + ":" + std::to_string(Strlen_SL(&out)) + ",";
+                FreeString_SL(&out);
+            }
+            for (const Text &n : needles) {
+                QV_STRING_T needle{const_cast<char *>(n.bytes), n.encoding};
+                for (int32_t occurrence : {1, 2, 3})
+                    r += std::to_string(InString_SL(&s, &needle, start, occurrence)) + ",";
+            }
+        }
+        return r;
+    };
+    for (const Text &t : texts) {
+        std::string fast = describe(t);
+        qv::strlib::force_code_point_path = true;
+        std::string forced = describe(t);
+        qv::strlib::force_code_point_path = false;
+        EXPECT_EQ(fast, forced) << t.bytes;
+    }
+}
+
 TEST(CountedBadInput, OddLengthUtf16AndLoneSurrogates) {
     const char16_t lone[] = {u'a', 0xD800, u'b', 0};
     QV_STRING_T s{reinterpret_cast<char *>(const_cast<char16_t *>(lone)), UTF16Encoding_L()};
