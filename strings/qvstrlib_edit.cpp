@@ -10,6 +10,7 @@
 #define QV_MODULE "qvstrlib"
 
 #include <unicode/uchar.h>
+#include <unicode/utf8.h>
 
 #include <climits>
 #include <cstring>
@@ -211,27 +212,45 @@ int32_t trim_bounds(Seq<T> s, Seq<T> set, int32_t where, int32_t *end) {
     return begin;
 }
 
-// Length of an ASCII needle, or -1 when it has a byte above 0x7F. Needles are short, so one
-// byte loop measures and checks together.
-int32_t ascii_needle_length(const char *needle) {
+// True when the n bytes of a UTF-8 needle are valid and hold no U+FFFD. Such a needle's bytes
+// occur in a UTF-8 text exactly where its characters do: an invalid sequence in the text
+// reads as U+FFFD, which the needle cannot match, and a valid character has one encoding.
+bool clean_utf8(const char *needle, int32_t n) {
+    const auto *p = reinterpret_cast<const uint8_t *>(needle);
+    for (int32_t i = 0; i < n;) {
+        UChar32 c;
+        U8_NEXT(p, i, n, c);
+        if (c < 0 || c == 0xFFFD) return false;
+    }
+    return true;
+}
+
+// Bytes of a needle that can be looked for byte by byte in a text in `e` (UTF-8 or
+// single-byte): ASCII, a needle in the same single-byte encoding, or a clean UTF-8 needle in
+// UTF-8 text. Its byte length, 0 when empty, -1 when it must be decoded.
+int32_t byte_searchable_length(const QV_ENCODING_T *e, const QV_STRING_T *search) {
+    const QV_ENCODING_T *se = encoding_of(search);
+    if (!se->ascii_compatible || se->terminator_width != 1) return -1;
+    const char *needle = search->text;
     unsigned char seen = 0;
     size_t n = 0;
     for (; needle[n] != '\0'; ++n) seen |= static_cast<unsigned char>(needle[n]);
-    if ((seen & 0x80) != 0 || n > INT32_MAX) return -1;
-    return static_cast<int32_t>(n);
+    if (n > INT32_MAX) return -1;
+    auto m = static_cast<int32_t>(n);
+    if ((seen & 0x80) == 0) return m;
+    if (single_byte(e)) return se == e ? m : -1;
+    return is_utf8(se) && clean_utf8(needle, m) ? m : -1;
 }
 
-// InString_SL forward for an ASCII needle in a UTF-8 or single-byte text: an ASCII byte there
-// is always a whole character, so byte matches are character matches and a match's position
-// is the characters before it. The text is read only up to the match. -1 when this way does
-// not apply.
-int32_t find_ascii_forward(const QV_STRING_T *s, const QV_STRING_T *search, int32_t start,
+// InString_SL forward when the needle can be looked for byte by byte in a UTF-8 or
+// single-byte text: every match then starts on a character (an ASCII or lead byte), and its
+// position is the characters before it. The text is read only up to the match. -1 when this
+// way does not apply.
+int32_t find_bytes_forward(const QV_STRING_T *s, const QV_STRING_T *search, int32_t start,
                            int32_t occurrence) {
-    const QV_ENCODING_T *e = encoding_of(s), *se = encoding_of(search);
-    if (force_code_point_path || !ascii_byte_is_char(e) || !se->ascii_compatible ||
-        se->terminator_width != 1)
-        return -1;
-    int32_t m = ascii_needle_length(search->text);
+    const QV_ENCODING_T *e = encoding_of(s);
+    if (force_code_point_path || !ascii_byte_is_char(e)) return -1;
+    int32_t m = byte_searchable_length(e, search);
     if (m <= 0) return m;
     const char *text = s->text, *at = text;
     if (start > 1) {
@@ -277,7 +296,7 @@ int32_t InString_SL(const QV_STRING_T *s, const QV_STRING_T *search, int32_t sta
         start == 0 || occurrence < 1)
         return 0;
     if (start > 0) {
-        int32_t found = find_ascii_forward(s, search, start, occurrence);
+        int32_t found = find_bytes_forward(s, search, start, occurrence);
         if (found >= 0) return found;
     }
     View v = view_of(s), needle = view_of(search);
@@ -373,13 +392,10 @@ int32_t copy_window(QV_STRING_T *out, const QV_STRING_T *s, int32_t from, int32_
     return characters;
 }
 
-} // namespace
-
-int32_t SubString_SL(const QV_STRING_T *s, int32_t start, int32_t length, QV_STRING_T *out) {
+// SubString_SL beyond the ASCII prefix (kept out of line so that the common call stays short).
+[[gnu::noinline]] int32_t substring_of_view(const QV_STRING_T *s, int32_t start, int32_t length,
+                                            QV_STRING_T *out) {
     int32_t from = 0, to = 0;
-    if (s != nullptr && s->text != nullptr && out != nullptr &&
-        window_in_ascii_prefix(s, start, length, &from, &to))
-        return copy_window(out, s, from, to, to - from);
     View v = view_of(s);
     if (v.is_null() || length < -1) {
         SetNull_SL(out);
@@ -402,6 +418,16 @@ int32_t SubString_SL(const QV_STRING_T *s, int32_t start, int32_t length, QV_STR
     Out<int32_t> result;
     result.append(cp_seq(cps), w.begin, w.end);
     return store_into(out, result, s->encoding);
+}
+
+} // namespace
+
+int32_t SubString_SL(const QV_STRING_T *s, int32_t start, int32_t length, QV_STRING_T *out) {
+    int32_t from = 0, to = 0;
+    if (s != nullptr && s->text != nullptr && out != nullptr &&
+        window_in_ascii_prefix(s, start, length, &from, &to))
+        return copy_window(out, s, from, to, to - from);
+    return substring_of_view(s, start, length, out);
 }
 
 int32_t TruncateString_SL(QV_STRING_T *s, int32_t n) {

@@ -182,6 +182,9 @@ TEST(CountedBadInput, AsciiShortcutsAgreeWithCodePointPath) {
     };
     const Text texts[] = {
         {"abcdef", UTF8Encoding_L()},
+        {"\xE2\x82"
+         "a\xE2\x82\xAC\xEF\xBF\xBD\xC3\xA9\xE2\x82\xAC",
+         UTF8Encoding_L()},
         {"abc\xC3\xA9"
          "def",
          UTF8Encoding_L()},
@@ -198,10 +201,12 @@ TEST(CountedBadInput, AsciiShortcutsAgreeWithCodePointPath) {
          "ab",
          ASCIIEncoding_L()},
     };
-    const Text needles[] = {{"ab", UTF8Encoding_L()},
-                            {"b", ASCIIEncoding_L()},
-                            {"x", Latin1Encoding_L()},
-                            {"\xC3\xA9", UTF8Encoding_L()}};
+    const Text needles[] = {
+        {"ab", UTF8Encoding_L()},           {"b", ASCIIEncoding_L()},
+        {"x", Latin1Encoding_L()},          {"\xC3\xA9", UTF8Encoding_L()},
+        {"\xE2\x82\xAC", UTF8Encoding_L()}, {"\xEF\xBF\xBD", UTF8Encoding_L()},
+        {"\xE2\x82", UTF8Encoding_L()},     {"\xE9", Latin1Encoding_L()},
+    };
     auto describe = [&](const Text &t) {
         QV_STRING_T s{const_cast<char *>(t.bytes), t.encoding};
         std::string r;
