@@ -38,7 +38,7 @@ inline void write_file(const fs::path &path, const std::string &text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-// A heap text from the library as a string ("<null>" for null), freed.
+// A heap text as a string ("<null>" for null), freed.
 inline std::string take(char *heap_text) {
     std::string text = heap_text ? heap_text : "<null>";
     std::free(heap_text);
@@ -81,12 +81,11 @@ inline const char *raised_by(qv::FunctionRef<void()> body) {
     return raised;
 }
 
-// Runs `prepare` and then `body` inside a status context with the nth allocation from the
-// start of `body` failing, for n = 0, 1, ... until none fails. Gives the symbol raised by
-// each failing run (its size is the number of allocations `body` makes); the last, whole
-// run must raise nothing.
-inline std::vector<const char *> fail_each_allocation(qv::FunctionRef<void()> body,
-                                                      qv::FunctionRef<void()> prepare) {
+// Runs `prepare`, then `body` in a status context with its nth allocation failing, for
+// n = 0, 1, ... until none fails. Gives the symbol each failing run raised (as many as
+// `body` makes allocations); the last, whole run must raise nothing.
+inline std::vector<const char *> fail_each_allocation(
+    qv::FunctionRef<void()> body, qv::FunctionRef<void()> prepare = [] {}) {
     std::vector<const char *> raised;
     for (int32_t n = 0; n < 500; ++n) {
         prepare();
@@ -97,17 +96,13 @@ inline std::vector<const char *> fail_each_allocation(qv::FunctionRef<void()> bo
         bool fired = TestAllocationFailed_L() != 0;
         TestFailAllocation_L(-1);
         if (!fired) {
-            EXPECT_EQ(symbol, nullptr) << "no allocation failed";
+            EXPECT_EQ(symbol, nullptr);
             return raised;
         }
         raised.push_back(symbol);
     }
     ADD_FAILURE() << "the allocations never end";
     return raised;
-}
-
-inline std::vector<const char *> fail_each_allocation(qv::FunctionRef<void()> body) {
-    return fail_each_allocation(body, [] {});
 }
 
 // A fixture with fresh feedback (no trace selections) written to `out` and `err`, fresh

@@ -27,52 +27,45 @@ class FeedbackTest : public CaptureTest {
     }
 };
 
-// ---- classes and selections ---------------------------------------------------------------
-
-const struct {
-    const char *name;
-    int32_t number;
-    bool always;
-} standard_classes[] = {
-    {"Error", X_Error_FL, true},        {"Warning", X_Warning_FL, true},
-    {"Info", X_Info_FL, true},          {"Info_S", X_InfoS_FL, true},
-    {"Progress", X_Progress_FL, false}, {"Detail", X_Detail_FL, false},
-    {"Internal", X_Internal_FL, false}, {"User", X_User_FL, false},
-    {"Variable", X_Variable_FL, false},
-};
-
-TEST_F(FeedbackTest, StandardClassesAndTheStarSelection) {
-    for (const auto &c : standard_classes) {
-        EXPECT_EQ(GetFeedbackClass_L(c.name), c.number) << c.name;
-        EXPECT_EQ(IsActiveFeedback_L(c.number), c.always ? 1 : 0) << c.name; // nothing traced
-    }
-    EXPECT_EQ(GetFeedbackClass_L("info_s"), X_InfoS_FL);
-    EXPECT_EQ(GetFeedbackClass_L("NoSuchClass"), 9);
-    EXPECT_EQ(GetFeedbackClass_L(nullptr), 9);
-    EXPECT_EQ(Debug_L("HANDLER", "x\n"), -1);
-
-    trace(" * ");
-    for (const auto &c : standard_classes) EXPECT_EQ(IsActiveFeedback_L(c.number), 1) << c.name;
-    EXPECT_EQ(Debug_L("AnyCategory", "debug %d\n", 7), 0);
-    EXPECT_EQ(out, "debug 7\n");
+// '1' or '0' for each class number from 0 to 10: whether it is active.
+std::string activity() {
+    std::string active;
+    for (int32_t number = 0; number <= 10; ++number)
+        active += IsActiveFeedback_L(number) ? '1' : '0';
+    return active;
 }
 
-TEST_F(FeedbackTest, SelectionsAreTrimmedCaselessAndSqlHasItsOwnCategories) {
-    trace(" progress ,HANDLER,, user\t");
-    EXPECT_EQ(IsActiveFeedback_L(X_Progress_FL), 1);
-    EXPECT_EQ(IsActiveFeedback_L(X_User_FL), 1);
-    EXPECT_EQ(IsActiveFeedback_L(X_Detail_FL), 0);
+TEST_F(FeedbackTest, StandardClassesAndSelections) {
+    const std::pair<const char *, int32_t> standard[] = {{"Error", X_Error_FL},
+                                                         {"Warning", X_Warning_FL},
+                                                         {"Info", X_Info_FL},
+                                                         {"info_s", X_InfoS_FL},
+                                                         {"Progress", X_Progress_FL},
+                                                         {"Detail", X_Detail_FL},
+                                                         {"Internal", X_Internal_FL},
+                                                         {"User", X_User_FL},
+                                                         {"Variable", X_Variable_FL},
+                                                         {"NoSuchClass", 9},
+                                                         {nullptr, 9}};
+    for (const auto &[name, number] : standard) EXPECT_EQ(GetFeedbackClass_L(name), number);
+    EXPECT_EQ(activity(), "11110000000"); // TRACE_VALUES unset: the always-active classes
+    EXPECT_EQ(Debug_L("HANDLER", "x\n"), -1);
+    trace(" * ");
+    EXPECT_EQ(activity(), "11111111100");
+    EXPECT_EQ(Debug_L("AnyCategory", "debug %d\n", 7), 0);
+    trace(" progress ,HANDLER,, user\t"); // trimmed, compared without case
+    EXPECT_EQ(activity(), "11111001000");
     EXPECT_EQ(Debug_L("handler", "h\n"), 0);
     EXPECT_EQ(Debug_L("SQL", "s\n"), -1);
     EXPECT_EQ(Debug_L(nullptr, "n\n"), -1);
-    trace("ExecutedSQL");
-    EXPECT_EQ(IsActiveFeedback_L(X_Progress_FL), 0);
+    trace("ExecutedSQL"); // the SQL texts have categories of their own
+    EXPECT_EQ(activity(), "11110000000");
     EXPECT_EQ(Debug_SQL_L("select 1"), -1);
     EXPECT_EQ(Debug_NativeSQL_L("select 2"), 0);
     EXPECT_EQ(Debug_NativeSQL_L(nullptr), -1);
     trace("sql");
     EXPECT_EQ(Debug_SQL_L("select 3"), 0);
-    EXPECT_EQ(out, "h\nselect 2\nselect 3\n");
+    EXPECT_EQ(out, "debug 7\nh\nselect 2\nselect 3\n");
 }
 
 TEST_F(FeedbackTest, RegisteringUpdatesAnExistingNameAndTerminateForgetsIt) {
@@ -80,14 +73,12 @@ TEST_F(FeedbackTest, RegisteringUpdatesAnExistingNameAndTerminateForgetsIt) {
     EXPECT_EQ(audit, 9);
     Feedback_L(audit, "hidden\n");
     EXPECT_EQ(RegisterFeedbackClass_L("AUDIT", 4, QV_FEEDBACK_ALWAYS | QV_FEEDBACK_STDOUT), audit);
-    EXPECT_EQ(IsActiveFeedback_L(audit), 1);
     Feedback_L(audit, "shown %s\n", "now");
     EXPECT_EQ(out, "shown now\n");
     trace("audit");
     EXPECT_EQ(RegisterFeedbackClass_L("Selected", 4, 0), 10);
     EXPECT_EQ(RegisterFeedbackClass_L("Audit", 4, QV_FEEDBACK_STDOUT), audit);
-    EXPECT_EQ(IsActiveFeedback_L(audit), 1);
-    EXPECT_EQ(IsActiveFeedback_L(10), 0);
+    EXPECT_EQ(activity(), "11110000010");
     EXPECT_EQ(RegisterFeedbackClass_L(nullptr, 4, 8), -1);
     EXPECT_EQ(RegisterFeedbackClass_L("", 4, 8), -1);
 
@@ -205,7 +196,7 @@ TEST_F(FeedbackTest, LogFileHasPrefixesCrLfLineEndsAndWarningBlocks) {
     EXPECT_TRUE(std::regex_match(text, expected)) << text;
 }
 
-TEST_F(FeedbackTest, LogFileAppendsOrTruncatesAndCloses) {
+TEST_F(FeedbackTest, LogFileAppendsTruncatesClosesAndTakesItsNameAndEncoding) {
     fs::path log = open_log();
     Feedback_L(X_InfoS_FL, "one\n");
     EXPECT_EQ(take(FeedbackFilePath_L()), log.string());
@@ -217,29 +208,20 @@ TEST_F(FeedbackTest, LogFileAppendsOrTruncatesAndCloses) {
     EXPECT_EQ(read_file(log), "one\r\ntwo\r\n");
     open_log();
     EXPECT_EQ(read_file(log), "");
-}
 
-TEST_F(FeedbackTest, DefaultLogFileGoesToTheLogDirectoryUnderTheLogName) {
     ScopedEnvironment dir("QV_LOG_DIR", (directory.path.string() + "/").c_str());
     ASSERT_EQ(SetDefaultFeedbackFile_L("default.log"), 0);
     Feedback_L(X_InfoS_FL, "d\n");
     EXPECT_EQ(read_file(directory / "default.log"), "d\r\n");
-    ScopedEnvironment name("QV_LOG_NAME", "renamed.log");
+    ScopedEnvironment name("QV_LOG_NAME", "renamed.log"), ascii("QV_LOG_ENCODING", "ascii");
     ASSERT_EQ(SetDefaultFeedbackFile_L("default.log"), 0);
-    Feedback_L(X_InfoS_FL, "r\n");
+    Simple_Feedback_L(X_InfoS_FL, "caf\xC3\xA9\n");
     EXPECT_EQ(take(FeedbackFilePath_L()), (directory / "renamed.log").string());
-    EXPECT_EQ(read_file(directory / "renamed.log"), "r\r\n");
-}
-
-TEST_F(FeedbackTest, AsciiLogEncodingReplacesOtherCharacters) {
-    ScopedEnvironment ascii("QV_LOG_ENCODING", "ascii");
-    fs::path log = open_log();
+    EXPECT_EQ(read_file(directory / "renamed.log"), "caf??\r\n");
+    ScopedEnvironment ebcdic("QV_LOG_ENCODING", "EBCDIC"); // reported, then UTF-8
+    open_log();
     Simple_Feedback_L(X_InfoS_FL, "caf\xC3\xA9\n");
-    EXPECT_EQ(read_file(log), "caf??\r\n");
-    ScopedEnvironment ebcdic("QV_LOG_ENCODING", "EBCDIC");
-    log = open_log("other.log");
-    Simple_Feedback_L(X_InfoS_FL, "caf\xC3\xA9\n");
-    std::string text = read_file(log);
+    std::string text = read_file(directory / "renamed.log");
     EXPECT_NE(text.find("Log encoding 'EBCDIC' is not supported"), std::string::npos) << text;
     EXPECT_NE(text.find("caf\xC3\xA9\r\n"), std::string::npos);
 }
@@ -264,29 +246,22 @@ TEST_F(FeedbackTest, AnUnopenableLogFileIsReportedAndOutputGoesOn) {
 // ---- log file names -------------------------------------------------------------------------
 
 TEST_F(FeedbackTest, LogFileRootsAndPaths) {
+    auto root = [](char kind, const char *name, int32_t number, uint8_t with_process = 0,
+                   const char *suffix = "ignored") {
+        return take(DefaultLogFileRoot_L(kind, name, number, with_process, suffix));
+    };
+    EXPECT_EQ(root('B', "sales", 7), "Build_sales_0007");
+    EXPECT_EQ(root('S', "Dim One", 12345), "DimBuild_Dim One_12345");
+    EXPECT_EQ(root('J', "a/b\\c:d*e?f\"g<h>i|j", 0), "Job_a_b_c_d_e_f_g_h_i_j_0000");
+    EXPECT_EQ(root('x', "tab\there\x7F", -3), "Unknown_tab_here__-003");
+    EXPECT_EQ(root('B', "caf\xC3\xA9", 1), "Build_caf\xC3\xA9_0001");
+    EXPECT_EQ(root('B', "bad\xC3(\xFF", 1), "Build_bad_(__0001");
+    EXPECT_EQ(root('J', nullptr, 1), "Job__0001");
     char process[16];
     std::snprintf(process, sizeof process, "_%08lx", static_cast<unsigned long>(getpid()));
-    const struct {
-        char kind;
-        const char *name;
-        int32_t number;
-        uint8_t with_process;
-        const char *suffix;
-        std::string expected;
-    } cases[] = {
-        {'B', "sales", 7, 0, "ignored", "Build_sales_0007"},
-        {'S', "Dim One", 12345, 0, nullptr, "DimBuild_Dim One_12345"},
-        {'J', "a/b\\c:d*e?f\"g<h>i|j", 0, 0, nullptr, "Job_a_b_c_d_e_f_g_h_i_j_0000"},
-        {'x', "tab\there\x7F", -3, 0, nullptr, "Unknown_tab_here__-003"},
-        {'B', "caf\xC3\xA9", 1, 0, nullptr, "Build_caf\xC3\xA9_0001"},
-        {'B', "bad\xC3(\xFF", 1, 0, nullptr, "Build_bad_(__0001"},
-        {'J', nullptr, 1, 0, nullptr, "Job__0001"},
-        {'J', "nightly", 42, 1, "_retry", std::string("Job_nightly_0042") + process + "_retry"},
-        {'J', "nightly", 42, 1, nullptr, std::string("Job_nightly_0042") + process},
-    };
-    for (const auto &c : cases)
-        EXPECT_EQ(take(DefaultLogFileRoot_L(c.kind, c.name, c.number, c.with_process, c.suffix)),
-                  c.expected);
+    EXPECT_EQ(root('J', "nightly", 42, 1, "_retry"),
+              std::string("Job_nightly_0042") + process + "_retry");
+    EXPECT_EQ(root('J', "nightly", 42, 1, nullptr), std::string("Job_nightly_0042") + process);
     EXPECT_EQ(take(LogFilePath_L('B', "sales", 3)), "Build_sales_0003.log");
     ScopedEnvironment dir("QV_LOG_DIR", "/var/log/qv//");
     EXPECT_EQ(take(LogFilePath_L('S', "geo/region", 3)),
@@ -327,46 +302,42 @@ TEST_F(FeedbackTest, AllocationFailuresRaiseAndLeakNothing) {
 // ---- interrupts -----------------------------------------------------------------------------
 
 TEST_F(FeedbackTest, AnInterruptIsDeliveredOnceUntilCleared) {
+    std::string seen; // per check: 'X' delivered, '.' not
+    auto check = [&] { seen += Check_Interrupt_L(0) == -1 ? 'X' : '.'; };
     Set_Interrupt_L();
-    EXPECT_EQ(Check_Interrupt_L(0), 0); // interrupts not active yet
+    check(); // interrupts not active yet
     InterruptsActive_L(1);
-    std::vector<int32_t> results;
-    for (int i = 0; i < 3; ++i) results.push_back(Check_Interrupt_L(0));
+    check();
+    check();
     Set_Interrupt_L();
-    results.push_back(Check_Interrupt_L(0)); // still delivered
+    check(); // still delivered
     Clear_Interrupt_L();
-    results.push_back(Check_Interrupt_L(0));
-    Set_Interrupt_L();
-    results.push_back(Check_Interrupt_L(0));
-    EXPECT_EQ(results, (std::vector<int32_t>{-1, 0, 0, 0, 0, -1}));
-
-    Clear_Interrupt_L();
-    Set_Interrupt_L();
-    EXPECT_EQ(raised_by([] { Check_Interrupt_L(1); }), INTERRUPT_PROCESS);
-    EXPECT_EQ(Exc_GetFile_L(), std::string("feedback"));
-    EXPECT_EQ(raised_by([] { Check_Interrupt_L(1); }), nullptr);
-
-    InterruptsActive_L(0);
-    Clear_Interrupt_L();
-    Set_Interrupt_L();
-    EXPECT_EQ(Check_Interrupt_L(0), 0);
-}
-
-TEST_F(FeedbackTest, ThePumpAndSignalHandlersMayRequestTheInterrupt) {
+    check();
     static int pumped;
     pumped = 0;
-    InterruptsActive_L(1);
     SetInterruptPump_L([] {
         if (++pumped == 2) Set_Interrupt_L();
     });
-    EXPECT_EQ(Check_Interrupt_L(0), 0);
-    EXPECT_EQ(Check_Interrupt_L(0), -1);
+    check();
+    check(); // the pump requested it
     SetInterruptPump_L(nullptr);
     Clear_Interrupt_L();
     auto previous = std::signal(SIGUSR1, [](int) { Set_Interrupt_L(); });
     std::raise(SIGUSR1);
     std::signal(SIGUSR1, previous);
-    EXPECT_EQ(Check_Interrupt_L(0), -1);
+    check();
+    InterruptsActive_L(0);
+    Clear_Interrupt_L();
+    Set_Interrupt_L();
+    check();
+    EXPECT_EQ(seen, ".X....XX.");
+
+    InterruptsActive_L(1);
+    Clear_Interrupt_L();
+    Set_Interrupt_L();
+    EXPECT_EQ(raised_by([] { Check_Interrupt_L(1); }), INTERRUPT_PROCESS);
+    EXPECT_EQ(Exc_GetFile_L(), std::string("feedback"));
+    EXPECT_EQ(raised_by([] { Check_Interrupt_L(1); }), nullptr);
 }
 
 } // namespace

@@ -17,29 +17,24 @@ using namespace qvtest;
 
 constexpr uint32_t uncatalogued = 0x12345678;
 
+// The kind ('T'ext, 'S'igned, 'U'nsigned) and the text of a parameter.
+std::string shown(const PWParam &parameter) {
+    return "TSU"[static_cast<int>(parameter.GetKind())] + (" " + parameter.Text());
+}
+
 TEST(PWParam, KindsAndTexts) {
-    const struct {
-        PWParam parameter;
-        PWParam::Kind kind;
-        const char *text;
-    } cases[] = {
-        {PWParam("abc"), PWParam::Kind::Text, "abc"},
-        {PWParam(static_cast<const char *>(nullptr)), PWParam::Kind::Text, "<NULL>"},
-        {PWParam(std::string("str")), PWParam::Kind::Text, "str"},
-        {PWParam(std::string_view("view")), PWParam::Kind::Text, "view"},
-        {PWParam('}'), PWParam::Kind::Text, "}"},
-        {PWParam(-5), PWParam::Kind::Signed, "-5"},
-        {PWParam(std::numeric_limits<int64_t>::min()), PWParam::Kind::Signed,
-         "-9223372036854775808"},
-        {PWParam(4000000000u), PWParam::Kind::Unsigned, "4000000000"},
-        {PWParam(std::numeric_limits<uint64_t>::max()), PWParam::Kind::Unsigned,
-         "18446744073709551615"},
-        {PWParam(static_cast<int16_t>(-7)), PWParam::Kind::Signed, "-7"},
-    };
-    for (const auto &c : cases) {
-        EXPECT_EQ(c.parameter.GetKind(), c.kind) << c.text;
-        EXPECT_EQ(c.parameter.Text(), c.text);
-    }
+    const std::pair<PWParam, const char *> cases[] = {
+        {"abc", "T abc"},
+        {static_cast<const char *>(nullptr), "T <NULL>"},
+        {std::string("str"), "T str"},
+        {std::string_view("view"), "T view"},
+        {'}', "T }"},
+        {-5, "S -5"},
+        {static_cast<int16_t>(-7), "S -7"},
+        {std::numeric_limits<int64_t>::min(), "S -9223372036854775808"},
+        {4000000000u, "U 4000000000"},
+        {std::numeric_limits<uint64_t>::max(), "U 18446744073709551615"}};
+    for (const auto &[parameter, expected] : cases) EXPECT_EQ(shown(parameter), expected);
 }
 
 TEST(PWMessage, FillsNumberedSlots) {
@@ -175,83 +170,74 @@ TEST_F(PWMsgSetTest, FailuresRaiseMessageSetFailure) {
     EXPECT_NE(err.find("no context on RAISE/RERAISE"), std::string::npos);
 }
 
-// ---- the catalogue -------------------------------------------------------------------
+// ---- the catalogue ---------------------------------------------------------------------
 
 fs::path source_root() {
     return fs::path(__FILE__).parent_path().parent_path().parent_path();
 }
 
-struct NamedNumber {
-    uint32_t number;
-    int parameters; // as listed in the header comment
-};
-
-// QV_MSG_... constants of qv/message.h with the count of parameters their comment lists.
-std::map<std::string, NamedNumber> named_numbers() {
-    std::map<std::string, NamedNumber> named;
-    std::string header = read_file(source_root() / "include/qv/message.h");
-    std::regex definition(R"(#define (QV_MSG_\w+) (0x[0-9A-Fa-f]{8})U\s*/\*\s*(.*?)\s*\*/)");
-    for (std::sregex_iterator it(header.begin(), header.end(), definition), end; it != end; ++it) {
-        std::string listed = (*it)[3];
-        int parameters =
-            listed == "-" ? 0 : 1 + static_cast<int>(std::count(listed.begin(), listed.end(), ','));
-        named[(*it)[1]] = {static_cast<uint32_t>(std::stoul((*it)[2], nullptr, 16)), parameters};
-    }
-    return named;
+// Calls `each` with every match of `pattern` in `text`.
+void for_matches(const std::string &text, const std::regex &pattern,
+                 const std::function<void(const std::smatch &)> &each) {
+    for (std::sregex_iterator it(text.begin(), text.end(), pattern), end; it != end; ++it)
+        each(*it);
 }
 
-int highest_slot(const char *text) {
-    int highest = 0;
-    std::string s = text;
-    std::regex slot(R"(%(%|\d+))");
-    for (std::sregex_iterator it(s.begin(), s.end(), slot), end; it != end; ++it)
-        if ((*it)[1] != "%") highest = std::max(highest, std::stoi((*it)[1]));
-    return highest;
+// QV_MSG_... constants of qv/message.h with their numbers and the count of parameters their
+// comment lists.
+std::map<std::string, std::pair<uint32_t, int>> named_numbers() {
+    std::map<std::string, std::pair<uint32_t, int>> named;
+    for_matches(read_file(source_root() / "include/qv/message.h"),
+                std::regex(R"(#define (QV_MSG_\w+) (0x[0-9A-Fa-f]{8})U\s*/\*\s*(.*?)\s*\*/)"),
+                [&](const std::smatch &m) {
+                    std::string listed = m[3];
+                    int count = listed == "-" ? 0 : 1 + std::ranges::count(listed, ',');
+                    named[m[1]] = {std::stoul(m[2], nullptr, 16), count};
+                });
+    return named;
 }
 
 TEST(Catalogue, EveryNamedNumberHasATextWithItsParameters) {
     auto named = named_numbers();
-    ASSERT_EQ(named.size(), qv::catalogue().size());
-    std::set<uint32_t> named_set;
+    std::set<uint32_t> numbers;
     for (const auto &[name, entry] : named) {
-        named_set.insert(entry.number);
-        const qv::CatalogueEntry *row = qv::find_catalogue_entry(entry.number);
+        numbers.insert(entry.first);
+        const qv::CatalogueEntry *row = qv::find_catalogue_entry(entry.first);
         ASSERT_NE(row, nullptr) << name;
+        int highest = 0;
+        for_matches(row->text, std::regex(R"(%(%|\d+))"), [&](const std::smatch &m) {
+            if (m[1] != "%") highest = std::max(highest, std::stoi(m[1]));
+        });
         EXPECT_NE(std::string(row->text), "") << name;
-        EXPECT_EQ(highest_slot(row->text), entry.parameters) << name << ": " << row->text;
+        EXPECT_EQ(highest, entry.second) << name << ": " << row->text;
     }
-    for (const qv::CatalogueEntry &row : qv::catalogue())
-        EXPECT_TRUE(named_set.contains(row.number)) << std::hex << row.number << " has no name";
-    EXPECT_EQ(named_set.size(), named.size()) << "two names for one number";
+    EXPECT_EQ(numbers.size(), named.size()) << "two names for one number";
+    EXPECT_EQ(qv::catalogue().size(), named.size()) << "catalogue rows without a name";
 }
 
 TEST(Catalogue, EveryMessageNumberTheSourcesUseIsCatalogued) {
     auto named = named_numbers();
+    // Named numbers, and literal numbers given straight to a message: PWMessage m(0x...
     std::regex constant(R"(\bQV_MSG_[A-Z0-9_]+\b)");
-    // A literal number given straight to a message: PWMessage m(0x..., NewMessage_L(0x...
     std::regex literal(R"((?:PWMessage\s*\w*\s*[({]|NewMessage_L\s*\()\s*(0x[0-9A-Fa-f]{8}))");
-    int files = 0;
-    int uses = 0;
+    int files = 0, uses = 0;
     for (const char *folder : {"core", "messages", "strings", "platform", "dates", "containers",
                                "values", "language", "dataline"}) {
-        fs::path directory = source_root() / folder;
-        if (!fs::is_directory(directory)) continue;
-        for (const auto &item : fs::recursive_directory_iterator(directory)) {
+        if (!fs::is_directory(source_root() / folder)) continue;
+        for (const auto &item : fs::recursive_directory_iterator(source_root() / folder)) {
             std::string extension = item.path().extension();
             if (extension != ".cpp" && extension != ".hpp" && extension != ".h") continue;
-            ++files;
             std::string text = read_file(item.path());
-            for (std::sregex_iterator it(text.begin(), text.end(), constant), end; it != end;
-                 ++it) {
+            ++files;
+            for_matches(text, constant, [&](const std::smatch &m) {
                 ++uses;
-                EXPECT_TRUE(named.contains(it->str())) << it->str() << " in " << item.path();
-            }
-            for (std::sregex_iterator it(text.begin(), text.end(), literal), end; it != end; ++it) {
+                EXPECT_TRUE(named.contains(m.str())) << m.str() << " in " << item.path();
+            });
+            for_matches(text, literal, [&](const std::smatch &m) {
                 ++uses;
-                uint32_t number = static_cast<uint32_t>(std::stoul((*it)[1], nullptr, 16));
-                EXPECT_NE(qv::find_catalogue_entry(number), nullptr)
-                    << (*it)[1] << " in " << item.path();
-            }
+                EXPECT_NE(qv::find_catalogue_entry(std::stoul(m[1], nullptr, 16)), nullptr)
+                    << m[1] << " in " << item.path();
+            });
         }
     }
     EXPECT_GT(files, 5);
