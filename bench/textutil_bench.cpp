@@ -1,5 +1,5 @@
-// textutil_bench.cpp - the checksum fold beside zlib's crc32, and the UTF-8 scans beside a
-// plain byte loop and strlen.
+// textutil_bench.cpp - the checksum fold beside zlib's crc32, the UTF-8 scans beside a
+// plain byte loop and strlen, and the LIKE matchers on long rows.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -114,6 +114,28 @@ void BM_strlen(benchmark::State &state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
 }
 BENCHMARK(BM_strlen)->Arg(64)->Arg(4096)->Arg(1 << 20);
+
+// LIKE over a long row whose literal runs occur only at the end: the matchers jump from one
+// occurrence of a run's first byte to the next.
+void BM_Is_Like_L(benchmark::State &state) {
+    std::string text = mixed_text(static_cast<size_t>(state.range(0))) + "needle end";
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(text.data());
+        benchmark::DoNotOptimize(Is_Like_L(text.c_str(), "%need%end"));
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
+}
+BENCHMARK(BM_Is_Like_L)->Arg(64)->Arg(4096);
+
+void BM_Is_Like8_L(benchmark::State &state) {
+    std::string text = mixed_text(static_cast<size_t>(state.range(0))) + "needle end";
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(text.data());
+        benchmark::DoNotOptimize(Is_Like8_L(text.c_str(), "%need%end"));
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
+}
+BENCHMARK(BM_Is_Like8_L)->Arg(64)->Arg(4096);
 
 } // namespace
 
