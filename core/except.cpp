@@ -45,7 +45,9 @@ int32_t depth = 0;
 
 LastRaise last_raise;
 
-int32_t context_depth() { return depth; }
+int32_t context_depth() {
+    return depth;
+}
 
 namespace {
 
@@ -68,7 +70,9 @@ void delete_unwind(_Unwind_Reason_Code, _Unwind_Exception *exception) {
     delete reinterpret_cast<ForcedUnwind *>(exception);
 }
 
-[[noreturn]] void land(exc_context *target) { longjmp(target->jump_state, 1); }
+[[noreturn]] void land(exc_context *target) {
+    longjmp(target->jump_state, 1);
+}
 
 // Called by the unwinder before each frame is unwound. The opener's frame begins above
 // the marker; stop there (or at the end of unwind information) and jump.
@@ -180,9 +184,13 @@ QV_API void except_raise(const char *symbol, const char *source_file, int32_t li
     qv::jump_to(Exc_Sp);
 }
 
-QV_API const char *Exc_GetFile_L(void) { return qv::last_raise.file; }
+QV_API const char *Exc_GetFile_L(void) {
+    return qv::last_raise.file;
+}
 
-QV_API int32_t Exc_GetLine_L(void) { return qv::last_raise.line; }
+QV_API int32_t Exc_GetLine_L(void) {
+    return qv::last_raise.line;
+}
 
 } // extern "C"
 

@@ -60,8 +60,8 @@ template <class Result, class... Args>
 class FunctionRef<Result(Args...)> {
   public:
     template <class Callable>
-        requires(!std::is_same_v<std::remove_cvref_t<Callable>, FunctionRef>)
-    FunctionRef(Callable &&callable) // NOLINT: implicit on purpose
+    requires(!std::is_same_v<std::remove_cvref_t<Callable>, FunctionRef>)
+        FunctionRef(Callable &&callable) // NOLINT: implicit on purpose
         : object_(const_cast<void *>(static_cast<const void *>(&callable))),
           thunk_([](void *object, Args... args) -> Result {
               return (*static_cast<std::remove_reference_t<Callable> *>(object))(
@@ -83,8 +83,9 @@ bool guarded(const char *function, const char *file, int line, FunctionRef<void(
 
 // As guarded, with a handler that frees nothing and passes every raise on.
 inline bool guarded(const char *function, const char *file, int line, FunctionRef<void()> body) {
-    return guarded(function, file, line, body,
-                   [file](const char *) { except_raise(Exc_Raised_, file, __LINE__, 1, 0, nullptr); });
+    return guarded(function, file, line, body, [file](const char *) {
+        except_raise(Exc_Raised_, file, __LINE__, 1, 0, nullptr);
+    });
 }
 
 } // namespace qv

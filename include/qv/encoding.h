@@ -57,9 +57,8 @@ QV_API int32_t ConvertEncoding_L(const QV_ENCODING_T *from, const char *text, in
 /* The same into the caller's buffer of `capacity` bytes (room for the terminator
  * included). Returns the byte length written, -1 for bad arguments, -2 when the buffer is
  * too small (the buffer then holds an empty text when capacity allows). */
-QV_API int32_t ConvertEncodingNoAlloc_L(const QV_ENCODING_T *from, const char *text,
-                                        int32_t length, const QV_ENCODING_T *to, char *buffer,
-                                        int32_t capacity);
+QV_API int32_t ConvertEncodingNoAlloc_L(const QV_ENCODING_T *from, const char *text, int32_t length,
+                                        const QV_ENCODING_T *to, char *buffer, int32_t capacity);
 
 /* Code-point iteration over a text in any encoding. */
 typedef struct QV_CODEPOINT_ITER_T {

@@ -119,21 +119,21 @@ QV_API int32_t TopLevelExceptionFilter_L(const QV_EXCEPTION_POINTERS_T *pointers
  *
  * Inside the handler, Exc_Raised_ names what landed. The body must not `return` (leave it
  * with a raise or by falling off its end). */
-#define QV_TRY(function_name, source_file)                                                      \
-    do {                                                                                        \
-        volatile int qv_try_raised_ = 0;                                                        \
-        if (except_start_context((function_name), (source_file), __LINE__) != 0) {             \
-            if (setjmp(Exc_Sp->jump_state) != 0) qv_try_raised_ = 1;                            \
+#define QV_TRY(function_name, source_file)                                                         \
+    do {                                                                                           \
+        volatile int qv_try_raised_ = 0;                                                           \
+        if (except_start_context((function_name), (source_file), __LINE__) != 0) {                 \
+            if (setjmp(Exc_Sp->jump_state) != 0) qv_try_raised_ = 1;                               \
             if (!qv_try_raised_) {
-#define QV_HANDLER                                                                              \
-    }                                                                                           \
-    Exc_Sp->in_handler = 1;                                                                     \
+#define QV_HANDLER                                                                                 \
+    }                                                                                              \
+    Exc_Sp->in_handler = 1;                                                                        \
     if (qv_try_raised_) {
-#define QV_END_TRY(source_file)                                                                 \
-    }                                                                                           \
-    except_end_context((source_file), __LINE__);                                                \
-    }                                                                                           \
-    }                                                                                           \
+#define QV_END_TRY(source_file)                                                                    \
+    }                                                                                              \
+    except_end_context((source_file), __LINE__);                                                   \
+    }                                                                                              \
+    }                                                                                              \
     while (0)
 
 QV_EXTERN_C_END

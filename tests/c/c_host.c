@@ -10,19 +10,23 @@
 static int failures = 0;
 static int checks = 0;
 
-#define CHECK(condition)                                                                        \
-    do {                                                                                        \
-        ++checks;                                                                               \
-        if (!(condition)) {                                                                     \
-            ++failures;                                                                         \
-            fprintf(stderr, "c_host.c:%d: check failed: %s\n", __LINE__, #condition);           \
-        }                                                                                       \
+#define CHECK(condition)                                                                           \
+    do {                                                                                           \
+        ++checks;                                                                                  \
+        if (!(condition)) {                                                                        \
+            ++failures;                                                                            \
+            fprintf(stderr, "c_host.c:%d: check failed: %s\n", __LINE__, #condition);              \
+        }                                                                                          \
     } while (0)
 
 static const char *const MY_FAILURE = "MY_FAILURE";
 
-static void level3(void) { except_raise(MY_FAILURE, "c_host", 300, 0, 0, 0); }
-static void level2(void) { level3(); }
+static void level3(void) {
+    except_raise(MY_FAILURE, "c_host", 300, 0, 0, 0);
+}
+static void level2(void) {
+    level3();
+}
 
 /* Catches and re-raises what it caught. */
 static void middle(void) {
@@ -63,7 +67,9 @@ static void convenience_macros(void) {
         level2();
         reached_end = 1;
     }
-    QV_HANDLER { handled = Exc_Raised_ == MY_FAILURE; }
+    QV_HANDLER {
+        handled = Exc_Raised_ == MY_FAILURE;
+    }
     QV_END_TRY("c_host");
     CHECK(!reached_end);
     CHECK(handled);

@@ -102,7 +102,8 @@ TEST_F(ExceptTest, GuardedHelperUnwindsObjectsMadeInItsBody) {
 TEST_F(ExceptTest, GuardedBodyThatCompletesSkipsHandler) {
     bool handled = false;
     EXPECT_TRUE(qv::guarded(
-        "guarded", "except_test", __LINE__, [] { Counted c; }, [&](const char *) { handled = true; }));
+        "guarded", "except_test", __LINE__, [] { Counted c; },
+        [&](const char *) { handled = true; }));
     EXPECT_FALSE(handled);
     EXPECT_EQ(Counted::destroyed, 1);
 }
@@ -116,7 +117,9 @@ TEST_F(ExceptTest, NestedReraiseCarriesFirstLocationOutward) {
             Counted between;
             qv::guarded(
                 "inner", "except_test", __LINE__, [] { raise_from_depth(1, PRIVATE_FAILURE, 77); },
-                [](const char *) { except_raise(Exc_Raised_, "inner_handler", 99, 1, 0, nullptr); });
+                [](const char *) {
+                    except_raise(Exc_Raised_, "inner_handler", 99, 1, 0, nullptr);
+                });
             ADD_FAILURE() << "re-raise returned";
         },
         [&](const char *raised) {
@@ -184,7 +187,8 @@ TEST_F(ExceptTest, ReraiseOutsideHandlerReportsAndKeepsContext) {
 TEST_F(ExceptTest, DefaultReraiseFromBodyJumpsLikeRaise) {
     const char *seen = nullptr;
     qv::guarded(
-        "body", "except_test", __LINE__, [] { except_raise(PRIVATE_FAILURE, "body", 1, 2, 0, nullptr); },
+        "body", "except_test", __LINE__,
+        [] { except_raise(PRIVATE_FAILURE, "body", 1, 2, 0, nullptr); },
         [&](const char *raised) { seen = raised; });
     EXPECT_EQ(seen, PRIVATE_FAILURE);
 }
@@ -261,7 +265,8 @@ TEST(PackageExceptionMessage, NamesEveryCodeOfTheTable) {
     const ExceptionCase cases[] = {
         {0x80000002, "Software Exception 0x80000002 ( Datatype misalignment )\n"},
         {0xC0000094, "Software Exception 0xC0000094 ( Integer divide by zero )\n"},
-        {0xC0000092, "Software Exception 0xC0000092 ( Floating-point stack overflow or underflow )\n"},
+        {0xC0000092,
+         "Software Exception 0xC0000092 ( Floating-point stack overflow or underflow )\n"},
         {0xC000013A, "Software Exception 0xC000013A ( CTRL-C )\n"},
         {0xC00000FD, "Software Exception 0xC00000FD ( Stack overflow )\n"},
         {0x12345678, "Unknown exception"},
@@ -283,9 +288,10 @@ TEST(PackageExceptionMessage, AccessViolationAddsSecondLine) {
     record.parameters[0] = 1;
     record.parameters[1] = 0x2000;
     char expected[200];
-    std::snprintf(expected, sizeof expected,
-                  "Software Exception 0xC0000005 ( Access Violation )\nException Address %p [write at %p]\n",
-                  record.address, reinterpret_cast<void *>(0x2000));
+    std::snprintf(
+        expected, sizeof expected,
+        "Software Exception 0xC0000005 ( Access Violation )\nException Address %p [write at %p]\n",
+        record.address, reinterpret_cast<void *>(0x2000));
     EXPECT_STREQ(PackageExceptionMessage_L(&record), expected);
     record.parameters[0] = 0;
     EXPECT_NE(std::string(PackageExceptionMessage_L(&record)).find("[read at"), std::string::npos);
