@@ -108,16 +108,24 @@ class PWMsgSetTest : public CaptureTest {
     }
 };
 
-TEST_F(PWMsgSetTest, AddMakesSetsOnDemandAndClearRemovesThem) {
-    uint32_t a = 0, b = 0;
+TEST_F(PWMsgSetTest, AddTransferAndClear) {
+    uint32_t a = 0, b = 0, fresh = 0;
     sets.Add(a, PWMessage(1, MESSAGE_SEVERITY_WARNING));
     sets.Add(a, PWMessage(2, MESSAGE_SEVERITY_FATAL));
     sets.Add(b, PWMessage(3, MESSAGE_SEVERITY_DEBUG));
     EXPECT_TRUE(a != 0 && b != 0 && a != b);
     EXPECT_EQ(sets.SetCount(), 2u);
-    EXPECT_EQ(numbers(a), (std::vector<uint32_t>{1, 2}));
     EXPECT_EQ(sets.WorstSeverity(a), MESSAGE_SEVERITY_FATAL);
     EXPECT_EQ(sets.WorstSeverity(b), MESSAGE_SEVERITY_DEBUG);
+    sets.Transfer(a, b); // appends, and leaves the source an empty set
+    EXPECT_EQ(numbers(b), (std::vector<uint32_t>{3, 1, 2}));
+    EXPECT_TRUE(sets.IsSet(a));
+    EXPECT_EQ(sets.Count(a), 0u);
+    EXPECT_EQ(sets.WorstSeverity(a), 0);
+    sets.Transfer(b, fresh);     // into a handle variable of 0: a new set
+    sets.Transfer(fresh, fresh); // into itself: unchanged
+    EXPECT_EQ(numbers(fresh), (std::vector<uint32_t>{3, 1, 2}));
+
     uint32_t stale = a;
     sets.Clear(a);
     sets.Clear(a);      // again: ignored
@@ -128,24 +136,7 @@ TEST_F(PWMsgSetTest, AddMakesSetsOnDemandAndClearRemovesThem) {
     EXPECT_EQ(numbers(stale), (std::vector<uint32_t>{4}));
     sets.ClearAll();
     EXPECT_EQ(sets.SetCount(), 0u);
-    EXPECT_FALSE(sets.IsSet(stale));
     EXPECT_FALSE(sets.IsSet(0));
-}
-
-TEST_F(PWMsgSetTest, TransferAppendsAndEmptiesTheSource) {
-    uint32_t from = 0, to = 0, fresh = 0;
-    sets.Add(from, PWMessage(1, 4));
-    sets.Add(from, PWMessage(2, 4));
-    sets.Add(to, PWMessage(9, 4));
-    sets.Transfer(from, to);
-    EXPECT_EQ(numbers(to), (std::vector<uint32_t>{9, 1, 2}));
-    EXPECT_TRUE(sets.IsSet(from));
-    EXPECT_EQ(sets.Count(from), 0u);
-    EXPECT_EQ(sets.WorstSeverity(from), 0);
-    sets.Transfer(to, fresh); // into a handle variable of 0: a new set
-    EXPECT_EQ(numbers(fresh), (std::vector<uint32_t>{9, 1, 2}));
-    sets.Transfer(fresh, fresh); // into itself: unchanged
-    EXPECT_EQ(sets.Count(fresh), 3u);
 }
 
 TEST_F(PWMsgSetTest, FailuresRaiseMessageSetFailure) {
@@ -169,8 +160,6 @@ TEST_F(PWMsgSetTest, FailuresRaiseMessageSetFailure) {
     EXPECT_EQ(sets.Message(a, 5), nullptr);
     EXPECT_NE(err.find("no context on RAISE/RERAISE"), std::string::npos);
 }
-
-// ---- the catalogue ---------------------------------------------------------------------
 
 fs::path source_root() {
     return fs::path(__FILE__).parent_path().parent_path().parent_path();
