@@ -1,26 +1,28 @@
 // encoding_test.cpp - the encoding service: lookups, conversions checked against ICU
 // directly, iteration, the UTF-8 helpers and the code-point classes.
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
 #include <unicode/ucnv.h>
-#include <unicode/ustring.h>
-#include <unicode/stringoptions.h>
 
-#include "core/raise.hpp"
+#include "messages/capture.hpp"
 #include "qv/alloc.h"
 #include "qv/encoding.h"
 
 namespace {
 
+using Points = std::vector<int32_t>;
+
 // "Zoë € 𝄞": one-, two-, three- and four-byte characters.
 const std::string sample_utf8 = "Zo\xC3\xAB \xE2\x82\xAC \xF0\x9D\x84\x9E";
-const std::vector<int32_t> sample_code_points = {'Z', 'o', 0xEB, ' ', 0x20AC, ' ', 0x1D11E};
+const Points sample_code_points = {'Z', 'o', 0xEB, ' ', 0x20AC, ' ', 0x1D11E};
+
+// Bytes with embedded zeros: "\x00\x41"_b.
+std::string operator""_b(const char *bytes, size_t length) {
+    return std::string(bytes, length);
+}
 
 // Converts with ICU's own one-shot API: the reference for conversions.
 std::string icu_convert(const char *to, const char *from, const std::string &text) {
@@ -33,101 +35,93 @@ std::string icu_convert(const char *to, const char *from, const std::string &tex
     return out;
 }
 
+// Converts with the service, checking that the result ends in a terminator as wide as the
+// target's.
 std::string convert(const QV_ENCODING_T *from, const std::string &text, const QV_ENCODING_T *to) {
     char *out = nullptr;
     int32_t length = -5;
-    EXPECT_EQ(
-        ConvertEncoding_L(from, text.data(), static_cast<int32_t>(text.size()), to, &out, &length),
-        0);
+    const auto size = static_cast<int32_t>(text.size());
+    EXPECT_EQ(ConvertEncoding_L(from, text.data(), size, to, &out, &length), 0);
     if (out == nullptr) return "<null>";
     std::string result(out, static_cast<size_t>(length));
-    // The terminator is as wide as the target's.
     for (int32_t i = 0; i < (to ? to->terminator_width : 1); ++i) EXPECT_EQ(out[length + i], 0);
     std::free(out);
     return result;
 }
 
-std::vector<int32_t> code_points(const QV_ENCODING_T *encoding, const std::string &text) {
+Points code_points(const QV_ENCODING_T *encoding, const std::string &text, int32_t length = -2) {
     QV_CODEPOINT_ITER_T iter;
-    EXPECT_EQ(CodePointIterInit_L(&iter, encoding, text.data(), static_cast<int32_t>(text.size())),
-              0);
-    std::vector<int32_t> result;
+    if (length == -2) length = static_cast<int32_t>(text.size());
+    EXPECT_EQ(CodePointIterInit_L(&iter, encoding, text.data(), length), 0);
+    Points result;
     for (int32_t c; (c = NextCodePoint_L(&iter)) >= 0;) result.push_back(c);
     CodePointIterEnd_L(&iter);
-    CodePointIterEnd_L(&iter);
+    CodePointIterEnd_L(&iter); // safe twice
     return result;
 }
 
 // The code points ICU decodes from `text`, through UTF-32.
-std::vector<int32_t> icu_code_points(const char *encoding, const std::string &text) {
+Points icu_code_points(const char *encoding, const std::string &text) {
     std::string utf32 = icu_convert("UTF-32LE", encoding, text);
-    std::vector<int32_t> result(utf32.size() / 4);
+    Points result(utf32.size() / 4);
     std::memcpy(result.data(), utf32.data(), utf32.size());
     return result;
 }
 
-// Bytes with embedded zeros: "\x00\x41"_b.
-std::string operator""_b(const char *bytes, size_t length) {
-    return std::string(bytes, length);
+int sign(int32_t value) {
+    return (value > 0) - (value < 0);
 }
 
 } // namespace
 
-TEST(EncodingLookup, NamesAndAliasesGiveOneDescriptor) {
-    struct Case {
+TEST(EncodingLookup, NamesAliasesAndDescriptors) {
+    struct Name {
         const char *name;
         const QV_ENCODING_T *expected;
     };
-    const Case cases[] = {
+    const Name names[] = {
         {"UTF-8", UTF8Encoding_L()},
-        {"utf8", UTF8Encoding_L()},
-        {"Utf-8", UTF8Encoding_L()},
+        {"Utf8", UTF8Encoding_L()},
         {"latin1", Latin1Encoding_L()},
-        {"ISO_8859-1", Latin1Encoding_L()},
         {"iso-8859-1", Latin1Encoding_L()},
         {"UTF-16LE", UTF16Encoding_L()},
         {"UTF16_PlatformEndian", UTF16Encoding_L()},
         {"UTF-32LE", UTF32Encoding_L()},
-        {"US-ASCII", ASCIIEncoding_L()},
         {"ascii", ASCIIEncoding_L()},
         {"no-such-encoding", nullptr},
         {"", nullptr},
         {nullptr, nullptr},
     };
-    for (const Case &c : cases) EXPECT_EQ(LookupEncoding_L(c.name), c.expected) << c.name;
+    for (const Name &n : names) EXPECT_EQ(LookupEncoding_L(n.name), n.expected) << n.name;
     EXPECT_EQ(PlatformEncoding_L(), UTF8Encoding_L());
     EXPECT_EQ(LookupEncoding_L("windows-1252"), LookupEncoding_L("cp1252"));
-    EXPECT_NE(LookupEncoding_L("windows-1252"), Latin1Encoding_L());
-}
 
-TEST(EncodingLookup, DescriptorFields) {
-    struct Case {
+    // The fields are measured from ICU's converters.
+    struct Fields {
         const QV_ENCODING_T *encoding;
         const char *name;
         int32_t min_bytes, max_bytes, terminator_width;
         uint8_t ascii_compatible, utf8_direct;
     };
-    const Case cases[] = {
+    const Fields fields[] = {
         {UTF8Encoding_L(), "UTF-8", 1, 4, 1, 1, 1},
         {ASCIIEncoding_L(), "US-ASCII", 1, 1, 1, 1, 1},
         {Latin1Encoding_L(), "ISO-8859-1", 1, 1, 1, 1, 0},
         {UTF16Encoding_L(), "UTF-16LE", 2, 4, 2, 0, 0},
         {UTF32Encoding_L(), "UTF-32LE", 4, 4, 4, 0, 0},
         {LookupEncoding_L("Shift_JIS"), "Shift_JIS", 1, 2, 1, 0, 0}, // 0x5C is the yen sign
-        {LookupEncoding_L("windows-1252"), "windows-1252", 1, 1, 1, 1, 0},
         {LookupEncoding_L("GB18030"), "GB18030", 1, 4, 1, 1, 0},
         {LookupEncoding_L("ebcdic-cp-us"), "IBM037", 1, 1, 1, 0, 0},
         {LookupEncoding_L("ISO-2022-JP"), "ISO-2022-JP", 1, 6, 1, 0, 0},
-        {LookupEncoding_L("UTF-16"), "UTF-16", 2, 4, 2, 0, 0},
     };
-    for (const Case &c : cases) {
-        ASSERT_NE(c.encoding, nullptr) << c.name;
-        EXPECT_STREQ(c.encoding->name, c.name);
-        EXPECT_EQ(c.encoding->min_bytes, c.min_bytes) << c.name;
-        EXPECT_EQ(c.encoding->max_bytes, c.max_bytes) << c.name;
-        EXPECT_EQ(c.encoding->terminator_width, c.terminator_width) << c.name;
-        EXPECT_EQ(c.encoding->ascii_compatible, c.ascii_compatible) << c.name;
-        EXPECT_EQ(c.encoding->utf8_direct, c.utf8_direct) << c.name;
+    for (const Fields &f : fields) {
+        ASSERT_NE(f.encoding, nullptr) << f.name;
+        EXPECT_STREQ(f.encoding->name, f.name);
+        EXPECT_EQ(f.encoding->min_bytes, f.min_bytes) << f.name;
+        EXPECT_EQ(f.encoding->max_bytes, f.max_bytes) << f.name;
+        EXPECT_EQ(f.encoding->terminator_width, f.terminator_width) << f.name;
+        EXPECT_EQ(f.encoding->ascii_compatible, f.ascii_compatible) << f.name;
+        EXPECT_EQ(f.encoding->utf8_direct, f.utf8_direct) << f.name;
     }
 }
 
@@ -135,22 +129,25 @@ TEST(EncodingConvert, RoundTripsAgreeWithIcu) {
     const char *names[] = {"UTF-8", "ISO-8859-1", "UTF-16LE", "UTF-32LE", "UTF-16BE", "GB18030"};
     // Latin-1 cannot hold the euro sign or the clef, so it gets a text it can hold.
     const std::string latin_text = "Zo\xC3\xAB caf\xC3\xA9 \xC3\x86";
-    for (const char *from_name : names) {
-        for (const char *to_name : names) {
-            bool latin = std::strcmp(from_name, "ISO-8859-1") == 0 ||
-                         std::strcmp(to_name, "ISO-8859-1") == 0;
+    for (const char *from : names) {
+        for (const char *to : names) {
+            bool latin = !std::strcmp(from, "ISO-8859-1") || !std::strcmp(to, "ISO-8859-1");
             const std::string &utf8 = latin ? latin_text : sample_utf8;
-            std::string source = icu_convert(from_name, "UTF-8", utf8);
-            std::string converted =
-                convert(LookupEncoding_L(from_name), source, LookupEncoding_L(to_name));
-            EXPECT_EQ(converted, icu_convert(to_name, "UTF-8", utf8))
-                << from_name << "->" << to_name;
-            EXPECT_EQ(convert(LookupEncoding_L(to_name), converted, UTF8Encoding_L()), utf8);
+            std::string converted = convert(LookupEncoding_L(from),
+                                            icu_convert(from, "UTF-8", utf8), LookupEncoding_L(to));
+            EXPECT_EQ(converted, icu_convert(to, "UTF-8", utf8)) << from << "->" << to;
+            EXPECT_EQ(convert(LookupEncoding_L(to), converted, UTF8Encoding_L()), utf8);
         }
     }
+    // Latin-1 bytes above 0x7F double in UTF-8, and UTF-8 to UTF-32 more than doubles.
+    const std::string latin(5000, '\xE9');
+    const std::string utf8 = convert(Latin1Encoding_L(), latin, UTF8Encoding_L());
+    EXPECT_EQ(utf8.size(), 10000u);
+    EXPECT_EQ(convert(UTF8Encoding_L(), std::string(3000, 'a'), UTF32Encoding_L()).size(), 12000u);
+    EXPECT_EQ(convert(UTF8Encoding_L(), utf8, Latin1Encoding_L()), latin);
 }
 
-TEST(EncodingConvert, TerminatedSourcesAndNullDescriptors) {
+TEST(EncodingConvert, TerminatedSourcesNullDescriptorsAndBadArguments) {
     // -1 reads up to the source's own terminator, which is two zero bytes in UTF-16.
     std::string utf16 = icu_convert("UTF-16LE", "UTF-8", "A\xC4\x80") + "\0\0B"_b;
     char *out = nullptr;
@@ -160,15 +157,12 @@ TEST(EncodingConvert, TerminatedSourcesAndNullDescriptors) {
     std::free(out);
     // Null descriptors are the platform encoding, so this is a copy.
     ASSERT_EQ(ConvertEncoding_L(nullptr, "plain", -1, nullptr, &out, nullptr), 0);
-    EXPECT_STREQ(out, "plain");
-    std::free(out);
+    EXPECT_EQ(qvtest::take(out), "plain");
     ASSERT_EQ(ConvertEncoding_L(nullptr, "", 0, UTF32Encoding_L(), &out, &length), 0);
     EXPECT_EQ(length, 0);
     std::free(out);
-}
 
-TEST(EncodingConvert, BadArguments) {
-    char *out = reinterpret_cast<char *>(1);
+    out = reinterpret_cast<char *>(1);
     EXPECT_EQ(ConvertEncoding_L(nullptr, nullptr, 3, nullptr, &out, nullptr), -1);
     EXPECT_EQ(out, nullptr);
     EXPECT_EQ(ConvertEncoding_L(nullptr, "x", 1, nullptr, nullptr, nullptr), -1);
@@ -186,36 +180,27 @@ TEST(EncodingConvert, InvalidAndUnmappableAreSubstituted) {
         const QV_ENCODING_T *to;
         std::string expected;
     };
+    const QV_ENCODING_T *utf8 = UTF8Encoding_L(), *latin1 = Latin1Encoding_L(),
+                        *utf16 = UTF16Encoding_L(), *ascii = ASCIIEncoding_L();
     const Case cases[] = {
-        // A stray trail byte, an overlong form, a surrogate, a truncated end.
-        {UTF8Encoding_L(),
-         "a\x80"
-         "b",
-         UTF8Encoding_L(),
-         "a\x80"
-         "b"}, // same encoding: copied
-        {UTF8Encoding_L(),
-         "a\x80"
-         "b",
-         Latin1Encoding_L(),
-         "a\x1A"
-         "b"},
-        {UTF8Encoding_L(), "\xC0\xAF", UTF16Encoding_L(), "\xFD\xFF\xFD\xFF"_b},
-        {UTF8Encoding_L(), "\xED\xA0\x80", Latin1Encoding_L(), "\x1A\x1A\x1A"},
-        {UTF8Encoding_L(), "x\xE2\x82", UTF16Encoding_L(), "x\0\xFD\xFF"_b},
-        {UTF8Encoding_L(), "\xE2\x82\xAC", ASCIIEncoding_L(), "\x1A"},
-        {Latin1Encoding_L(), "\xE9", ASCIIEncoding_L(), "\x1A"},
-        {ASCIIEncoding_L(), "a\xE9", UTF8Encoding_L(), "a\xEF\xBF\xBD"},
-        {UTF16Encoding_L(), "\x00\xD8\x61\x00\x00\xDC"_b, UTF8Encoding_L(),
-         "\xEF\xBF\xBD\x61\xEF\xBF\xBD"},
+        // A stray trail byte (copied as it is within one encoding), an overlong form, a
+        // surrogate, a truncated end, unmappable characters.
+        {utf8, "a\x80z", utf8, "a\x80z"},
+        {utf8, "a\x80z", latin1, "a\x1Az"},
+        {utf8, "\xC0\xAF", utf16, "\xFD\xFF\xFD\xFF"_b},
+        {utf8, "\xED\xA0\x80", latin1, "\x1A\x1A\x1A"},
+        {utf8, "x\xE2\x82", utf16, "x\0\xFD\xFF"_b},
+        {utf8, "\xE2\x82\xAC", ascii, "\x1A"},
+        {latin1, "\xE9", ascii, "\x1A"},
+        {ascii, "a\xE9", utf8, "a\xEF\xBF\xBD"},
+        {utf16, "\x00\xD8\x61\x00\x00\xDC"_b, utf8, "\xEF\xBF\xBD\x61\xEF\xBF\xBD"},
     };
     for (const Case &c : cases) EXPECT_EQ(convert(c.from, c.text, c.to), c.expected) << c.text;
 }
 
 TEST(EncodingConvert, NoAllocFitsOrSaysTooSmall) {
     char buffer[16];
-    // "é€" is 5 bytes of UTF-8; the terminator needs one more.
-    const char *text = "\xC3\xA9\xE2\x82\xAC";
+    const char *text = "\xC3\xA9\xE2\x82\xAC"; // 5 bytes of UTF-8; the terminator needs one more
     EXPECT_EQ(ConvertEncodingNoAlloc_L(nullptr, text, -1, UTF8Encoding_L(), buffer, 6), 5);
     EXPECT_STREQ(buffer, text);
     std::memset(buffer, 'x', sizeof buffer);
@@ -223,11 +208,10 @@ TEST(EncodingConvert, NoAllocFitsOrSaysTooSmall) {
     EXPECT_EQ(buffer[0], '\0');
     // Into UTF-16: 4 bytes and a 2-byte terminator.
     EXPECT_EQ(ConvertEncodingNoAlloc_L(nullptr, text, -1, UTF16Encoding_L(), buffer, 6), 4);
-    EXPECT_EQ(std::memcmp(buffer, "\xE9\x00\xAC\x20\x00\x00", 6), 0);
+    EXPECT_EQ(std::string(buffer, 6), "\xE9\x00\xAC\x20\x00\x00"_b);
     std::memset(buffer, 'x', sizeof buffer);
     EXPECT_EQ(ConvertEncodingNoAlloc_L(nullptr, text, -1, UTF16Encoding_L(), buffer, 5), -2);
-    EXPECT_EQ(buffer[0], '\0');
-    EXPECT_EQ(buffer[1], '\0');
+    EXPECT_EQ(std::string(buffer, 2), "\0\0"_b);
     std::memset(buffer, 'x', sizeof buffer);
     EXPECT_EQ(ConvertEncodingNoAlloc_L(nullptr, text, -1, UTF16Encoding_L(), buffer, 1), -2);
     EXPECT_EQ(buffer[0], 'x'); // no room for the terminator: nothing written
@@ -237,76 +221,58 @@ TEST(EncodingConvert, NoAllocFitsOrSaysTooSmall) {
     EXPECT_STREQ(buffer, "abcd");
 }
 
-TEST(EncodingConvert, GrowsForLongExpandingText) {
-    // Latin-1 bytes above 0x7F double in UTF-8, and UTF-8 to UTF-32 more than doubles.
-    std::string latin(5000, '\xE9');
-    std::string utf8 = convert(Latin1Encoding_L(), latin, UTF8Encoding_L());
-    EXPECT_EQ(utf8.size(), 10000u);
-    EXPECT_EQ(convert(UTF8Encoding_L(), std::string(3000, 'a'), UTF32Encoding_L()).size(), 12000u);
-    EXPECT_EQ(convert(UTF8Encoding_L(), utf8, Latin1Encoding_L()), latin);
-}
-
 TEST(EncodingConvert, AllocationFailureRaisesAndLeavesNothing) {
-    // Latin-1 to UTF-32 takes four times the bytes: the buffer has to grow.
-    std::string latin(3000, '\xE9');
-    for (int32_t n = 0;; ++n) {
-        char *volatile out = nullptr;
-        const char *raised = nullptr;
-        bool completed = qv::guarded(
-            "test", "encoding_test", __LINE__,
-            [&] {
-                char *result = nullptr;
-                TestFailAllocation_L(n);
-                ConvertEncoding_L(Latin1Encoding_L(), latin.data(), 3000, UTF32Encoding_L(),
-                                  &result, nullptr);
-                out = result;
-            },
-            [&](const char *symbol) { raised = symbol; });
-        bool fired = TestAllocationFailed_L();
-        TestFailAllocation_L(-1);
-        if (!fired) {
-            ASSERT_TRUE(completed);
-            ASSERT_NE(out, nullptr);
-            EXPECT_EQ(std::string(out, 4), "\xE9\x00\x00\x00"_b);
-            std::free(out);
-            EXPECT_EQ(n, 2); // the first allocation and one growth
-            break;
-        }
-        EXPECT_FALSE(completed);
-        EXPECT_EQ(raised, ALLOC_FAILURE);
-        ASSERT_LT(n, 10);
-    }
+    // Latin-1 to UTF-32 takes four times the bytes: the first allocation, then one growth.
+    const std::string latin(3000, '\xE9');
+    char *out = nullptr;
+    EXPECT_EQ(qvtest::fail_each_allocation([&] {
+                  ConvertEncoding_L(Latin1Encoding_L(), latin.data(), 3000, UTF32Encoding_L(), &out,
+                                    nullptr);
+              }),
+              std::vector<const char *>(2, ALLOC_FAILURE));
+    ASSERT_NE(out, nullptr);
+    EXPECT_EQ(std::string(out, 4), "\xE9\x00\x00\x00"_b);
+    std::free(out);
     // Without a status context the failure only reports: the call returns -1 and null.
     TestFailAllocation_L(0);
-    char *out = reinterpret_cast<char *>(1);
+    out = reinterpret_cast<char *>(1);
     EXPECT_EQ(ConvertEncoding_L(nullptr, "abc", 3, nullptr, &out, nullptr), -1);
     EXPECT_EQ(out, nullptr);
     TestFailAllocation_L(-1);
 }
 
 TEST(EncodingIterate, EachEncodingYieldsTheCodePoints) {
-    const char *names[] = {"UTF-8",    "UTF-16LE", "UTF-16BE", "UTF-32LE",
-                           "UTF-32BE", "GB18030",  "UTF-16",   "UTF-7"};
-    for (const char *name : names) {
+    for (const char *name :
+         {"UTF-8", "UTF-16LE", "UTF-16BE", "UTF-32LE", "UTF-32BE", "GB18030", "UTF-16", "UTF-7"}) {
         std::string text = icu_convert(name, "UTF-8", sample_utf8);
         EXPECT_EQ(code_points(LookupEncoding_L(name), text), sample_code_points) << name;
     }
-    EXPECT_EQ(code_points(Latin1Encoding_L(), "a\xE9\xFF"),
-              (std::vector<int32_t>{'a', 0xE9, 0xFF}));
-    EXPECT_EQ(code_points(ASCIIEncoding_L(), "a\xE9"), (std::vector<int32_t>{'a', 0xFFFD}));
-    EXPECT_EQ(code_points(nullptr, "ab"), (std::vector<int32_t>{'a', 'b'}));
+    EXPECT_EQ(code_points(Latin1Encoding_L(), "a\xE9\xFF"), (Points{'a', 0xE9, 0xFF}));
+    EXPECT_EQ(code_points(ASCIIEncoding_L(), "a\xE9"), (Points{'a', 0xFFFD}));
+    EXPECT_EQ(code_points(nullptr, "ab"), (Points{'a', 'b'}));
+    // -1 stops at the terminator of the encoding's width.
+    const std::string utf16 = "a\x00\x00\x01\x00\x00"_b;
+    EXPECT_EQ(code_points(UTF16Encoding_L(), utf16), (Points{'a', 0x100, 0}));
+    EXPECT_EQ(code_points(UTF16Encoding_L(), utf16, -1), (Points{'a', 0x100}));
+
+    EXPECT_EQ(CodePointIterInit_L(nullptr, nullptr, "a", 1), -1);
+    QV_CODEPOINT_ITER_T iter;
+    ASSERT_EQ(CodePointIterInit_L(&iter, nullptr, nullptr, 5), 0);
+    EXPECT_EQ(NextCodePoint_L(&iter), -1);
+    CodePointIterEnd_L(&iter);
+    EXPECT_EQ(NextCodePoint_L(nullptr), -1);
+    CodePointIterEnd_L(nullptr);
 }
 
+// Malformed input of each hand-decoded encoding: the iterator gives the same U+FFFDs as
+// ICU's converter, so counting by iteration and by conversion agree.
 TEST(EncodingIterate, InvalidInputMatchesIcuDecoding) {
-    // Malformed input of each hand-decoded encoding: the iterator gives the same U+FFFDs as
-    // ICU's converter, so counting by iteration and by conversion agree.
     struct Case {
         const char *name;
         std::string text;
     };
     const Case cases[] = {
-        {"UTF-8", "a\x80\xBF"
-                  "b"},
+        {"UTF-8", "a\x80\xBFz"},
         {"UTF-8", "\xC0\x80\xC1\xBF"},
         {"UTF-8", "\xE0\x80\x80\xE0\xA0"},
         {"UTF-8", "\xED\xA0\x80\xED\x9F\xBF"},
@@ -323,38 +289,21 @@ TEST(EncodingIterate, InvalidInputMatchesIcuDecoding) {
             << c.name << " case " << (&c - cases);
 }
 
-TEST(EncodingIterate, EdgesAndBadArguments) {
-    EXPECT_EQ(CodePointIterInit_L(nullptr, nullptr, "a", 1), -1);
-    QV_CODEPOINT_ITER_T iter;
-    ASSERT_EQ(CodePointIterInit_L(&iter, nullptr, nullptr, 5), 0);
-    EXPECT_EQ(NextCodePoint_L(&iter), -1);
-    CodePointIterEnd_L(&iter);
-    EXPECT_EQ(NextCodePoint_L(nullptr), -1);
-    CodePointIterEnd_L(nullptr);
-    // -1 stops at the terminator of the encoding's width.
-    std::string utf16 = "a\x00\x00\x01\x00\x00"_b;
-    EXPECT_EQ(code_points(UTF16Encoding_L(), utf16), (std::vector<int32_t>{'a', 0x100, 0}));
-    ASSERT_EQ(CodePointIterInit_L(&iter, UTF16Encoding_L(), utf16.data(), -1), 0);
-    EXPECT_EQ(NextCodePoint_L(&iter), 'a');
-    EXPECT_EQ(NextCodePoint_L(&iter), 0x100);
-    EXPECT_EQ(NextCodePoint_L(&iter), -1);
-    CodePointIterEnd_L(&iter);
-}
-
 TEST(EncodingEncode, CodePointsInEachEncoding) {
     struct Case {
         const QV_ENCODING_T *encoding;
         int32_t code_point;
         std::string expected; // empty: cannot be encoded
     };
+    const QV_ENCODING_T *utf8 = UTF8Encoding_L(), *cp1252 = LookupEncoding_L("windows-1252");
     const Case cases[] = {
-        {UTF8Encoding_L(), 'A', "A"},
-        {UTF8Encoding_L(), 0xE9, "\xC3\xA9"},
-        {UTF8Encoding_L(), 0x20AC, "\xE2\x82\xAC"},
-        {UTF8Encoding_L(), 0x1D11E, "\xF0\x9D\x84\x9E"},
-        {UTF8Encoding_L(), 0xD800, ""},
-        {UTF8Encoding_L(), 0x110000, ""},
-        {UTF8Encoding_L(), -1, ""},
+        {utf8, 'A', "A"},
+        {utf8, 0xE9, "\xC3\xA9"},
+        {utf8, 0x20AC, "\xE2\x82\xAC"},
+        {utf8, 0x1D11E, "\xF0\x9D\x84\x9E"},
+        {utf8, 0xD800, ""},
+        {utf8, 0x110000, ""},
+        {utf8, -1, ""},
         {Latin1Encoding_L(), 0xFF, "\xFF"},
         {Latin1Encoding_L(), 0x100, ""},
         {ASCIIEncoding_L(), 0x80, ""},
@@ -362,35 +311,24 @@ TEST(EncodingEncode, CodePointsInEachEncoding) {
         {LookupEncoding_L("UTF-16BE"), 0x20AC, "\x20\xAC"_b},
         {UTF32Encoding_L(), 0x20AC, "\xAC\x20\x00\x00"_b},
         {LookupEncoding_L("UTF-32BE"), 0x41, "\x00\x00\x00\x41"_b},
-        {LookupEncoding_L("windows-1252"), 0x20AC, "\x80"},
-        {LookupEncoding_L("windows-1252"), 0x3042, ""},
+        {cp1252, 0x20AC, "\x80"},
+        {cp1252, 0x3042, ""},
         {LookupEncoding_L("GB18030"), 0x1D11E, icu_convert("GB18030", "UTF-8", "\xF0\x9D\x84\x9E")},
     };
+    char buffer[8];
     for (const Case &c : cases) {
-        char buffer[8];
         int32_t length = EncodeCodePoint_L(c.encoding, c.code_point, buffer, sizeof buffer);
         if (c.expected.empty()) {
             EXPECT_EQ(length, -1) << std::hex << c.code_point;
-        } else {
-            ASSERT_GT(length, 0) << std::hex << c.code_point;
-            EXPECT_EQ(std::string(buffer, static_cast<size_t>(length)), c.expected);
-            // One byte less does not fit.
-            EXPECT_EQ(EncodeCodePoint_L(c.encoding, c.code_point, buffer, length - 1), -1);
+            continue;
         }
+        ASSERT_GT(length, 0) << std::hex << c.code_point;
+        EXPECT_EQ(std::string(buffer, static_cast<size_t>(length)), c.expected);
+        // One byte less does not fit.
+        EXPECT_EQ(EncodeCodePoint_L(c.encoding, c.code_point, buffer, length - 1), -1);
     }
-    char buffer[4];
     EXPECT_EQ(EncodeCodePoint_L(nullptr, 'a', nullptr, 4), -1);
     EXPECT_EQ(EncodeCodePoint_L(nullptr, 0xE9, buffer, 4), 2); // platform: UTF-8
-}
-
-TEST(EncodingUtf8, TrailBytesTable) {
-    for (int b = 0; b < 256; ++b) {
-        int expected = b >= 0xC2 && b <= 0xDF   ? 1
-                       : b >= 0xE0 && b <= 0xEF ? 2
-                       : b >= 0xF0 && b <= 0xF4 ? 3
-                                                : 0;
-        EXPECT_EQ(UTF8TrailBytes_L[b], expected) << b;
-    }
 }
 
 TEST(EncodingUtf8, DecodeValidAndInvalid) {
@@ -420,21 +358,22 @@ TEST(EncodingUtf8, DecodeValidAndInvalid) {
         {"\xC3", 0xFFFD, 1}, // truncated by the end of the buffer
         {"\xE2\x82", 0xFFFD, 2},
         {"\xF0\x9D\x84", 0xFFFD, 3},
-        {"\xE2\x82"
-         "A",
-         0xFFFD, 2}, // interrupted by a non-trail byte
-        {"\xC3"
-         "A",
-         0xFFFD, 1},
+        {"\xE2\x82z", 0xFFFD, 2}, // interrupted by a non-trail byte
+        {"\xC3z", 0xFFFD, 1},
     };
     for (const Case &c : cases) {
-        // An exact-size heap copy, so that ASan sees any read past the end.
+        // An exact-size heap copy, so that the address sanitizer sees any read past the end.
         std::vector<char> heap(c.bytes.begin(), c.bytes.end());
         int32_t code_point = 0;
         EXPECT_EQ(DecodeUTF8_L(heap.data(), static_cast<int32_t>(heap.size()), &code_point), c.used)
             << c.bytes;
         EXPECT_EQ(code_point, c.code_point) << c.bytes;
+        // The exported table announces the trail bytes of each valid lead.
+        if (c.code_point != 0xFFFD) {
+            EXPECT_EQ(UTF8TrailBytes_L[static_cast<uint8_t>(c.bytes[0])], c.used - 1) << c.bytes;
+        }
     }
+    for (int lead : {0x80, 0xBF, 0xC0, 0xC1, 0xF5, 0xFF}) EXPECT_EQ(UTF8TrailBytes_L[lead], 0);
     int32_t code_point = 0;
     EXPECT_EQ(DecodeUTF8_L("abc", 0, &code_point), 0);
     EXPECT_EQ(DecodeUTF8_L("abc", -1, &code_point), 0);
@@ -444,33 +383,31 @@ TEST(EncodingUtf8, DecodeValidAndInvalid) {
     EXPECT_EQ(code_point, 0xFFFD);
 }
 
-TEST(EncodingUtf8, StrlenCountsCharacters) {
-    struct Case {
+TEST(EncodingUtf8, StrlenAndStricmp) {
+    struct Length {
         const char *text;
         int32_t characters;
     };
-    const Case cases[] = {
+    const Length lengths[] = {
         {"", 0},
-        {"abcdefghijklmnopq", 17},
+        {"abcdefghijklmnopq", 17}, // crosses the 8-byte steps
         {"\xC3\xA9t\xC3\xA9", 3},
         {"abcdefg\xE2\x82\xAC"
          "abcdefgh\xF0\x9D\x84\x9E",
          17},
         {"\x80\x80", 2},         // each stray trail byte is one U+FFFD
         {"abcdefgh\xE2\x82", 9}, // a truncated sequence is one
+        {sample_utf8.c_str(), static_cast<int32_t>(sample_code_points.size())},
     };
-    for (const Case &c : cases) EXPECT_EQ(StrlenUTF8_L(c.text), c.characters) << c.text;
+    for (const Length &c : lengths) EXPECT_EQ(StrlenUTF8_L(c.text), c.characters) << c.text;
     EXPECT_EQ(StrlenUTF8_L(nullptr), 0);
-    EXPECT_EQ(StrlenUTF8_L(sample_utf8.c_str()), static_cast<int32_t>(sample_code_points.size()));
-}
 
-TEST(EncodingUtf8, StricmpFoldsCase) {
-    struct Case {
+    struct Comparison {
         const char *left;
         const char *right;
         int sign;
     };
-    const Case cases[] = {
+    const Comparison comparisons[] = {
         {"abc", "ABC", 0},
         {"Stra\xC3\x9F"
          "e",
@@ -484,18 +421,9 @@ TEST(EncodingUtf8, StricmpFoldsCase) {
         {"z", "\xC3\xA9", -1},                    // by code point
         {"\xEF\xBF\xBF", "\xF0\x90\x80\x80", -1}, // code point order, not UTF-16 order
     };
-    auto sign = [](int32_t v) { return (v > 0) - (v < 0); };
-    for (const Case &c : cases) {
+    for (const Comparison &c : comparisons) {
         EXPECT_EQ(sign(StricmpUTF8_L(c.left, c.right)), c.sign) << c.left << " " << c.right;
         EXPECT_EQ(sign(StricmpUTF8_L(c.right, c.left)), -c.sign) << c.left << " " << c.right;
-        // ICU's own comparison of the folded strings agrees.
-        UChar a[64], b[64];
-        UErrorCode status = U_ZERO_ERROR;
-        int32_t la = 0, lb = 0;
-        u_strFromUTF8(a, 64, &la, c.left, -1, &status);
-        u_strFromUTF8(b, 64, &lb, c.right, -1, &status);
-        int32_t icu = u_strCaseCompare(a, la, b, lb, U_COMPARE_CODE_POINT_ORDER, &status);
-        EXPECT_EQ(sign(icu), c.sign) << c.left << " " << c.right;
     }
     EXPECT_LT(StricmpUTF8_L(nullptr, ""), 0);
     EXPECT_GT(StricmpUTF8_L("", nullptr), 0);
@@ -529,7 +457,6 @@ TEST(EncodingClasses, FollowIcuProperties) {
     };
     const Case cases[] = {
         {' ', true, false, false, false, false, ' ', ' '},
-        {'\t', true, false, false, false, false, '\t', '\t'},
         {0x0B, true, false, false, false, false, 0x0B, 0x0B},
         {0x1F, false, false, false, false, false, 0x1F, 0x1F}, // unit separator: not space
         {0xA0, true, false, false, false, false, 0xA0, 0xA0},  // no-break space
