@@ -3,9 +3,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <unicode/ucnv.h>
+#include <unicode/utf8.h>
 
 #include "messages/capture.hpp"
 #include "qv/alloc.h"
@@ -75,11 +78,7 @@ int sign(int32_t value) {
 } // namespace
 
 TEST(EncodingLookup, NamesAliasesAndDescriptors) {
-    struct Name {
-        const char *name;
-        const QV_ENCODING_T *expected;
-    };
-    const Name names[] = {
+    const std::pair<const char *, const QV_ENCODING_T *> names[] = {
         {"UTF-8", UTF8Encoding_L()},
         {"Utf8", UTF8Encoding_L()},
         {"latin1", Latin1Encoding_L()},
@@ -90,38 +89,32 @@ TEST(EncodingLookup, NamesAliasesAndDescriptors) {
         {"ascii", ASCIIEncoding_L()},
         {"no-such-encoding", nullptr},
         {"", nullptr},
-        {nullptr, nullptr},
-    };
-    for (const Name &n : names) EXPECT_EQ(LookupEncoding_L(n.name), n.expected) << n.name;
+        {nullptr, nullptr}};
+    for (const auto &[name, expected] : names) EXPECT_EQ(LookupEncoding_L(name), expected) << name;
     EXPECT_EQ(PlatformEncoding_L(), UTF8Encoding_L());
     EXPECT_EQ(LookupEncoding_L("windows-1252"), LookupEncoding_L("cp1252"));
 
-    // The fields are measured from ICU's converters.
-    struct Fields {
-        const QV_ENCODING_T *encoding;
-        const char *name;
-        int32_t min_bytes, max_bytes, terminator_width;
-        uint8_t ascii_compatible, utf8_direct;
-    };
-    const Fields fields[] = {
-        {UTF8Encoding_L(), "UTF-8", 1, 4, 1, 1, 1},
-        {ASCIIEncoding_L(), "US-ASCII", 1, 1, 1, 1, 1},
-        {Latin1Encoding_L(), "ISO-8859-1", 1, 1, 1, 1, 0},
-        {UTF16Encoding_L(), "UTF-16LE", 2, 4, 2, 0, 0},
-        {UTF32Encoding_L(), "UTF-32LE", 4, 4, 4, 0, 0},
-        {LookupEncoding_L("Shift_JIS"), "Shift_JIS", 1, 2, 1, 0, 0}, // 0x5C is the yen sign
-        {LookupEncoding_L("GB18030"), "GB18030", 1, 4, 1, 1, 0},
-        {LookupEncoding_L("ebcdic-cp-us"), "IBM037", 1, 1, 1, 0, 0},
-        {LookupEncoding_L("ISO-2022-JP"), "ISO-2022-JP", 1, 6, 1, 0, 0},
-    };
-    for (const Fields &f : fields) {
-        ASSERT_NE(f.encoding, nullptr) << f.name;
-        EXPECT_STREQ(f.encoding->name, f.name);
-        EXPECT_EQ(f.encoding->min_bytes, f.min_bytes) << f.name;
-        EXPECT_EQ(f.encoding->max_bytes, f.max_bytes) << f.name;
-        EXPECT_EQ(f.encoding->terminator_width, f.terminator_width) << f.name;
-        EXPECT_EQ(f.encoding->ascii_compatible, f.ascii_compatible) << f.name;
-        EXPECT_EQ(f.encoding->utf8_direct, f.utf8_direct) << f.name;
+    // The fields are measured from ICU's converters. Rows: descriptor, name, fewest and most
+    // bytes per character, terminator width, ASCII-compatible, handled as UTF-8 directly.
+    const std::tuple<const QV_ENCODING_T *, const char *, int32_t, int32_t, int32_t, int, int>
+        fields[] = {
+            {UTF8Encoding_L(), "UTF-8", 1, 4, 1, 1, 1},
+            {ASCIIEncoding_L(), "US-ASCII", 1, 1, 1, 1, 1},
+            {Latin1Encoding_L(), "ISO-8859-1", 1, 1, 1, 1, 0},
+            {UTF16Encoding_L(), "UTF-16LE", 2, 4, 2, 0, 0},
+            {UTF32Encoding_L(), "UTF-32LE", 4, 4, 4, 0, 0},
+            {LookupEncoding_L("Shift_JIS"), "Shift_JIS", 1, 2, 1, 0, 0}, // 0x5C is the yen sign
+            {LookupEncoding_L("GB18030"), "GB18030", 1, 4, 1, 1, 0},
+            {LookupEncoding_L("ebcdic-cp-us"), "IBM037", 1, 1, 1, 0, 0},
+            {LookupEncoding_L("ISO-2022-JP"), "ISO-2022-JP", 1, 6, 1, 0, 0},
+        };
+    for (const auto &[e, name, min_bytes, max_bytes, width, ascii, direct] : fields) {
+        ASSERT_NE(e, nullptr) << name;
+        EXPECT_STREQ(e->name, name);
+        EXPECT_EQ(std::tuple(e->min_bytes, e->max_bytes, e->terminator_width,
+                             int{e->ascii_compatible}, int{e->utf8_direct}),
+                  std::tuple(min_bytes, max_bytes, width, ascii, direct))
+            << name;
     }
 }
 
@@ -174,15 +167,10 @@ TEST(EncodingConvert, TerminatedSourcesNullDescriptorsAndBadArguments) {
 }
 
 TEST(EncodingConvert, InvalidAndUnmappableAreSubstituted) {
-    struct Case {
-        const QV_ENCODING_T *from;
-        std::string text;
-        const QV_ENCODING_T *to;
-        std::string expected;
-    };
+    using Encoding = const QV_ENCODING_T *;
     const QV_ENCODING_T *utf8 = UTF8Encoding_L(), *latin1 = Latin1Encoding_L(),
                         *utf16 = UTF16Encoding_L(), *ascii = ASCIIEncoding_L();
-    const Case cases[] = {
+    const std::tuple<Encoding, std::string, Encoding, std::string> cases[] = {
         // A stray trail byte (copied as it is within one encoding), an overlong form, a
         // surrogate, a truncated end, unmappable characters.
         {utf8, "a\x80z", utf8, "a\x80z"},
@@ -195,7 +183,8 @@ TEST(EncodingConvert, InvalidAndUnmappableAreSubstituted) {
         {ascii, "a\xE9", utf8, "a\xEF\xBF\xBD"},
         {utf16, "\x00\xD8\x61\x00\x00\xDC"_b, utf8, "\xEF\xBF\xBD\x61\xEF\xBF\xBD"},
     };
-    for (const Case &c : cases) EXPECT_EQ(convert(c.from, c.text, c.to), c.expected) << c.text;
+    for (const auto &[from, text, to, expected] : cases)
+        EXPECT_EQ(convert(from, text, to), expected) << text;
 }
 
 TEST(EncodingConvert, NoAllocFitsOrSaysTooSmall) {
@@ -267,39 +256,24 @@ TEST(EncodingIterate, EachEncodingYieldsTheCodePoints) {
 // Malformed input of each hand-decoded encoding: the iterator gives the same U+FFFDs as
 // ICU's converter, so counting by iteration and by conversion agree.
 TEST(EncodingIterate, InvalidInputMatchesIcuDecoding) {
-    struct Case {
-        const char *name;
-        std::string text;
-    };
-    const Case cases[] = {
-        {"UTF-8", "a\x80\xBFz"},
-        {"UTF-8", "\xC0\x80\xC1\xBF"},
-        {"UTF-8", "\xE0\x80\x80\xE0\xA0"},
-        {"UTF-8", "\xED\xA0\x80\xED\x9F\xBF"},
-        {"UTF-8", "\xF4\x90\x80\x80\xF5\xF8\xFF"},
-        {"UTF-8", "\xF0\x9D\x84z\xE2\x82"},
+    const std::pair<const char *, std::string> cases[] = {
+        {"UTF-8", "a\x80\xBFz\xC0\x80\xC1\xBF\xE0\x80\x80\xE0\xA0z\xED\xA0\x80\xED\x9F\xBF"
+                  "\xF4\x90\x80\x80\xF5\xF8\xFF\xF0\x9D\x84z\xE0\xA0"},
+        {"UTF-8", "z\xE2\x82"},
         {"UTF-16LE", "\x00\xDC\x00\xD8\x61\x00\x00\xD8"_b},
         {"UTF-16LE", "\x61\x00\x62"_b},
         {"UTF-16LE", "\x61\x00\x00\xD8\x62"_b},
         {"UTF-16BE", "\xD8\x00\xDC\x00\xDC\x00"_b},
         {"UTF-32LE", "\x00\xD8\x00\x00\x00\x00\x11\x00\x61\x00\x00\x00\x62"_b},
     };
-    for (const Case &c : cases)
-        EXPECT_EQ(code_points(LookupEncoding_L(c.name), c.text), icu_code_points(c.name, c.text))
-            << c.name << " case " << (&c - cases);
+    for (const auto &[name, text] : cases)
+        EXPECT_EQ(code_points(LookupEncoding_L(name), text), icu_code_points(name, text)) << name;
 }
 
 TEST(EncodingEncode, CodePointsInEachEncoding) {
-    struct Case {
-        const QV_ENCODING_T *encoding;
-        int32_t code_point;
-        std::string expected; // empty: cannot be encoded
-    };
+    // Rows: encoding, code point, its bytes (empty: it cannot be encoded).
     const QV_ENCODING_T *utf8 = UTF8Encoding_L(), *cp1252 = LookupEncoding_L("windows-1252");
-    const Case cases[] = {
-        {utf8, 'A', "A"},
-        {utf8, 0xE9, "\xC3\xA9"},
-        {utf8, 0x20AC, "\xE2\x82\xAC"},
+    const std::tuple<const QV_ENCODING_T *, int32_t, std::string> cases[] = {
         {utf8, 0x1D11E, "\xF0\x9D\x84\x9E"},
         {utf8, 0xD800, ""},
         {utf8, 0x110000, ""},
@@ -316,64 +290,63 @@ TEST(EncodingEncode, CodePointsInEachEncoding) {
         {LookupEncoding_L("GB18030"), 0x1D11E, icu_convert("GB18030", "UTF-8", "\xF0\x9D\x84\x9E")},
     };
     char buffer[8];
-    for (const Case &c : cases) {
-        int32_t length = EncodeCodePoint_L(c.encoding, c.code_point, buffer, sizeof buffer);
-        if (c.expected.empty()) {
-            EXPECT_EQ(length, -1) << std::hex << c.code_point;
+    for (const auto &[encoding, code_point, expected] : cases) {
+        int32_t length = EncodeCodePoint_L(encoding, code_point, buffer, sizeof buffer);
+        if (expected.empty()) {
+            EXPECT_EQ(length, -1) << std::hex << code_point;
             continue;
         }
-        ASSERT_GT(length, 0) << std::hex << c.code_point;
-        EXPECT_EQ(std::string(buffer, static_cast<size_t>(length)), c.expected);
+        ASSERT_GT(length, 0) << std::hex << code_point;
+        EXPECT_EQ(std::string(buffer, static_cast<size_t>(length)), expected);
         // One byte less does not fit.
-        EXPECT_EQ(EncodeCodePoint_L(c.encoding, c.code_point, buffer, length - 1), -1);
+        EXPECT_EQ(EncodeCodePoint_L(encoding, code_point, buffer, length - 1), -1);
     }
     EXPECT_EQ(EncodeCodePoint_L(nullptr, 'a', nullptr, 4), -1);
     EXPECT_EQ(EncodeCodePoint_L(nullptr, 0xE9, buffer, 4), 2); // platform: UTF-8
 }
 
-TEST(EncodingUtf8, DecodeValidAndInvalid) {
-    struct Case {
-        std::string bytes;
-        int32_t code_point;
-        int32_t used;
-    };
-    const Case cases[] = {
-        {"A", 'A', 1},
-        {"\x7F", 0x7F, 1},
-        {"\xC2\x80", 0x80, 2},
-        {"\xDF\xBF", 0x7FF, 2},
-        {"\xE0\xA0\x80", 0x800, 3},
-        {"\xEF\xBF\xBF", 0xFFFF, 3},
-        {"\xF0\x90\x80\x80", 0x10000, 4},
-        {"\xF4\x8F\xBF\xBF", 0x10FFFF, 4},
-        {"\x80", 0xFFFD, 1},     // stray trail byte
-        {"\xC0\x80", 0xFFFD, 1}, // overlong forms
-        {"\xC1\xBF", 0xFFFD, 1},
-        {"\xE0\x9F\xBF", 0xFFFD, 1},
-        {"\xF0\x8F\xBF\xBF", 0xFFFD, 1},
-        {"\xED\xA0\x80", 0xFFFD, 1},     // surrogate
-        {"\xF4\x90\x80\x80", 0xFFFD, 1}, // past U+10FFFF
-        {"\xF5\x80\x80\x80", 0xFFFD, 1},
-        {"\xFF", 0xFFFD, 1},
-        {"\xC3", 0xFFFD, 1}, // truncated by the end of the buffer
-        {"\xE2\x82", 0xFFFD, 2},
-        {"\xF0\x9D\x84", 0xFFFD, 3},
-        {"\xE2\x82z", 0xFFFD, 2}, // interrupted by a non-trail byte
-        {"\xC3z", 0xFFFD, 1},
-    };
-    for (const Case &c : cases) {
-        // An exact-size heap copy, so that the address sanitizer sees any read past the end.
-        std::vector<char> heap(c.bytes.begin(), c.bytes.end());
-        int32_t code_point = 0;
-        EXPECT_EQ(DecodeUTF8_L(heap.data(), static_cast<int32_t>(heap.size()), &code_point), c.used)
-            << c.bytes;
-        EXPECT_EQ(code_point, c.code_point) << c.bytes;
-        // The exported table announces the trail bytes of each valid lead.
-        if (c.code_point != 0xFFFD) {
-            EXPECT_EQ(UTF8TrailBytes_L[static_cast<uint8_t>(c.bytes[0])], c.used - 1) << c.bytes;
-        }
+// Every scalar value, encoded by ICU as the reference, decodes back and encodes alike.
+TEST(EncodingUtf8, DecodeAndEncodeEveryCodePoint) {
+    for (int32_t c = 0; c <= 0x10FFFF; c = c == 0xD7FF ? 0xE000 : c + 1) {
+        char bytes[4], encoded[4];
+        int32_t size = 0, decoded = -1;
+        U8_APPEND_UNSAFE(bytes, size, c);
+        ASSERT_EQ(DecodeUTF8_L(bytes, size, &decoded), size) << std::hex << c;
+        ASSERT_EQ(decoded, c);
+        ASSERT_EQ(UTF8TrailBytes_L[static_cast<uint8_t>(bytes[0])], size - 1) << std::hex << c;
+        ASSERT_EQ(EncodeCodePoint_L(UTF8Encoding_L(), c, encoded, 4), size) << std::hex << c;
+        ASSERT_EQ(std::memcmp(encoded, bytes, static_cast<size_t>(size)), 0) << std::hex << c;
     }
     for (int lead : {0x80, 0xBF, 0xC0, 0xC1, 0xF5, 0xFF}) EXPECT_EQ(UTF8TrailBytes_L[lead], 0);
+}
+
+TEST(EncodingUtf8, DecodeInvalidAndTruncated) {
+    // Rows: bytes, and how many the one U+FFFD covers.
+    const std::pair<std::string, int32_t> cases[] = {
+        // A stray trail byte, overlong forms, a surrogate, past U+10FFFF, bytes that never lead.
+        {"\x80", 1},
+        {"\xC0\x80", 1},
+        {"\xC1\xBF", 1},
+        {"\xE0\x9F\xBF", 1},
+        {"\xF0\x8F\xBF\xBF", 1},
+        {"\xED\xA0\x80", 1},
+        {"\xF4\x90\x80\x80", 1},
+        {"\xF5\x80\x80\x80", 1},
+        {"\xFF", 1},
+        // Cut short by the end of the buffer, or by a byte that is no trail byte.
+        {"\xC3", 1},
+        {"\xE2\x82", 2},
+        {"\xF0\x9D\x84", 3},
+        {"\xE2\x82z", 2},
+        {"\xC3z", 1}};
+    for (const auto &[bytes, used] : cases) {
+        // An exact-size heap copy lets the address sanitizer see any read past the end.
+        std::vector<char> heap(bytes.begin(), bytes.end());
+        int32_t code_point = 0;
+        EXPECT_EQ(DecodeUTF8_L(heap.data(), static_cast<int32_t>(heap.size()), &code_point), used)
+            << bytes;
+        EXPECT_EQ(code_point, 0xFFFD) << bytes;
+    }
     int32_t code_point = 0;
     EXPECT_EQ(DecodeUTF8_L("abc", 0, &code_point), 0);
     EXPECT_EQ(DecodeUTF8_L("abc", -1, &code_point), 0);
@@ -384,46 +357,34 @@ TEST(EncodingUtf8, DecodeValidAndInvalid) {
 }
 
 TEST(EncodingUtf8, StrlenAndStricmp) {
-    struct Length {
-        const char *text;
-        int32_t characters;
-    };
-    const Length lengths[] = {
+    // Texts long enough to cross the 8-byte steps; each stray trail byte, and each
+    // truncated sequence, is one U+FFFD.
+    const std::pair<const char *, int32_t> lengths[] = {
         {"", 0},
-        {"abcdefghijklmnopq", 17}, // crosses the 8-byte steps
+        {"abcdefghijklmnopq", 17},
         {"\xC3\xA9t\xC3\xA9", 3},
-        {"abcdefg\xE2\x82\xAC"
-         "abcdefgh\xF0\x9D\x84\x9E",
-         17},
-        {"\x80\x80", 2},         // each stray trail byte is one U+FFFD
-        {"abcdefgh\xE2\x82", 9}, // a truncated sequence is one
-        {sample_utf8.c_str(), static_cast<int32_t>(sample_code_points.size())},
-    };
-    for (const Length &c : lengths) EXPECT_EQ(StrlenUTF8_L(c.text), c.characters) << c.text;
+        {"abcdefg\xE2\x82\xAC!bcdefgh\xF0\x9D\x84\x9E", 17},
+        {"\x80\x80", 2},
+        {"abcdefgh\xE2\x82", 9},
+        {sample_utf8.c_str(), static_cast<int32_t>(sample_code_points.size())}};
+    for (const auto &[text, characters] : lengths)
+        EXPECT_EQ(StrlenUTF8_L(text), characters) << text;
     EXPECT_EQ(StrlenUTF8_L(nullptr), 0);
 
-    struct Comparison {
-        const char *left;
-        const char *right;
-        int sign;
-    };
-    const Comparison comparisons[] = {
+    // Full folding (ß is ss; Σ and σ), then comparison by code point, not UTF-16 order.
+    const std::tuple<const char *, const char *, int> comparisons[] = {
         {"abc", "ABC", 0},
-        {"Stra\xC3\x9F"
-         "e",
-         "STRASSE", 0}, // full folding: ß is ss
+        {"Stra\xC3\x9Fx", "STRASSX", 0},
         {"\xC3\x89t\xC3\xA9", "\xC3\xA9T\xC3\x89", 0},
-        {"\xCE\xA3", "\xCF\x83", 0}, // Σ and σ
+        {"\xCE\xA3", "\xCF\x83", 0},
+        {"", "", 0},
         {"abc", "abd", -1},
         {"ab", "abc", -1},
-        {"b", "A", 1},
-        {"", "", 0},
-        {"z", "\xC3\xA9", -1},                    // by code point
-        {"\xEF\xBF\xBF", "\xF0\x90\x80\x80", -1}, // code point order, not UTF-16 order
-    };
-    for (const Comparison &c : comparisons) {
-        EXPECT_EQ(sign(StricmpUTF8_L(c.left, c.right)), c.sign) << c.left << " " << c.right;
-        EXPECT_EQ(sign(StricmpUTF8_L(c.right, c.left)), -c.sign) << c.left << " " << c.right;
+        {"z", "\xC3\xA9", -1},
+        {"\xEF\xBF\xBF", "\xF0\x90\x80\x80", -1}};
+    for (const auto &[left, right, order] : comparisons) {
+        EXPECT_EQ(sign(StricmpUTF8_L(left, right)), order) << left << " " << right;
+        EXPECT_EQ(sign(StricmpUTF8_L(right, left)), -order) << left << " " << right;
     }
     EXPECT_LT(StricmpUTF8_L(nullptr, ""), 0);
     EXPECT_GT(StricmpUTF8_L("", nullptr), 0);
@@ -449,15 +410,11 @@ TEST(EncodingUtf8, IsAsciiAtEveryPosition) {
     EXPECT_EQ(IsASCIIString_L(nullptr, 5), 1);
 }
 
+// Rows: code point; white space, digit, letter, upper case, lower case; its upper and lower
+// case.
 TEST(EncodingClasses, FollowIcuProperties) {
-    struct Case {
-        int32_t c;
-        bool space, digit, alpha, upper, lower;
-        int32_t upper_case, lower_case;
-    };
-    const Case cases[] = {
+    const std::tuple<int32_t, bool, bool, bool, bool, bool, int32_t, int32_t> cases[] = {
         {' ', true, false, false, false, false, ' ', ' '},
-        {0x0B, true, false, false, false, false, 0x0B, 0x0B},
         {0x1F, false, false, false, false, false, 0x1F, 0x1F}, // unit separator: not space
         {0xA0, true, false, false, false, false, 0xA0, 0xA0},  // no-break space
         {0x85, true, false, false, false, false, 0x85, 0x85},
@@ -472,14 +429,14 @@ TEST(EncodingClasses, FollowIcuProperties) {
         {-5, false, false, false, false, false, -5, -5},
         {0x110000, false, false, false, false, false, 0x110000, 0x110000},
     };
-    for (const Case &c : cases) {
-        EXPECT_EQ(IsSpaceCodePoint_L(c.c), c.space) << std::hex << c.c;
-        EXPECT_EQ(IsDigitCodePoint_L(c.c), c.digit) << std::hex << c.c;
-        EXPECT_EQ(IsAlphaCodePoint_L(c.c), c.alpha) << std::hex << c.c;
-        EXPECT_EQ(IsAlnumCodePoint_L(c.c), c.alpha || c.digit) << std::hex << c.c;
-        EXPECT_EQ(IsUpperCodePoint_L(c.c), c.upper) << std::hex << c.c;
-        EXPECT_EQ(IsLowerCodePoint_L(c.c), c.lower) << std::hex << c.c;
-        EXPECT_EQ(ToUpperCodePoint_L(c.c), c.upper_case) << std::hex << c.c;
-        EXPECT_EQ(ToLowerCodePoint_L(c.c), c.lower_case) << std::hex << c.c;
+    for (const auto &[c, space, digit, alpha, upper, lower, upper_case, lower_case] : cases) {
+        EXPECT_EQ(IsSpaceCodePoint_L(c), space) << std::hex << c;
+        EXPECT_EQ(IsDigitCodePoint_L(c), digit) << std::hex << c;
+        EXPECT_EQ(IsAlphaCodePoint_L(c), alpha) << std::hex << c;
+        EXPECT_EQ(IsAlnumCodePoint_L(c), alpha || digit) << std::hex << c;
+        EXPECT_EQ(IsUpperCodePoint_L(c), upper) << std::hex << c;
+        EXPECT_EQ(IsLowerCodePoint_L(c), lower) << std::hex << c;
+        EXPECT_EQ(ToUpperCodePoint_L(c), upper_case) << std::hex << c;
+        EXPECT_EQ(ToLowerCodePoint_L(c), lower_case) << std::hex << c;
     }
 }
