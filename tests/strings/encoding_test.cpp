@@ -91,7 +91,6 @@ TEST(EncodingLookup, NamesAliasesAndDescriptors) {
         {"", nullptr},
         {nullptr, nullptr}};
     for (const auto &[name, expected] : names) EXPECT_EQ(LookupEncoding_L(name), expected) << name;
-    EXPECT_EQ(PlatformEncoding_L(), UTF8Encoding_L());
     EXPECT_EQ(LookupEncoding_L("windows-1252"), LookupEncoding_L("cp1252"));
 
     // The fields are measured from ICU's converters. Rows: descriptor, name, fewest and most
@@ -187,27 +186,25 @@ TEST(EncodingConvert, InvalidAndUnmappableAreSubstituted) {
         EXPECT_EQ(convert(from, text, to), expected) << text;
 }
 
+// "é€" is 5 bytes of UTF-8 and 4 of UTF-16, and the terminator needs room too. Rows: text,
+// target, capacity, result, the bytes the buffer then starts with.
 TEST(EncodingConvert, NoAllocFitsOrSaysTooSmall) {
-    char buffer[16];
-    const char *text = "\xC3\xA9\xE2\x82\xAC"; // 5 bytes of UTF-8; the terminator needs one more
-    EXPECT_EQ(ConvertEncodingNoAlloc_L(nullptr, text, -1, UTF8Encoding_L(), buffer, 6), 5);
-    EXPECT_STREQ(buffer, text);
-    std::memset(buffer, 'x', sizeof buffer);
-    EXPECT_EQ(ConvertEncodingNoAlloc_L(nullptr, text, -1, UTF8Encoding_L(), buffer, 5), -2);
-    EXPECT_EQ(buffer[0], '\0');
-    // Into UTF-16: 4 bytes and a 2-byte terminator.
-    EXPECT_EQ(ConvertEncodingNoAlloc_L(nullptr, text, -1, UTF16Encoding_L(), buffer, 6), 4);
-    EXPECT_EQ(std::string(buffer, 6), "\xE9\x00\xAC\x20\x00\x00"_b);
-    std::memset(buffer, 'x', sizeof buffer);
-    EXPECT_EQ(ConvertEncodingNoAlloc_L(nullptr, text, -1, UTF16Encoding_L(), buffer, 5), -2);
-    EXPECT_EQ(std::string(buffer, 2), "\0\0"_b);
-    std::memset(buffer, 'x', sizeof buffer);
-    EXPECT_EQ(ConvertEncodingNoAlloc_L(nullptr, text, -1, UTF16Encoding_L(), buffer, 1), -2);
-    EXPECT_EQ(buffer[0], 'x'); // no room for the terminator: nothing written
-    // The ASCII fast path into Latin-1 checks room too.
-    EXPECT_EQ(ConvertEncodingNoAlloc_L(nullptr, "abcd", -1, Latin1Encoding_L(), buffer, 4), -2);
-    EXPECT_EQ(ConvertEncodingNoAlloc_L(nullptr, "abcd", -1, Latin1Encoding_L(), buffer, 5), 4);
-    EXPECT_STREQ(buffer, "abcd");
+    const char *text = "\xC3\xA9\xE2\x82\xAC";
+    const std::tuple<const char *, const QV_ENCODING_T *, int32_t, int32_t, std::string> cases[] = {
+        {text, UTF8Encoding_L(), 6, 5, "\xC3\xA9\xE2\x82\xAC\0"_b},
+        {text, UTF8Encoding_L(), 5, -2, "\0"_b},
+        {text, UTF16Encoding_L(), 6, 4, "\xE9\x00\xAC\x20\x00\x00"_b},
+        {text, UTF16Encoding_L(), 5, -2, "\0\0"_b},
+        {text, UTF16Encoding_L(), 1, -2, "x"},       // no room for the terminator: nothing written
+        {"abcd", Latin1Encoding_L(), 4, -2, "\0"_b}, // the ASCII fast path checks room too
+        {"abcd", Latin1Encoding_L(), 5, 4, "abcd\0"_b},
+    };
+    for (const auto &[source, to, capacity, result, start] : cases) {
+        char buffer[16];
+        std::memset(buffer, 'x', sizeof buffer);
+        EXPECT_EQ(ConvertEncodingNoAlloc_L(nullptr, source, -1, to, buffer, capacity), result);
+        EXPECT_EQ(std::string(buffer, start.size()), start) << to->name << " " << capacity;
+    }
 }
 
 TEST(EncodingConvert, AllocationFailureRaisesAndLeavesNothing) {
@@ -258,7 +255,7 @@ TEST(EncodingIterate, EachEncodingYieldsTheCodePoints) {
 TEST(EncodingIterate, InvalidInputMatchesIcuDecoding) {
     const std::pair<const char *, std::string> cases[] = {
         {"UTF-8", "a\x80\xBFz\xC0\x80\xC1\xBF\xE0\x80\x80\xE0\xA0z\xED\xA0\x80\xED\x9F\xBF"
-                  "\xF4\x90\x80\x80\xF5\xF8\xFF\xF0\x9D\x84z\xE0\xA0"},
+                  "\xF0\x8F\xBF\xBF\xF4\x90\x80\x80\xF5\xF8\xFF\xF0\x9D\x84z\xE0\xA0"},
         {"UTF-8", "z\xE2\x82"},
         {"UTF-16LE", "\x00\xDC\x00\xD8\x61\x00\x00\xD8"_b},
         {"UTF-16LE", "\x61\x00\x62"_b},
@@ -321,24 +318,12 @@ TEST(EncodingUtf8, DecodeAndEncodeEveryCodePoint) {
 }
 
 TEST(EncodingUtf8, DecodeInvalidAndTruncated) {
-    // Rows: bytes, and how many the one U+FFFD covers.
+    // Rows: bytes, and how many the one U+FFFD covers. A stray trail byte and an overlong form
+    // (the iterator's test covers the other kinds against ICU), then sequences cut short by the
+    // end of the buffer or by a byte that is no trail byte.
     const std::pair<std::string, int32_t> cases[] = {
-        // A stray trail byte, overlong forms, a surrogate, past U+10FFFF, bytes that never lead.
-        {"\x80", 1},
-        {"\xC0\x80", 1},
-        {"\xC1\xBF", 1},
-        {"\xE0\x9F\xBF", 1},
-        {"\xF0\x8F\xBF\xBF", 1},
-        {"\xED\xA0\x80", 1},
-        {"\xF4\x90\x80\x80", 1},
-        {"\xF5\x80\x80\x80", 1},
-        {"\xFF", 1},
-        // Cut short by the end of the buffer, or by a byte that is no trail byte.
-        {"\xC3", 1},
-        {"\xE2\x82", 2},
-        {"\xF0\x9D\x84", 3},
-        {"\xE2\x82z", 2},
-        {"\xC3z", 1}};
+        {"\x80", 1},         {"\xE0\x9F\xBF", 1}, {"\xC3", 1}, {"\xE2\x82", 2},
+        {"\xF0\x9D\x84", 3}, {"\xE2\x82z", 2},    {"\xC3z", 1}};
     for (const auto &[bytes, used] : cases) {
         // An exact-size heap copy lets the address sanitizer see any read past the end.
         std::vector<char> heap(bytes.begin(), bytes.end());
@@ -418,24 +403,19 @@ TEST(EncodingClasses, FollowIcuProperties) {
         {0x1F, false, false, false, false, false, 0x1F, 0x1F}, // unit separator: not space
         {0xA0, true, false, false, false, false, 0xA0, 0xA0},  // no-break space
         {0x85, true, false, false, false, false, 0x85, 0x85},
-        {0x3000, true, false, false, false, false, 0x3000, 0x3000},
-        {'7', false, true, false, false, false, '7', '7'},
         {0x0663, false, true, false, false, false, 0x0663, 0x0663}, // Arabic-Indic three
         {'a', false, false, true, false, true, 'A', 'a'},
         {0xC9, false, false, true, true, false, 0xC9, 0xE9},
         {0x3A3, false, false, true, true, false, 0x3A3, 0x3C3},
         {0x4E2D, false, false, true, false, false, 0x4E2D, 0x4E2D},
-        {'_', false, false, false, false, false, '_', '_'},
         {-5, false, false, false, false, false, -5, -5},
         {0x110000, false, false, false, false, false, 0x110000, 0x110000},
     };
     for (const auto &[c, space, digit, alpha, upper, lower, upper_case, lower_case] : cases) {
-        EXPECT_EQ(IsSpaceCodePoint_L(c), space) << std::hex << c;
-        EXPECT_EQ(IsDigitCodePoint_L(c), digit) << std::hex << c;
-        EXPECT_EQ(IsAlphaCodePoint_L(c), alpha) << std::hex << c;
-        EXPECT_EQ(IsAlnumCodePoint_L(c), alpha || digit) << std::hex << c;
-        EXPECT_EQ(IsUpperCodePoint_L(c), upper) << std::hex << c;
-        EXPECT_EQ(IsLowerCodePoint_L(c), lower) << std::hex << c;
+        EXPECT_EQ(std::tuple(IsSpaceCodePoint_L(c), IsDigitCodePoint_L(c), IsAlphaCodePoint_L(c),
+                             IsAlnumCodePoint_L(c), IsUpperCodePoint_L(c), IsLowerCodePoint_L(c)),
+                  std::tuple(space, digit, alpha, alpha || digit, upper, lower))
+            << std::hex << c;
         EXPECT_EQ(ToUpperCodePoint_L(c), upper_case) << std::hex << c;
         EXPECT_EQ(ToLowerCodePoint_L(c), lower_case) << std::hex << c;
     }
