@@ -11,29 +11,13 @@
 #include "core/raise.hpp"
 #include "qv/alloc.h"
 #include "qv/qvstrlib.h"
+#include "strings/counted.hpp"
 #include "strings/qvstrlib_internal.hpp"
 
 namespace {
 
-struct Owned {
-    QV_STRING_T s{nullptr, nullptr};
-    Owned(const std::string &utf8, const QV_ENCODING_T *encoding) {
-        s.encoding = encoding;
-        ConvertEncoding_L(UTF8Encoding_L(), utf8.c_str(), static_cast<int32_t>(utf8.size()),
-                          encoding, &s.text, nullptr);
-    }
-    Owned(const Owned &) = delete;
-    ~Owned() { FreeString_SL(&s); }
-};
-
-std::string utf8_of(const QV_STRING_T *s) {
-    if (s == nullptr || s->text == nullptr) return "<null>";
-    char *out = nullptr;
-    ConvertEncoding_L(s->encoding, s->text, -1, UTF8Encoding_L(), &out, nullptr);
-    std::string text = out != nullptr ? out : "<fail>";
-    free(out);
-    return text;
-}
+using qvtest::Str;
+using qvtest::utf8_of;
 
 // Random text from a small alphabet, so that searches hit; multibyte when asked.
 std::string random_text(std::mt19937 &random, bool multibyte) {
@@ -49,7 +33,7 @@ std::string random_text(std::mt19937 &random, bool multibyte) {
 // Everything a few members say about (text, other), as one comparable line.
 std::string describe(const std::string &text, const std::string &other,
                      const QV_ENCODING_T *encoding, int32_t start, int32_t length) {
-    Owned s(text, encoding), o(other, encoding);
+    Str s(text, encoding), o(other, encoding);
     std::string r = std::to_string(Strlen_SL(&s.s)) + "|" +
                     std::to_string(InString_SL(&s.s, &o.s, start, 1 + (length & 1))) + "|" +
                     std::to_string(CountString_SL(&s.s, &o.s)) + "|" +
@@ -59,7 +43,7 @@ std::string describe(const std::string &text, const std::string &other,
     int32_t got = SubString_SL(&s.s, start, length, &out);
     r += std::to_string(got) + utf8_of(&out) + "|";
     FreeString_SL(&out);
-    Owned upper(text, encoding), padded(text, encoding), replaced(text, encoding);
+    Str upper(text, encoding), padded(text, encoding), replaced(text, encoding);
     r += utf8_of(ToUpper_SL(&upper.s)) + "|";
     Pad_SL(&padded.s, length, &o.s, start & 1);
     r += utf8_of(&padded.s) + "|" + std::to_string(ReplaceString_SL(&replaced.s, &o.s, &s.s));
@@ -115,7 +99,7 @@ TEST(CountedNulls, NullRecordsAndTextsAreEmpty) {
 }
 
 TEST(CountedCopies, DeepCopiesKeepEncodingAndTerminator) {
-    Owned wide("aé😀", UTF16Encoding_L());
+    Str wide("aé😀", UTF16Encoding_L());
     QV_STRING_T copy;
     Astrcpy_SL(&copy, &wide.s);
     EXPECT_NE(copy.text, wide.s.text);
@@ -140,7 +124,7 @@ TEST(CountedCopies, DeepCopiesKeepEncodingAndTerminator) {
     FreeString_SL(&copy);
 
     char buffer[6];
-    Owned text("日本語", UTF8Encoding_L());
+    Str text("日本語", UTF8Encoding_L());
     EXPECT_EQ(GetBytesFromChars_SL(&text.s, 3, buffer, sizeof buffer), 3);
     EXPECT_STREQ(buffer, "日");
     EXPECT_EQ(GetBytesFromChars_SL(&text.s, 3, buffer, 0), -1);
@@ -246,11 +230,11 @@ TEST(CountedBadInput, OddLengthUtf16AndLoneSurrogates) {
     FreeString_SL(&out);
 }
 
-using Strings = std::vector<std::unique_ptr<Owned>>;
+using Strings = std::vector<std::unique_ptr<Str>>;
 
 Strings make_strings(std::initializer_list<const char *> texts, const QV_ENCODING_T *encoding) {
     Strings strings;
-    for (const char *text : texts) strings.push_back(std::make_unique<Owned>(text, encoding));
+    for (const char *text : texts) strings.push_back(std::make_unique<Str>(text, encoding));
     return strings;
 }
 
@@ -302,7 +286,7 @@ TEST(CountedAllocation, FailuresRaiseAndLeakNothing) {
 }
 
 TEST(CountedAllocation, WithoutContextMembersReturnNothing) {
-    Owned s("héllo", UTF16Encoding_L());
+    Str s("héllo", UTF16Encoding_L());
     QV_STRING_T out;
     TestFailAllocation_L(0);
     EXPECT_EQ(SubString_SL(&s.s, 1, 2, &out), -1);

@@ -9,32 +9,15 @@
 #include <vector>
 
 #include "qv/qvstrlib.h"
+#include "strings/counted.hpp"
 #include "strings/qvstrlib_internal.hpp"
 
 namespace {
 
-// A counted string made from UTF-8 in any encoding; null stays null.
-struct Str {
-    QV_STRING_T s{nullptr, nullptr};
-    Str() = default;
-    Str(const char *utf8, const QV_ENCODING_T *encoding) {
-        s.encoding = encoding;
-        if (utf8 != nullptr)
-            ConvertEncoding_L(UTF8Encoding_L(), utf8, -1, encoding, &s.text, nullptr);
-    }
-    Str(const Str &) = delete;
-    ~Str() { FreeString_SL(&s); }
-    QV_STRING_T *operator&() { return &s; }
-};
+using qvtest::Str;
+using qvtest::utf8_of;
 
-std::string utf8_of(const QV_STRING_T *s) {
-    if (s == nullptr || s->text == nullptr) return "<null>";
-    char *out = nullptr;
-    ConvertEncoding_L(s->encoding, s->text, -1, UTF8Encoding_L(), &out, nullptr);
-    std::string text = out != nullptr ? out : "<fail>";
-    free(out);
-    return text;
-}
+// A counted string made from UTF-8 in any encoding; null stays null.
 
 bool holds(const QV_ENCODING_T *e, const std::string &utf8) {
     if (utf8 == "<null>") return true;
