@@ -1,16 +1,14 @@
 // format_test.cpp - the library's formatter: checked against the C library's snprintf
 // where the two agree, then case by case where it deliberately differs, then appending,
 // growth of the work text, bad input and allocation failures.
+#include <bit>
 #include <climits>
 #include <cmath>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "messages/capture.hpp"
 #include "qv/alloc.h"
@@ -32,26 +30,18 @@ std::string qv_format(const char *format, ...) {
     return take(out);
 }
 
-// The same with the C library.
+// The same with the C library (results up to 4 KiB).
 std::string c_format(const char *format, ...) {
-    va_list arguments, again;
+    char text[4096];
+    va_list arguments;
     va_start(arguments, format);
-    va_copy(again, arguments);
-    std::string text(static_cast<std::size_t>(std::vsnprintf(nullptr, 0, format, arguments)), 0);
-    std::vsnprintf(text.data(), text.size() + 1, format, again);
-    va_end(again);
+    std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     return text;
 }
 
 #define EXPECT_AGREES(format, ...)                                                                 \
     EXPECT_EQ(qv_format(format, __VA_ARGS__), c_format(format, __VA_ARGS__)) << (format)
-
-unsigned int float_bits(float value) {
-    uint32_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
 
 // Every format of the list with every value (passed twice, for formats with two items).
 template <class Value, std::size_t formats, std::size_t values>
@@ -61,42 +51,29 @@ void expect_agreement(const char *const (&format_list)[formats],
         for (Value value : value_list) EXPECT_AGREES(format, value, value) << " of " << value;
 }
 
-constexpr const char *int_formats[] = {
-    "%d",  "%i",   "%5d",   "%-5d",  "%05d", "%0-5d|", "%.3d", "%8.3d",  "%-8.3d", "%08.3d",
-    "%1d", "%12d", "%012d", "%u",    "%10u", "%010u",  "%o",   "%8o",    "%08o",   "%.4o",
-    "%x",  "%X",   "%08x",  "%-8X|", "%.6x", "%3x",    "<%d>", "a%db%dc"};
-constexpr int int_values[] = {0, 1, -1, 7, -42, 255, 123456, INT_MAX, INT_MIN};
-constexpr const char *long_formats[] = {"%ld",    "%li",   "%22ld",  "%-22ld|", "%022ld",
-                                        "%.19ld", "%lu",   "%lo",    "%lx",     "%lX",
-                                        "%020lx", "%.3lx", "%-5lu|", "x%ldy"};
-constexpr long long_values[] = {0, -1, 4294967296L, -1234567890123L, LONG_MAX, LONG_MIN};
-constexpr const char *double_formats[] = {"%lf",      "%.2lf",     "%.0lf", "%10.3lf", "%-10.1lf|",
-                                          "%010.2lf", "%0-9.2lf|", "%20lf", "%.12lf",  "%3.1lf"};
-constexpr double double_values[] = {0.0, -0.0, 3.14159, -2.5, 0.125, -123456.789, 1e-7, 1e300};
-constexpr const char *text_formats[] = {"%s",       "%10s",  "%-10s|", "%.2s", "%10.2s",
-                                        "%-10.2s|", "%.0s|", "%2s",    "[%s]", "%.20s"};
+constexpr const char *int_formats[] = {"%d",   "%i",  "%5d",    "%-5d|", "%05d", "%0-5d|",
+                                       "%.3d", "%1d", "%08.3d", "%u",    "%o",   "%08o",
+                                       "%.4o", "%x",  "%X",     "%-8X|", "%.6x", "a%db%dc"};
+constexpr int int_values[] = {0, 1, -1, 7, -42, 255, INT_MAX, INT_MIN};
+constexpr const char *long_formats[] = {"%ld", "%022ld", "%.19ld", "%lu", "%lo", "%lx", "%lX"};
+constexpr long long_values[] = {0, -1, 4294967296L, LONG_MAX, LONG_MIN};
+constexpr const char *double_formats[] = {"%lf",    "%.2lf",    "%.0lf",     "%10.3lf",
+                                          "%.12lf", "%010.2lf", "%0-9.2lf|", "%3.1lf"};
+constexpr double double_values[] = {0.0, -0.0, 3.14159, -2.5, -123456.789, 1e-7, 1e300};
+constexpr const char *text_formats[] = {"%s", "%10s", "%-10s|", "%.2s", "%10.2s", "%.0s|", "%2s"};
 constexpr const char *text_values[] = {"", "a", "abc", "hello world"};
-constexpr const char *char_formats[] = {"%c", "%3c", "%-3c|", "%c%c"};
-constexpr int char_values[] = {'a', 'Z'};
 
 TEST(FormatAgreesWithC, OverTables) {
     expect_agreement(int_formats, int_values);
     expect_agreement(long_formats, long_values);
     expect_agreement(double_formats, double_values);
     expect_agreement(text_formats, text_values);
-    expect_agreement(char_formats, char_values);
+    expect_agreement({"%c", "%3c", "%-3c|", "%c%c"}, {'a', 'Z'});
     EXPECT_AGREES("%lf %lf", HUGE_VAL, -HUGE_VAL);
-}
-
-TEST(FormatAgreesWithC, StarWidthsPrecisionsAndPointers) {
-    EXPECT_AGREES("%*d|", 6, -42);
-    EXPECT_AGREES("%*d|", -6, -42);
-    EXPECT_AGREES("%0*d|", 6, -42);
-    EXPECT_AGREES("%.*d", 4, 7);
-    EXPECT_AGREES("%.*d", -3, 7);
-    EXPECT_AGREES("%*.*s|", -6, 2, "abc");
-    EXPECT_AGREES("%.*s", -1, "abc");
-    EXPECT_AGREES("%*.*lf", 9, 2, 3.14159);
+    EXPECT_AGREES("%*d|%*d|%0*d|", 6, -42, -6, -42, 6, -42);
+    EXPECT_AGREES("%.*d|%.*d|%*.*lf", 4, 7, -3, 7, 9, 2, 3.14159);
+    EXPECT_AGREES("%*.*s|%.*s|%.*s", -6, 2, "abc", -1, "abc", -5, "abc");
+    EXPECT_AGREES("%0*d|%0*x|", -5, 42, -4, 255u); // a negative width cancels zero-fill
     // Pointers ignore the width.
     int object = 0;
     EXPECT_EQ(qv_format("%p", &object), c_format("%p", static_cast<void *>(&object)));
@@ -120,36 +97,26 @@ TEST(FormatDiffersFromC, Deliberately) {
     const std::tuple<const char *, std::string, const char *> differences[] = {
         {"0 with precision 0", qv_format("%.0d|%.0u|%.0x|%5.0d", 0, 0u, 0u, 0), "0|0|0|    0"},
         {"zero-fill of a text pads with spaces", qv_format("%05s|%03c", "ab", 'x'), "   ab|  x"},
-        {"%c prints the low byte", qv_format("%c", 0x141), "A"},
         {"%f reads a float's bits",
-         qv_format("%f|%08.3f|%-7.1f|%.1f %d", float_bits(1.5f), float_bits(-1.5f),
-                   float_bits(2.25f), float_bits(0.5f), 9),
-         "1.500000|-001.500|2.2    |0.5 9"},
+         qv_format("%f|%08.3f|%-7.1f %d", std::bit_cast<unsigned>(1.5f),
+                   std::bit_cast<unsigned>(-1.5f), std::bit_cast<unsigned>(2.25f), 9),
+         "1.500000|-001.500|2.2     9"},
         {"I64d", qv_format("%I64d|%I64d|%08I64d", INT64_MIN + 0LL, INT64_MAX + 0LL, -5LL),
          "-9223372036854775808|9223372036854775807|-0000005"},
-        {"only I64d is a size", qv_format("%I64u|[%5I64x]|%I64i|%d", 7), "I64u|[I64x]|I64i|7"},
+        {"only I64d is a size; ll is l then an unknown l",
+         qv_format("%I64u|[%5I64x]|%I64i|%lld|%d", 7), "I64u|[I64x]|I64i|ld|7"},
         {"unknown conversions", qv_format("%q|%5q|%-08.3y|%+d|% d|%#x|%hd", 5),
          "q|q|y|+d| d|#x|hd"},
-        {"ll is l then an unknown l", qv_format("%lld", 5LL), "ld"},
         {"%% takes no flags or width", qv_format("%%|%5%|%-%"), "%|%|%"},
         {"format ending inside a conversion", qv_format("ab%-5"), "ab"},
-        {"format ending after %", qv_format("ab%"), "ab"},
-        {"null text", qv_format("%s|%8s|%.3s", no_text, no_text, no_text), "<NULL>|  <NULL>|<NU"},
-        {"U is s", qv_format("%U|%-4U|%U", "ab", "c", no_text), "ab|c   |<NULL>"},
-        {"counted string",
-         qv_format("%S|%5S|%.2S|%S", &counted_abc, &counted_abc, &counted_abc, &counted_null_text),
-         "abc|  abc|ab|<NULL>"},
+        {"null text; U is s", qv_format("%s|%8s|%.3s|%-4U|", no_text, no_text, no_text, "c"),
+         "<NULL>|  <NULL>|<NU|c   |"},
         {"counted strings print in UTF-8",
-         qv_format("%S|%S|%4S|%.2S", &counted_latin1, &counted_utf16, &counted_latin1,
-                   &counted_utf16),
-         "h\xC3\xA9|h\xC3\xA9| h\xC3\xA9|h\xC3"},
-        {"null counted string takes the next argument", qv_format("%S|%d", no_string, "plain", 3),
-         "plain|3"},
-        {"null counted string then a null text", qv_format("%-8S|", no_string, no_text),
-         "<NULL>  |"},
-        {"negative * precision is none", qv_format("%.*s|%.*d", -5, "abc", -1, 0), "abc|0"},
-        {"negative * width left-justifies and cancels zero-fill",
-         qv_format("%0*d|%0*x|", -5, 42, -4, 255u), "42   |ff  |"},
+         qv_format("%5S|%.2S|%S|%S|%4S|%.2S", &counted_abc, &counted_abc, &counted_null_text,
+                   &counted_latin1, &counted_latin1, &counted_utf16),
+         "  abc|ab|<NULL>|h\xC3\xA9| h\xC3\xA9|h\xC3"},
+        {"a null counted string takes the next argument as a text",
+         qv_format("%S|%-8S|%d", no_string, "plain", no_string, no_text, 3), "plain|<NULL>  |3"},
         {"* precision 0", qv_format("%.*d|%*.*s|", 0, 0, 3, 0, "abc"), "0|   |"},
         {"byte 0 from %c ends the result", qv_format("a%cb%d", 0, 5), "a"},
         {"huge precision digits on a text stop at its end",
@@ -168,7 +135,6 @@ TEST(FormatAppends, ToTheCallersTextIgnoringNulls) {
     EXPECT_STREQ(out, ""); // an empty format still gives a text
     Asprintf_L(&out, "ab");
     EXPECT_EQ(Asprintf8_L(&out, "%d|%s", 5, "cd"), out);
-    Asprintf_L(&out, "");
     EXPECT_EQ(Asprintf_L(&out, nullptr), out);
     EXPECT_EQ(take(out), "ab5|cd");
     EXPECT_EQ(Asprintf_L(nullptr, "%d", 1), nullptr);
@@ -177,10 +143,7 @@ TEST(FormatAppends, ToTheCallersTextIgnoringNulls) {
 TEST(FormatGrows, PastTheFirst512Bytes) {
     const std::string literal(1500, 'x');
     EXPECT_EQ(qv_format(literal.c_str()), literal);
-    const std::string mixed = std::string(700, 'y') + "%d" + std::string(700, 'z');
-    EXPECT_AGREES(mixed.c_str(), -3);
     EXPECT_AGREES("%-3000s|", "a");
-    EXPECT_AGREES("%3000d", 1);
     EXPECT_AGREES("%.2000d", -12);
     EXPECT_AGREES("%2000.3lf|", 2.5);
     EXPECT_AGREES("%.1500lf", 1.0 / 3);
@@ -206,35 +169,21 @@ TEST(FormatGrows, SteadyStateAllocatesOnlyTheResult) {
 
 // --- Bad input --------------------------------------------------------------------------
 
+// Widths and precisions past the int range (digits clamp to INT_MAX, * INT_MIN) raise
+// ALLOC_FAILURE and leave *out as it was, also when no status context catches the raise.
 TEST(FormatBadInput, ImpossibleSizesRaiseAllocFailure) {
-    struct Case {
-        const char *what;
-        void (*format)(char **);
-    };
-    const Case cases[] = {
-        {"width digits past int", [](char **out) { Asprintf_L(out, "%99999999999999999999d", 1); }},
-        {"precision digits past int",
-         [](char **out) { Asprintf_L(out, "%.99999999999999999999x", 1u); }},
-        {"text width INT_MAX", [](char **out) { Asprintf_L(out, "%2147483647s", "a"); }},
-        {"* width INT_MIN", [](char **out) { Asprintf_L(out, "%*d", INT_MIN, 1); }},
-        {"float width past int", [](char **out) { Asprintf_L(out, "%99999999999lf", 1.0); }},
-    };
-    for (const Case &c : cases) {
-        char *out = nullptr;
-        Asprintf_L(&out, "kept");
-        EXPECT_EQ(raised_by([&] { c.format(&out); }), ALLOC_FAILURE) << c.what;
-        EXPECT_STREQ(Exc_GetFile_L(), "alloc") << c.what;
-        EXPECT_EQ(take(out), "kept") << c.what;
-    }
-    // With no status context open the raise returns; the call is abandoned and *out kept.
-    ASSERT_EQ(Exc_Sp, nullptr);
     char *out = nullptr;
-    char *before = Asprintf_L(&out, "kept");
+    Asprintf_L(&out, "kept");
+    for (auto format : {+[](char **o) { Asprintf_L(o, "%.99999999999999999999d", 1); },
+                        +[](char **o) { Asprintf_L(o, "%*d", INT_MIN, 1); },
+                        +[](char **o) { Asprintf_L(o, "%99999999999lf", 1.0); }}) {
+        EXPECT_EQ(raised_by([&] { format(&out); }), ALLOC_FAILURE);
+        EXPECT_STREQ(Exc_GetFile_L(), "alloc");
+    }
     testing::internal::CaptureStderr(); // the raise's report
-    EXPECT_EQ(Asprintf_L(&out, "%99999999999999999999d", 1), before);
+    EXPECT_EQ(Asprintf_L(&out, "%99999999999999999999d", 1), out);
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(take(out), "kept");
-    EXPECT_EQ(qv_format("%d", 4), "4"); // and the formatter still works
 }
 
 // --- Allocation failures ----------------------------------------------------------------

@@ -10,8 +10,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -29,9 +29,7 @@ namespace fs = std::filesystem;
 
 inline std::string read_file(const fs::path &path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 inline void write_file(const fs::path &path, const std::string &text) {
@@ -46,29 +44,23 @@ inline std::string take(char *heap_text) {
 }
 
 // Sets an environment variable (unsets it for null) until the object goes, then restores it.
-class ScopedEnvironment {
-  public:
-    ScopedEnvironment(const char *name, const char *value) : name_(name) {
-        if (const char *old = std::getenv(name)) old_ = old;
+struct ScopedEnvironment {
+    ScopedEnvironment(const char *name, const char *value) : name(name) {
+        if (const char *was = std::getenv(name)) old = was;
         set(value);
     }
-    ~ScopedEnvironment() { set(old_ ? old_->c_str() : nullptr); }
-    ScopedEnvironment(const ScopedEnvironment &) = delete;
-    ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;
-
-  private:
-    void set(const char *value) { value ? setenv(name_, value, 1) : unsetenv(name_); }
-    const char *name_;
-    std::optional<std::string> old_;
+    ~ScopedEnvironment() { set(old ? old->c_str() : nullptr); }
+    void set(const char *value) { value ? setenv(name.c_str(), value, 1) : unsetenv(name.c_str()); }
+    std::string name;
+    std::optional<std::string> old;
 };
 
 // A fresh directory under /tmp, removed with its contents.
 struct TempDirectory {
-    fs::path path;
-    TempDirectory() {
+    fs::path path = [] {
         char pattern[] = "/tmp/qv_test_XXXXXX";
-        path = mkdtemp(pattern);
-    }
+        return fs::path(mkdtemp(pattern));
+    }();
     ~TempDirectory() { fs::remove_all(path); }
     fs::path operator/(const std::string &name) const { return path / name; }
 };
@@ -76,14 +68,13 @@ struct TempDirectory {
 // The symbol `body` raised inside a status context of its own; null when it raised nothing.
 inline const char *raised_by(qv::FunctionRef<void()> body) {
     const char *raised = nullptr;
-    qv::guarded("raised_by", "capture", __LINE__, body,
-                [&](const char *symbol) { raised = symbol; });
+    qv::guarded("raised_by", "capture", __LINE__, body, [&](const char *s) { raised = s; });
     return raised;
 }
 
 // Runs `prepare`, then `body` in a status context with its nth allocation failing, for
-// n = 0, 1, ... until none fails. Gives the symbol each failing run raised (as many as
-// `body` makes allocations); the last, whole run must raise nothing.
+// n = 0, 1, ... until none fails. Gives the symbol each failing run raised; the last, whole
+// run must raise nothing.
 inline std::vector<const char *> fail_each_allocation(
     qv::FunctionRef<void()> body, qv::FunctionRef<void()> prepare = [] {}) {
     std::vector<const char *> raised;
@@ -113,14 +104,12 @@ class CaptureTest : public ::testing::Test {
     uint32_t context = 0;
 
     void SetUp() override {
-        unsetenv("TRACE_VALUES");
         reset();
         SetFeedbackWriter_L(write, this);
         InitMessages_L(&context);
     }
     void TearDown() override {
         reset();
-        unsetenv("TRACE_VALUES");
         while (Exc_Sp != nullptr) except_end_context("capture", __LINE__);
     }
 
@@ -142,6 +131,7 @@ class CaptureTest : public ::testing::Test {
 
   private:
     static void reset() {
+        unsetenv("TRACE_VALUES");
         TerminateFeedback_L();
         ClearMessageContext_L();
         TerminateMessages_L(nullptr);
