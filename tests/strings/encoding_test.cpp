@@ -1,5 +1,6 @@
 // encoding_test.cpp - the encoding service: lookups, conversions checked against ICU
 // directly, iteration, the UTF-8 helpers and the code-point classes.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -11,7 +12,6 @@
 #include <unicode/utf8.h>
 
 #include "messages/capture.hpp"
-#include "qv/alloc.h"
 #include "qv/encoding.h"
 
 namespace {
@@ -52,10 +52,13 @@ std::string convert(const QV_ENCODING_T *from, const std::string &text, const QV
     return result;
 }
 
+// The code points the iterator gives for `text` (`length` bytes; -2: all of them). It reads an
+// exact-size heap copy, so the address sanitizer sees any read past the end.
 Points code_points(const QV_ENCODING_T *encoding, const std::string &text, int32_t length = -2) {
     QV_CODEPOINT_ITER_T iter;
+    const std::vector<char> heap(text.begin(), text.end());
     if (length == -2) length = static_cast<int32_t>(text.size());
-    EXPECT_EQ(CodePointIterInit_L(&iter, encoding, text.data(), length), 0);
+    EXPECT_EQ(CodePointIterInit_L(&iter, encoding, heap.data(), length), 0);
     Points result;
     for (int32_t c; (c = NextCodePoint_L(&iter)) >= 0;) result.push_back(c);
     CodePointIterEnd_L(&iter);
@@ -78,20 +81,11 @@ int sign(int32_t value) {
 } // namespace
 
 TEST(EncodingLookup, NamesAliasesAndDescriptors) {
-    const std::pair<const char *, const QV_ENCODING_T *> names[] = {
-        {"UTF-8", UTF8Encoding_L()},
-        {"Utf8", UTF8Encoding_L()},
-        {"latin1", Latin1Encoding_L()},
-        {"iso-8859-1", Latin1Encoding_L()},
-        {"UTF-16LE", UTF16Encoding_L()},
-        {"UTF16_PlatformEndian", UTF16Encoding_L()},
-        {"UTF-32LE", UTF32Encoding_L()},
-        {"ascii", ASCIIEncoding_L()},
-        {"no-such-encoding", nullptr},
-        {"", nullptr},
-        {nullptr, nullptr}};
-    for (const auto &[name, expected] : names) EXPECT_EQ(LookupEncoding_L(name), expected) << name;
+    EXPECT_EQ(LookupEncoding_L("Utf8"), UTF8Encoding_L());
+    EXPECT_EQ(LookupEncoding_L("UTF16_PlatformEndian"), UTF16Encoding_L());
     EXPECT_EQ(LookupEncoding_L("windows-1252"), LookupEncoding_L("cp1252"));
+    for (const char *unknown : {"no-such", "", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(LookupEncoding_L(unknown), nullptr) << unknown;
 
     // The fields are measured from ICU's converters. Rows: descriptor, name, fewest and most
     // bytes per character, terminator width, ASCII-compatible, handled as UTF-8 directly.
@@ -105,7 +99,6 @@ TEST(EncodingLookup, NamesAliasesAndDescriptors) {
             {LookupEncoding_L("Shift_JIS"), "Shift_JIS", 1, 2, 1, 0, 0}, // 0x5C is the yen sign
             {LookupEncoding_L("GB18030"), "GB18030", 1, 4, 1, 1, 0},
             {LookupEncoding_L("ebcdic-cp-us"), "IBM037", 1, 1, 1, 0, 0},
-            {LookupEncoding_L("ISO-2022-JP"), "ISO-2022-JP", 1, 6, 1, 0, 0},
         };
     for (const auto &[e, name, min_bytes, max_bytes, width, ascii, direct] : fields) {
         ASSERT_NE(e, nullptr) << name;
@@ -153,7 +146,6 @@ TEST(EncodingConvert, TerminatedSourcesNullDescriptorsAndBadArguments) {
     ASSERT_EQ(ConvertEncoding_L(nullptr, "", 0, UTF32Encoding_L(), &out, &length), 0);
     EXPECT_EQ(length, 0);
     std::free(out);
-
     out = reinterpret_cast<char *>(1);
     EXPECT_EQ(ConvertEncoding_L(nullptr, nullptr, 3, nullptr, &out, nullptr), -1);
     EXPECT_EQ(out, nullptr);
@@ -173,11 +165,9 @@ TEST(EncodingConvert, InvalidAndUnmappableAreSubstituted) {
         // A stray trail byte (copied as it is within one encoding), an overlong form, a
         // surrogate, a truncated end, unmappable characters.
         {utf8, "a\x80z", utf8, "a\x80z"},
-        {utf8, "a\x80z", latin1, "a\x1Az"},
         {utf8, "\xC0\xAF", utf16, "\xFD\xFF\xFD\xFF"_b},
         {utf8, "\xED\xA0\x80", latin1, "\x1A\x1A\x1A"},
         {utf8, "x\xE2\x82", utf16, "x\0\xFD\xFF"_b},
-        {utf8, "\xE2\x82\xAC", ascii, "\x1A"},
         {latin1, "\xE9", ascii, "\x1A"},
         {ascii, "a\xE9", utf8, "a\xEF\xBF\xBD"},
         {utf16, "\x00\xD8\x61\x00\x00\xDC"_b, utf8, "\xEF\xBF\xBD\x61\xEF\xBF\xBD"},
@@ -242,7 +232,7 @@ TEST(EncodingIterate, EachEncodingYieldsTheCodePoints) {
     EXPECT_EQ(code_points(UTF16Encoding_L(), utf16, -1), (Points{'a', 0x100}));
 
     EXPECT_EQ(CodePointIterInit_L(nullptr, nullptr, "a", 1), -1);
-    QV_CODEPOINT_ITER_T iter;
+    QV_CODEPOINT_ITER_T iter; // a null text is empty
     ASSERT_EQ(CodePointIterInit_L(&iter, nullptr, nullptr, 5), 0);
     EXPECT_EQ(NextCodePoint_L(&iter), -1);
     CodePointIterEnd_L(&iter);
@@ -251,7 +241,9 @@ TEST(EncodingIterate, EachEncodingYieldsTheCodePoints) {
 }
 
 // Malformed input of each hand-decoded encoding: the iterator gives the same U+FFFDs as
-// ICU's converter, so counting by iteration and by conversion agree.
+// ICU's converter (one for the longest start of a well-formed sequence: a stray byte, an
+// overlong form, a surrogate, a sequence cut short by a non-trail byte or by the end), so
+// counting by iteration and by conversion agree.
 TEST(EncodingIterate, InvalidInputMatchesIcuDecoding) {
     const std::pair<const char *, std::string> cases[] = {
         {"UTF-8", "a\x80\xBFz\xC0\x80\xC1\xBF\xE0\x80\x80\xE0\xA0z\xED\xA0\x80\xED\x9F\xBF"
@@ -271,10 +263,8 @@ TEST(EncodingEncode, CodePointsInEachEncoding) {
     // Rows: encoding, code point, its bytes (empty: it cannot be encoded).
     const QV_ENCODING_T *utf8 = UTF8Encoding_L(), *cp1252 = LookupEncoding_L("windows-1252");
     const std::tuple<const QV_ENCODING_T *, int32_t, std::string> cases[] = {
-        {utf8, 0x1D11E, "\xF0\x9D\x84\x9E"},
         {utf8, 0xD800, ""},
         {utf8, 0x110000, ""},
-        {utf8, -1, ""},
         {Latin1Encoding_L(), 0xFF, "\xFF"},
         {Latin1Encoding_L(), 0x100, ""},
         {ASCIIEncoding_L(), 0x80, ""},
@@ -284,19 +274,15 @@ TEST(EncodingEncode, CodePointsInEachEncoding) {
         {LookupEncoding_L("UTF-32BE"), 0x41, "\x00\x00\x00\x41"_b},
         {cp1252, 0x20AC, "\x80"},
         {cp1252, 0x3042, ""},
-        {LookupEncoding_L("GB18030"), 0x1D11E, icu_convert("GB18030", "UTF-8", "\xF0\x9D\x84\x9E")},
     };
     char buffer[8];
     for (const auto &[encoding, code_point, expected] : cases) {
         int32_t length = EncodeCodePoint_L(encoding, code_point, buffer, sizeof buffer);
-        if (expected.empty()) {
-            EXPECT_EQ(length, -1) << std::hex << code_point;
-            continue;
-        }
-        ASSERT_GT(length, 0) << std::hex << code_point;
-        EXPECT_EQ(std::string(buffer, static_cast<size_t>(length)), expected);
+        ASSERT_EQ(length, expected.empty() ? -1 : static_cast<int32_t>(expected.size()))
+            << std::hex << code_point;
+        EXPECT_EQ(std::string(buffer, expected.size()), expected);
         // One byte less does not fit.
-        EXPECT_EQ(EncodeCodePoint_L(encoding, code_point, buffer, length - 1), -1);
+        EXPECT_EQ(EncodeCodePoint_L(encoding, code_point, buffer, std::max(length - 1, 0)), -1);
     }
     EXPECT_EQ(EncodeCodePoint_L(nullptr, 'a', nullptr, 4), -1);
     EXPECT_EQ(EncodeCodePoint_L(nullptr, 0xE9, buffer, 4), 2); // platform: UTF-8
@@ -315,23 +301,7 @@ TEST(EncodingUtf8, DecodeAndEncodeEveryCodePoint) {
         ASSERT_EQ(std::memcmp(encoded, bytes, static_cast<size_t>(size)), 0) << std::hex << c;
     }
     for (int lead : {0x80, 0xBF, 0xC0, 0xC1, 0xF5, 0xFF}) EXPECT_EQ(UTF8TrailBytes_L[lead], 0);
-}
-
-TEST(EncodingUtf8, DecodeInvalidAndTruncated) {
-    // Rows: bytes, and how many the one U+FFFD covers. A stray trail byte and an overlong form
-    // (the iterator's test covers the other kinds against ICU), then sequences cut short by the
-    // end of the buffer or by a byte that is no trail byte.
-    const std::pair<std::string, int32_t> cases[] = {
-        {"\x80", 1},         {"\xE0\x9F\xBF", 1}, {"\xC3", 1}, {"\xE2\x82", 2},
-        {"\xF0\x9D\x84", 3}, {"\xE2\x82z", 2},    {"\xC3z", 1}};
-    for (const auto &[bytes, used] : cases) {
-        // An exact-size heap copy lets the address sanitizer see any read past the end.
-        std::vector<char> heap(bytes.begin(), bytes.end());
-        int32_t code_point = 0;
-        EXPECT_EQ(DecodeUTF8_L(heap.data(), static_cast<int32_t>(heap.size()), &code_point), used)
-            << bytes;
-        EXPECT_EQ(code_point, 0xFFFD) << bytes;
-    }
+    // Invalid input is the iterator's test, against ICU; here the length limits.
     int32_t code_point = 0;
     EXPECT_EQ(DecodeUTF8_L("abc", 0, &code_point), 0);
     EXPECT_EQ(DecodeUTF8_L("abc", -1, &code_point), 0);
@@ -347,7 +317,6 @@ TEST(EncodingUtf8, StrlenAndStricmp) {
     const std::pair<const char *, int32_t> lengths[] = {
         {"", 0},
         {"abcdefghijklmnopq", 17},
-        {"\xC3\xA9t\xC3\xA9", 3},
         {"abcdefg\xE2\x82\xAC!bcdefgh\xF0\x9D\x84\x9E", 17},
         {"\x80\x80", 2},
         {"abcdefgh\xE2\x82", 9},
@@ -358,14 +327,12 @@ TEST(EncodingUtf8, StrlenAndStricmp) {
 
     // Full folding (ß is ss; Σ and σ), then comparison by code point, not UTF-16 order.
     const std::tuple<const char *, const char *, int> comparisons[] = {
-        {"abc", "ABC", 0},
         {"Stra\xC3\x9Fx", "STRASSX", 0},
         {"\xC3\x89t\xC3\xA9", "\xC3\xA9T\xC3\x89", 0},
         {"\xCE\xA3", "\xCF\x83", 0},
         {"", "", 0},
         {"abc", "abd", -1},
         {"ab", "abc", -1},
-        {"z", "\xC3\xA9", -1},
         {"\xEF\xBF\xBF", "\xF0\x90\x80\x80", -1}};
     for (const auto &[left, right, order] : comparisons) {
         EXPECT_EQ(sign(StricmpUTF8_L(left, right)), order) << left << " " << right;
@@ -390,7 +357,6 @@ TEST(EncodingUtf8, IsAsciiAtEveryPosition) {
             text[static_cast<size_t>(at)] = 'a';
         }
     }
-    EXPECT_EQ(IsASCIIString_L("plain text", -1), 1);
     EXPECT_EQ(IsASCIIString_L("caf\xC3\xA9", -1), 0);
     EXPECT_EQ(IsASCIIString_L(nullptr, 5), 1);
 }
@@ -400,13 +366,11 @@ TEST(EncodingUtf8, IsAsciiAtEveryPosition) {
 TEST(EncodingClasses, FollowIcuProperties) {
     const std::tuple<int32_t, bool, bool, bool, bool, bool, int32_t, int32_t> cases[] = {
         {' ', true, false, false, false, false, ' ', ' '},
-        {0x1F, false, false, false, false, false, 0x1F, 0x1F}, // unit separator: not space
-        {0xA0, true, false, false, false, false, 0xA0, 0xA0},  // no-break space
-        {0x85, true, false, false, false, false, 0x85, 0x85},
+        {0x1F, false, false, false, false, false, 0x1F, 0x1F},      // unit separator: not space
+        {0xA0, true, false, false, false, false, 0xA0, 0xA0},       // no-break space
         {0x0663, false, true, false, false, false, 0x0663, 0x0663}, // Arabic-Indic three
         {'a', false, false, true, false, true, 'A', 'a'},
         {0xC9, false, false, true, true, false, 0xC9, 0xE9},
-        {0x3A3, false, false, true, true, false, 0x3A3, 0x3C3},
         {0x4E2D, false, false, true, false, false, 0x4E2D, 0x4E2D},
         {-5, false, false, false, false, false, -5, -5},
         {0x110000, false, false, false, false, false, 0x110000, 0x110000},

@@ -1,15 +1,13 @@
 // qvstrlib_paths_test.cpp - the counted strings beyond the per-encoding table: the byte path
 // and the code-point path agreeing on generated strings, null records, bad input (invalid
 // UTF-8, extreme positions) and allocation failures.
-#include <gtest/gtest.h>
-
-#include <memory>
+#include <deque>
 #include <random>
-#include <vector>
 #include <string>
+#include <tuple>
+#include <vector>
 
-#include "core/raise.hpp"
-#include "qv/alloc.h"
+#include "messages/capture.hpp"
 #include "qv/qvstrlib.h"
 #include "strings/counted.hpp"
 #include "strings/qvstrlib_internal.hpp"
@@ -18,6 +16,7 @@ namespace {
 
 using qvtest::Str;
 using qvtest::utf8_of;
+using ::testing::AllOf, ::testing::Each, ::testing::IsEmpty, ::testing::Not;
 
 // Random text from a small alphabet, so that searches hit; multibyte when asked.
 std::string random_text(std::mt19937 &random, bool multibyte) {
@@ -131,7 +130,7 @@ TEST(CountedCopies, DeepCopiesKeepEncodingAndTerminator) {
     EXPECT_EQ(GetBytesFromChars_SL(&text.s, 3, nullptr, 8), -1);
 }
 
-TEST(CountedBadInput, InvalidUtf8ReadsAsReplacementCharacters) {
+TEST(CountedBadInput, InvalidTextReadsAsReplacementCharacters) {
     const char invalid[] = "a\xC3\x28\xE6\x97\xFF"; // bad trail, cut sequence, bad byte
     QV_STRING_T s{const_cast<char *>(invalid), UTF8Encoding_L()};
     int32_t length = Strlen_SL(&s);
@@ -153,6 +152,12 @@ TEST(CountedBadInput, InvalidUtf8ReadsAsReplacementCharacters) {
     FreeString_SL(&copy);
     EXPECT_EQ(Strcmp_SL(&s, &s), 0);
     Is_Like_SL(&s, &s); // reads within the text
+    // A lone surrogate in UTF-16 is one U+FFFD too.
+    const char16_t lone[] = {u'a', 0xD800, u'b', 0};
+    QV_STRING_T wide{reinterpret_cast<char *>(const_cast<char16_t *>(lone)), UTF16Encoding_L()};
+    EXPECT_EQ(SubString_SL(&wide, 2, 1, &copy), 1);
+    EXPECT_EQ(utf8_of(&copy), "\xEF\xBF\xBD");
+    FreeString_SL(&copy);
 }
 
 // The ASCII shortcuts of SubString_SL and InString_SL read only part of the text; their
@@ -160,39 +165,23 @@ TEST(CountedBadInput, InvalidUtf8ReadsAsReplacementCharacters) {
 // invalid UTF-8, on Latin-1 high bytes and with a needle in another ASCII-compatible
 // encoding.
 TEST(CountedBadInput, AsciiShortcutsAgreeWithCodePointPath) {
-    struct Text {
-        const char *bytes;
-        const QV_ENCODING_T *encoding;
-    };
+    using Text = std::pair<const char *, const QV_ENCODING_T *>;
+    const QV_ENCODING_T *utf8 = UTF8Encoding_L(), *latin1 = Latin1Encoding_L();
+    // Octal escapes, which end after three digits: \303\251 is "é", \342\202\254 "€".
     const Text texts[] = {
-        {"abcdef", UTF8Encoding_L()},
-        {"\xE2\x82"
-         "a\xE2\x82\xAC\xEF\xBF\xBD\xC3\xA9\xE2\x82\xAC",
-         UTF8Encoding_L()},
-        {"abc\xC3\xA9"
-         "def",
-         UTF8Encoding_L()},
-        {"ab\xE6\x97"
-         "xab\xFF"
-         "ab",
-         UTF8Encoding_L()},
-        {"ab\xE9"
-         "ab\xE9"
-         "ab",
-         Latin1Encoding_L()},
-        {"", UTF8Encoding_L()},
-        {"ab\x80"
-         "ab",
-         ASCIIEncoding_L()},
+        {"abcdef", utf8},
+        {"\342\202a\342\202\254\357\277\275\303\251\342\202\254", utf8},
+        {"abc\303\251def", utf8},
+        {"ab\346\227xab\377ab", utf8},
+        {"ab\351ab\351ab", latin1},
+        {"", utf8},
+        {"ab\200ab", ASCIIEncoding_L()},
     };
-    const Text needles[] = {
-        {"ab", UTF8Encoding_L()},           {"b", ASCIIEncoding_L()},
-        {"x", Latin1Encoding_L()},          {"\xC3\xA9", UTF8Encoding_L()},
-        {"\xE2\x82\xAC", UTF8Encoding_L()}, {"\xEF\xBF\xBD", UTF8Encoding_L()},
-        {"\xE2\x82", UTF8Encoding_L()},     {"\xE9", Latin1Encoding_L()},
-    };
+    const Text needles[] = {{"ab", utf8},       {"b", ASCIIEncoding_L()}, {"x", latin1},
+                            {"\303\251", utf8}, {"\342\202\254", utf8},   {"\357\277\275", utf8},
+                            {"\342\202", utf8}, {"\351", latin1}};
     auto describe = [&](const Text &t) {
-        QV_STRING_T s{const_cast<char *>(t.bytes), t.encoding};
+        QV_STRING_T s{const_cast<char *>(t.first), t.second};
         std::string r;
         for (int32_t start = -1; start <= 10; ++start) {
             for (int32_t count : {-1, 0, 1, 3, 4, 20}) {
@@ -204,7 +193,7 @@ TEST(CountedBadInput, AsciiShortcutsAgreeWithCodePointPath) {
                 FreeString_SL(&out);
             }
             for (const Text &n : needles) {
-                QV_STRING_T needle{const_cast<char *>(n.bytes), n.encoding};
+                QV_STRING_T needle{const_cast<char *>(n.first), n.second};
                 for (int32_t occurrence : {1, 2, 3})
                     r += std::to_string(InString_SL(&s, &needle, start, occurrence)) + ",";
             }
@@ -216,73 +205,39 @@ TEST(CountedBadInput, AsciiShortcutsAgreeWithCodePointPath) {
         qv::strlib::force_code_point_path = true;
         std::string forced = describe(t);
         qv::strlib::force_code_point_path = false;
-        EXPECT_EQ(fast, forced) << t.bytes;
+        EXPECT_EQ(fast, forced) << t.first;
     }
 }
 
-TEST(CountedBadInput, OddLengthUtf16AndLoneSurrogates) {
-    const char16_t lone[] = {u'a', 0xD800, u'b', 0};
-    QV_STRING_T s{reinterpret_cast<char *>(const_cast<char16_t *>(lone)), UTF16Encoding_L()};
-    EXPECT_EQ(Strlen_SL(&s), 3);
-    QV_STRING_T out;
-    EXPECT_EQ(SubString_SL(&s, 2, 1, &out), 1);
-    EXPECT_EQ(utf8_of(&out), "\xEF\xBF\xBD");
-    FreeString_SL(&out);
-}
+using Strings = std::deque<Str>;
 
-using Strings = std::vector<std::unique_ptr<Str>>;
-
-Strings make_strings(std::initializer_list<const char *> texts, const QV_ENCODING_T *encoding) {
-    Strings strings;
-    for (const char *text : texts) strings.push_back(std::make_unique<Str>(text, encoding));
-    return strings;
-}
-
-// Fails allocation 0, 1, 2 ... of `act` inside a context until it succeeds: every failure
-// raises ALLOC_FAILURE from this module, and the unwinding frees what was half built (the
-// address sanitizer checks). Returns what the successful run produced.
-template <class Act>
-std::string allocation_failure_loop(const char *name, std::initializer_list<const char *> texts,
-                                    const QV_ENCODING_T *encoding, Act act) {
-    for (int32_t fail = 0; fail < 50; ++fail) {
-        Strings strings = make_strings(texts, encoding);
-        const char *raised = nullptr;
-        bool completed = qv::guarded(
-            name, "qvstrlib_paths_test", __LINE__,
-            [&] {
-                TestFailAllocation_L(fail);
-                act(strings);
-                TestFailAllocation_L(-1);
-            },
-            [&](const char *symbol) { raised = symbol; });
-        bool fired = TestAllocationFailed_L();
-        TestFailAllocation_L(-1);
-        if (completed && !fired) return utf8_of(&strings[0]->s);
-        EXPECT_EQ(raised, ALLOC_FAILURE) << name << " at allocation " << fail;
-        EXPECT_STREQ(Exc_GetFile_L(), "qvstrlib") << name << " at allocation " << fail;
-    }
-    ADD_FAILURE() << name << " never completed";
-    return "";
-}
-
+// Each failing allocation raises ALLOC_FAILURE from this module, and the unwinding frees what
+// was half built (the address sanitizer checks). Rows: texts, their encoding, the member
+// working on them, what the last text holds after the run that succeeds. They cover the
+// edit buffer, the code-point buffer of a case change and the copied window.
 TEST(CountedAllocation, FailuresRaiseAndLeakNothing) {
-    EXPECT_EQ(
-        allocation_failure_loop("ReplaceString", {"a日b日c", "日", "xyz"}, UTF16Encoding_L(),
-                                [](Strings &s) { ReplaceString_SL(&s[0]->s, &s[1]->s, &s[2]->s); }),
-        "axyzbxyzc");
-    EXPECT_EQ(allocation_failure_loop("ToUpper", {"héllo"}, UTF8Encoding_L(),
-                                      [](Strings &s) { ToUpper_SL(&s[0]->s); }),
-              "HÉLLO");
-    EXPECT_EQ(allocation_failure_loop("SubString", {"héllo", ""}, UTF16Encoding_L(),
-                                      [](Strings &s) {
-                                          FreeString_SL(&s[1]->s);
-                                          SubString_SL(&s[0]->s, 2, 2, &s[1]->s);
-                                          std::swap(s[0]->s, s[1]->s);
-                                      }),
-              "él");
-    EXPECT_EQ(allocation_failure_loop("Collapse", {"  a  日  "}, UTF16Encoding_L(),
-                                      [](Strings &s) { Collapse_SL(&s[0]->s); }),
-              "a 日");
+    using Texts = std::vector<const char *>;
+    const std::tuple<Texts, const QV_ENCODING_T *, void (*)(Strings &), const char *> cases[] = {
+        {{"日", "xyz", "a日b日c"},
+         UTF16Encoding_L(),
+         [](Strings &s) { ReplaceString_SL(&s[2], &s[0], &s[1]); },
+         "axyzbxyzc"},
+        {{"héllo"}, UTF8Encoding_L(), [](Strings &s) { ToUpper_SL(&s[0]); }, "HÉLLO"},
+        {{"héllo", nullptr},
+         UTF16Encoding_L(),
+         [](Strings &s) { SubString_SL(&s[0], 2, 2, &s[1]); },
+         "él"}};
+    for (const auto &[texts, encoding, act, expected] : cases) {
+        Strings s;
+        auto make = [&] {
+            s.clear();
+            for (const char *text : texts) s.emplace_back(text, encoding);
+        };
+        auto raised = qvtest::fail_each_allocation([&] { act(s); }, make);
+        EXPECT_THAT(raised, AllOf(Not(IsEmpty()), Each(ALLOC_FAILURE))) << expected;
+        EXPECT_STREQ(Exc_GetFile_L(), "qvstrlib") << expected;
+        EXPECT_EQ(utf8_of(&s.back()), expected);
+    }
 }
 
 TEST(CountedAllocation, WithoutContextMembersReturnNothing) {

@@ -71,47 +71,35 @@ std::string random_piece_text(std::mt19937 &random, const std::vector<std::strin
 
 } // namespace
 
-// Rows: text, pattern, whether Is_Like_L and whether Is_Like8_L match.
+// Rows: text, pattern, whether Is_Like_L and whether Is_Like8_L match. A null text is empty,
+// a null pattern matches anything; case matters; the last "%" has to swallow the first "abc";
+// "\" escapes the next character ("\x" is a literal "x") and a final one stands for itself;
+// "_" is one byte, or one UTF-8 character, and backtracking moves by whole characters, an
+// invalid byte being one.
 TEST(TextLike, BytesAndUtf8Characters) {
     const std::tuple<const char *, const char *, int, int> cases[] = {
         {"", "", 1, 1},
         {"a", "", 0, 0},
         {"", "%", 1, 1},
-        {"anything", "%", 1, 1},
-        {nullptr, "%", 1, 1}, // a null text is empty, a null pattern matches anything
+        {nullptr, "%", 1, 1},
         {nullptr, "_", 0, 0},
-        {nullptr, "", 1, 1},
         {"x", nullptr, 1, 1},
-        {"Abc", "abc", 0, 0}, // case matters
+        {"Abc", "abc", 0, 0},
         {"abc", "ab", 0, 0},
         {"ab", "abc", 0, 0},
-        {"abc", "a_c", 1, 1},
-        {"abc", "____", 0, 0},
-        {"abc", "a%", 1, 1},
         {"ab", "ab%%", 1, 1},
-        {"abcabc", "%bc", 1, 1}, // the last "%" has to swallow the first "abc"
-        {"abcabd", "%abc", 0, 0},
-        {"mississippi", "%iss%ppi", 1, 1},
-        {"a", "%_%_%", 0, 0},
-        {"50%", "50\\%", 1, 1}, // escapes
-        {"50x", "50\\%", 0, 0},
-        {"a_b", "a\\_b", 1, 1},
-        {"axb", "a\\_b", 0, 0},
+        {"abcabc", "%bc", 1, 1},
+        {"50%", "50\\%", 1, 1},
         {"a\\b", "a\\\\b", 1, 1},
-        {"ab\\", "ab\\", 1, 1}, // a final "\" stands for itself
+        {"ab\\", "ab\\", 1, 1},
         {"ab", "ab\\", 0, 0},
-        {"\\x", "\\x", 0, 0}, // "\x" is a literal "x"
         {"x", "\\x", 1, 1},
-        {"caf\xC3\xA9", "caf_", 0, 1}, // "_" is one byte, or one UTF-8 character
+        {"caf\xC3\xA9", "caf_", 0, 1},
         {"caf\xC3\xA9", "caf__", 1, 0},
-        {"\xE2\x82\xAC!", "_!", 0, 1},
         {"\xF0\x9D\x84\x9E", "_", 0, 1},
-        // Backtracking moves by whole characters: "_" after "%" never starts mid-character.
-        {"\xC3\xA9\xC3\xA9", "%_\xC3\xA9", 1, 1},
         {"\xC3\xA9\xC3\xA9", "%__\xC3\xA9", 1, 0},
         {"\xC3\xA9", "\\\xC3\xA9", 1, 1},
-        {"x\x80y", "x_y", 1, 1}, // an invalid byte is one character
-    };
+        {"x\x80y", "x_y", 1, 1}};
     for (const auto &[text, pattern, bytes, utf8] : cases) {
         EXPECT_EQ(Is_Like_L(text, pattern), bytes) << text << " LIKE " << pattern;
         EXPECT_EQ(Is_Like8_L(text, pattern), utf8) << text << " LIKE " << pattern;
@@ -169,7 +157,6 @@ TEST(TextPad, BytesAndUtf8Characters) {
             {"ab", 5, nullptr, 0, "ab   ", "ab   "},
             {"ab", 5, "", 1, "   ab", "   ab"},
             {"ab", 7, "xy", 1, "xyxyxab", "xyxyxab"},
-            {"ab", 6, "xyz", 0, "abxyzx", "abxyzx"},
             {"abcdef", 3, "*", 0, "abc", "abc"},
             {"abcdef", 3, "*", 1, "abc", "abc"},
             {"ab", 0, "*", 0, "", ""},
@@ -203,7 +190,6 @@ TEST(TextTrim, BytesAndUtf8Characters) {
         {"    ", nullptr, QV_TRIM_BOTH, "", ""},
         {"", nullptr, QV_TRIM_BOTH, "", ""},
         {"xxaxbxx", "x", QV_TRIM_BOTH, "axb", "axb"},
-        {"xyabyx", "yx", QV_TRIM_RIGHT, "xyab", "xyab"},
         {"  ab  ", "", QV_TRIM_BOTH, "  ab  ", "  ab  "},
         {"  ab  ", nullptr, 0, "  ab  ", "  ab  "},
         {"\x1Fz", nullptr, QV_TRIM_BOTH, "\x1Fz", "\x1Fz"}, // a control but not white space
@@ -248,7 +234,6 @@ TEST(TextTranslateAndCopyCaps, MapsRemovesAndFollowsTheModel) {
         {"HELLO world", "Abc", "Hello world"},
         {"  hello", "Abc", "  Hello"},
         {"Hello", "aBC", "hello"},
-        {"Hello", "123", "hello"},
         {"Hello", nullptr, "hello"},
         {"", "ABC", ""},
         {"caf\xC3\xA9", "ABC", "CAF\xC3\xA9"},
@@ -263,15 +248,14 @@ TEST(TextTranslateAndCopyCaps, MapsRemovesAndFollowsTheModel) {
 TEST(TextIsQuoted, SingleQuotedLiterals) {
     const std::tuple<const char *, bool, int32_t> cases[] = {
         {"'abc'", true, 3}, {"''", true, 0},    {"'it''s'", true, 4}, {"''''", true, 1},
-        {"'", false, 1},    {"'abc", false, 4}, {"abc'", false, 4},   {"'a'b'", false, 5},
-        {"'''", false, 3},  {"abc", false, 3},  {"", false, 0},       {"\"a\"", false, 3},
-        {nullptr, false, 0}};
+        {"'", false, 1},    {"'abc", false, 4}, {"'a'b'", false, 5},  {"'''", false, 3},
+        {"abc", false, 3},  {"", false, 0},     {"\"a\"", false, 3},  {nullptr, false, 0}};
     for (const auto &[text, quoted, expected_length] : cases) {
         int32_t length = -1;
         EXPECT_EQ(IsQuoted_L(text, &length), quoted) << text;
         EXPECT_EQ(length, expected_length) << text;
-        EXPECT_EQ(IsQuoted_L(text, nullptr), quoted) << text;
     }
+    EXPECT_EQ(IsQuoted_L("'a'", nullptr), 1);
 }
 
 TEST(TextCrc32, MatchesTheByteWiseDefinitionAndChains) {
