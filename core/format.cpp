@@ -404,10 +404,15 @@ class Formatter {
         return true;
     }
 
+    // A byte 0 ends the result where it lands, after any padding before it.
     bool put_char(const Spec &spec) {
         const char c = static_cast<char>(va_arg(arguments_, int));
-        if (c == '\0' && result_length_ > work_.length()) result_length_ = work_.length();
-        return work_.append_item(&c, 1, spec);
+        char *at = work_.place_item(1, spec);
+        if (at == nullptr) return false;
+        *at = c;
+        const auto ends_at = static_cast<std::size_t>(at - work_.data());
+        if (c == '\0' && result_length_ > ends_at) result_length_ = ends_at;
+        return true;
     }
 
     bool put_text(const char *text, const Spec &spec) {

@@ -116,7 +116,8 @@ TEST(FormatDiffersFromC, Deliberately) {
         {"a null counted string takes the next argument as a text",
          qv_format("%S|%-8S|%d", no_string, "plain", no_string, no_text, 3), "plain|<NULL>  |3"},
         {"* precision 0", qv_format("%.*d|%*.*s|", 0, 0, 3, 0, "abc"), "0|   |"},
-        {"byte 0 from %c ends the result", qv_format("a%cb%d", 0, 5), "a"},
+        {"byte 0 from %c ends the result, after padding before it",
+         qv_format("a%cb%d", 0, 5) + qv_format("b%3cc", 0) + qv_format("c%-3cd", 0), "ab  c"},
         {"huge precision digits on a text stop at its end",
          qv_format("%.99999999999999999999s", "abc"), "abc"},
     };
