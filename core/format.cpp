@@ -42,6 +42,7 @@ constexpr std::size_t scratch_size = 1024;
 
 void **work_owner = nullptr;   // registered in the allocation table; *work_owner is the text
 std::size_t work_capacity = 0; // bytes allocated at *work_owner
+uint64_t work_binds = 0;       // calls that have bound the work text, nested ones included
 char scratch[scratch_size];    // the texts of %p and %f
 
 constexpr char null_text[] = "<NULL>";
@@ -172,6 +173,7 @@ class WorkText {
             *work_owner = block;
             work_capacity = work_initial_capacity;
         }
+        ++work_binds;
         data_ = static_cast<char *>(*work_owner);
         capacity_ = work_capacity;
         length_ = 0;
@@ -422,11 +424,16 @@ class Formatter {
         return work_.append_item(text, size, spec);
     }
 
-    // A null counted string takes the next argument as a plain text instead.
+    // A null counted string takes the next argument as a plain text instead. A conversion
+    // that ran out of memory with no context open has been reported, and the report may
+    // have formatted with this same work text: then what was built is gone and the call is
+    // abandoned.
     bool put_counted_string(const Spec &spec) {
         const auto *string = va_arg(arguments_, const QV_STRING_T *);
         if (string == nullptr) return put_text(va_arg(arguments_, const char *), spec);
+        const uint64_t binds = work_binds;
         const PrintableText printable = format_counted_string(*string);
+        if (work_binds != binds) return false;
         return put_text(printable.text, spec);
     }
 

@@ -205,4 +205,18 @@ TEST(FormatAllocationFailure, NewAndAppendedResult) {
     }
 }
 
+// A counted string whose conversion runs out of memory with no context open: the raise's
+// report formats too, so the call is abandoned and *out left as it was.
+TEST(FormatAllocationFailure, CountedStringConversionWithoutContext) {
+    char *out = strdup("kept");
+    EXPECT_EQ(qv_format("%S", &counted_latin1), "h\xC3\xA9"); // the work text exists
+    testing::internal::CaptureStderr();
+    TestFailAllocation_L(0); // the converted copy
+    EXPECT_EQ(Asprintf_L(&out, "ab%Scd", &counted_latin1), out);
+    EXPECT_TRUE(TestAllocationFailed_L());
+    TestFailAllocation_L(-1);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("no context"));
+    EXPECT_EQ(take(out), "kept");
+}
+
 } // namespace
