@@ -118,21 +118,25 @@ QV_API int32_t TopLevelExceptionFilter_L(const QV_EXCEPTION_POINTERS_T *pointers
  *     QV_TRY("MyFunction", "myfile") { body } QV_HANDLER { handler } QV_END_TRY("myfile");
  *
  * Inside the handler, Exc_Raised_ names what landed. The body must not `return` (leave it
- * with a raise or by falling off its end). */
+ * with a raise or by falling off its end). When the context cannot be allocated ("alloc
+ * failed" reported), the body still runs, unprotected: a raise in it goes to the next
+ * outer context. */
 #define QV_TRY(function_name, source_file)                                                         \
     do {                                                                                           \
         volatile int qv_try_raised_ = 0;                                                           \
-        if (except_start_context((function_name), (source_file), __LINE__) != 0) {                 \
+        const int qv_try_open_ =                                                                   \
+            except_start_context((function_name), (source_file), __LINE__) != 0;                   \
+        if (qv_try_open_) {                                                                        \
             if (setjmp(Exc_Sp->jump_state) != 0) qv_try_raised_ = 1;                               \
-            if (!qv_try_raised_) {
+        }                                                                                          \
+        if (!qv_try_raised_) {
 #define QV_HANDLER                                                                                 \
     }                                                                                              \
-    Exc_Sp->in_handler = 1;                                                                        \
+    if (qv_try_open_) Exc_Sp->in_handler = 1;                                                      \
     if (qv_try_raised_) {
 #define QV_END_TRY(source_file)                                                                    \
     }                                                                                              \
-    except_end_context((source_file), __LINE__);                                                   \
-    }                                                                                              \
+    if (qv_try_open_) except_end_context((source_file), __LINE__);                                 \
     }                                                                                              \
     while (0)
 

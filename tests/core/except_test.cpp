@@ -204,6 +204,18 @@ TEST_F(ExceptTest, ContextThatCannotBeAllocatedPushesNothing) {
     TestFailAllocation_L(-1);
     EXPECT_EQ(Exc_Sp, nullptr);
     EXPECT_EQ(qv::context_depth(), 0);
+    volatile int ran = 0; // the convenience form still runs its body, unprotected
+    TestFailAllocation_L(0);
+    QV_TRY("f", "except_test") {
+        ran = 1;
+    }
+    QV_HANDLER {
+        ran = 2;
+    }
+    QV_END_TRY("except_test");
+    TestFailAllocation_L(-1);
+    EXPECT_EQ(ran, 1);
+    EXPECT_EQ(qv::context_depth(), 0);
 }
 
 TEST_F(ExceptTest, RaiseFromDestructorDuringUnwindLandsInItsOwnContext) {
