@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "core/except_report.hpp"
+#include "core/heap.hpp"
 #include "core/raise.hpp"
 #include "qv/feedback.h"
 #include "qv/message.h"
@@ -29,19 +30,6 @@ static_assert(sizeof exception_message == 256, "the exception message buffer is 
 
 bool reporting = false;
 bool tracing = false;
-
-// Sets a re-entry flag for the life of one report; a raise that leaves the report unwinds
-// through it and clears the flag.
-class Reentry {
-  public:
-    explicit Reentry(bool &flag) : flag_(flag) { flag_ = true; }
-    Reentry(const Reentry &) = delete;
-    Reentry &operator=(const Reentry &) = delete;
-    ~Reentry() { flag_ = false; }
-
-  private:
-    bool &flag_;
-};
 
 PWMessage last_raise_message() {
     PWMessage message(QV_MSG_EXCEPTION_RAISED, MESSAGE_SEVERITY_ERROR);
@@ -57,7 +45,7 @@ void report_fatal(const char *text, const char *file, int32_t line) {
                      static_cast<long>(line));
         return;
     }
-    Reentry guard(reporting);
+    qv::ScopedFlag guard(reporting);
     PWMessage message(QV_MSG_CONTEXT_FAILURE, MESSAGE_SEVERITY_ERROR);
     message << text << file << line;
     const char *made = StringMessage_L(&message);
@@ -70,7 +58,7 @@ void report_fatal(const char *text, const char *file, int32_t line) {
 void trace_raise(const char *symbol, const char *file, int32_t line, int32_t mode, int32_t status,
                  const char *status_symbol) {
     if (tracing) return;
-    Reentry guard(tracing);
+    qv::ScopedFlag guard(tracing);
     long at = line;
     if (mode == EXC_RAISE && symbol == STATUS_RAISED)
         Debug_L("HANDLER", "STATUS '%s' (%08ld %08lX) RAISED ['%s' line %ld]\n", status_symbol,

@@ -1,7 +1,8 @@
 // heap.hpp - owners for the C resources the library hands around: heap texts from malloc
 // (freed with free, as callers of the C interface free them), stdio files, and texts that
 // a routine grows in place through their address (GetLFTerminatedLine_L, VAsprintf_L).
-// Each releases what it holds on every way out, including a raise unwinding through it.
+// Each releases what it holds on every way out, including a raise unwinding through it;
+// ScopedFlag does the same for a process-wide switch held for the life of a scope.
 #pragma once
 
 #include <cstdio>
@@ -27,6 +28,19 @@ struct GrowingText {
     GrowingText(const GrowingText &) = delete;
     GrowingText &operator=(const GrowingText &) = delete;
     ~GrowingText() { std::free(text); }
+};
+
+// Sets a switch for the life of a scope (a re-entry guard); a raise unwinds through it,
+// so the switch is always reset.
+class ScopedFlag {
+  public:
+    explicit ScopedFlag(bool &flag) : flag_(flag) { flag_ = true; }
+    ScopedFlag(const ScopedFlag &) = delete;
+    ScopedFlag &operator=(const ScopedFlag &) = delete;
+    ~ScopedFlag() { flag_ = false; }
+
+  private:
+    bool &flag_;
 };
 
 } // namespace qv

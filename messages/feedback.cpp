@@ -131,18 +131,6 @@ volatile std::sig_atomic_t interrupt_requested = 0;
 // Registered output buffer (tracked by the allocation table): *output_owner is the block.
 void **output_owner = nullptr;
 
-// Sets a switch for the life of a scope; raises unwind through it, so it always resets.
-class ScopedFlag {
-  public:
-    explicit ScopedFlag(bool &flag) : flag_(flag) { flag_ = true; }
-    ScopedFlag(const ScopedFlag &) = delete;
-    ScopedFlag &operator=(const ScopedFlag &) = delete;
-    ~ScopedFlag() { flag_ = false; }
-
-  private:
-    bool &flag_;
-};
-
 class ScopedWriting {
   public:
     ScopedWriting() { ++state.writing; }
@@ -513,7 +501,7 @@ extern "C" {
 QV_API void InitialiseFeedback_L(void) {
     if (state.initialised || state.busy) return;
     {
-        ScopedFlag busy(state.busy);
+        qv::ScopedFlag busy(state.busy);
         read_selections();
         for (const StandardClass &standard : standard_classes)
             if (register_class(standard.name, standard.level, standard.flags) < 0) return;
@@ -527,7 +515,7 @@ QV_API void ResetFeedbackSelections_L(void) {
         return;
     }
     if (state.busy) return;
-    ScopedFlag busy(state.busy);
+    qv::ScopedFlag busy(state.busy);
     read_selections();
     for (int32_t i = 0; i < state.class_count; ++i)
         state.classes[i].active = class_activity(state.classes[i]);
@@ -680,7 +668,7 @@ QV_API char *LogFilePath_L(char kind, const char *name, int32_t number) {
 QV_API void TerminateFeedback_L(void) {
     if (state.busy) return;
     {
-        ScopedFlag busy(state.busy);
+        qv::ScopedFlag busy(state.busy);
         CloseFeedbackFile_L();
         free_classes();
         free_selections();
