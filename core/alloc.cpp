@@ -9,7 +9,9 @@
 // count.
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
+#include "core/heap.hpp"
 #include "core/raise.hpp"
 #include "qv/alloc.h"
 
@@ -64,6 +66,12 @@ char *checked_strndup(const char *text, std::size_t length, const char *module, 
 
 char *checked_strdup(const char *text, const char *module, int line) {
     return checked_strndup(text, std::strlen(text), module, line);
+}
+
+void *container_allocate(std::size_t bytes) {
+    void *block = allocation_should_fail() ? nullptr : std::malloc(bytes == 0 ? 1 : bytes);
+    if (block == nullptr) throw std::bad_alloc();
+    return block;
 }
 
 namespace {

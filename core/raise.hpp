@@ -15,6 +15,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <new>
+#include <stdexcept>
 #include <type_traits>
 #include <utility>
 
@@ -37,6 +39,13 @@
 #define QV_STRDUP(text) ::qv::checked_strdup((text), QV_MODULE, __LINE__)
 #define QV_STRNDUP(text, length) ::qv::checked_strndup((text), (length), QV_MODULE, __LINE__)
 
+// The body of an exported entry point that may allocate through standard containers:
+//     return QV_C_ENTRY([&] { ... return result; });
+// std::bad_alloc or std::length_error leaving the body becomes an ALLOC_FAILURE raise from
+// this module and line; when no context is open the raise returns and the entry returns a
+// value-initialised result (null, 0).
+#define QV_C_ENTRY(body) ::qv::c_entry(QV_MODULE, __LINE__, body)
+
 namespace qv {
 
 // malloc / zero-filled malloc / realloc / string copies that raise on failure.
@@ -48,6 +57,20 @@ char *checked_strndup(const char *text, std::size_t length, const char *module, 
 
 // True when the test hook says this allocation must fail (counts the allocation).
 bool allocation_should_fail();
+
+// Runs an entry point's body; see QV_C_ENTRY. The raise happens after the catch has ended,
+// so the forced unwind never passes through an active handler.
+template <class Body>
+auto c_entry(const char *module, int line, Body &&body) -> std::invoke_result_t<Body &> {
+    using Result = std::invoke_result_t<Body &>;
+    try {
+        return body();
+    } catch (const std::bad_alloc &) {
+    } catch (const std::length_error &) {
+    }
+    except_raise(ALLOC_FAILURE, module, line, 0, 0, nullptr);
+    if constexpr (!std::is_void_v<Result>) return Result{};
+}
 
 // Number of contexts on the stack.
 int32_t context_depth();

@@ -4,6 +4,8 @@
 #include <cstring>
 
 #include "messages/capture.hpp"
+#include "core/heap.hpp"
+#include "core/raise.hpp"
 #include "qv/alloc.h"
 
 namespace {
@@ -86,6 +88,32 @@ TEST_F(AllocTable, FormatterRegistersItsWorkText) {
 
     Free_Alloc_Ptrs_L();
     EXPECT_EQ(qvtest::take(Asprintf_L(&out, "x")), "x");
+}
+
+} // namespace
+
+namespace {
+
+// Containers allocate through qv::Allocator, which the failure hook sees; an entry point's
+// body run under QV_C_ENTRY turns the exhaustion into ALLOC_FAILURE, or into an empty
+// result when no context is open.
+int32_t container_entry() {
+    return QV_C_ENTRY([] {
+        qv::Vector<int> numbers(100, 7);
+        qv::String text(200, 'x');
+        return static_cast<int32_t>(numbers.size() + text.size());
+    });
+}
+
+TEST(ContainerAllocation, FailuresBecomeAllocFailureRaises) {
+    EXPECT_EQ(container_entry(), 300);
+    const auto raised = qvtest::fail_each_allocation([] { container_entry(); });
+    EXPECT_EQ(raised, std::vector<const char *>(2, ALLOC_FAILURE));
+    TestFailAllocation_L(0);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(container_entry(), 0);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("no context"), std::string::npos);
+    TestFailAllocation_L(-1);
 }
 
 } // namespace
