@@ -11,6 +11,7 @@
 #include "feedback.h"
 #include "message.h"
 #include "msgclass.h"
+#include "datatype.h"
 #include "date.h"
 #include "qvstring.h"
 #include "encoding.h"
