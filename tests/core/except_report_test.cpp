@@ -4,7 +4,7 @@
 #include <cstring>
 #include <functional>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 
 namespace {
 

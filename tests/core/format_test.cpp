@@ -10,7 +10,7 @@
 #include <cstring>
 #include <tuple>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "qv/alloc.h"
 #include "qv/encoding.h"
 #include "qv/qvstring.h"

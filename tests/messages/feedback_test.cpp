@@ -4,7 +4,7 @@
 
 #include <regex>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // missing files, the search for the message directory, and allocation failures.
 #include <unicode/locid.h>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "qv/date.h"
 #include "qv/platform.h"
 

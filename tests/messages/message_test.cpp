@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Preferences from the environment and from qv.ini, where qv.ini is found, and the
 // installation root.
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "platform/paths.hpp"
 #include "qv/platform.h"
 
