@@ -16,8 +16,11 @@
 // overflowing. Integer digits are written here; %p and %f go through snprintf.
 //
 // When an allocation fails and no status context is open, the raise returns here and the
-// call is abandoned: *out is left exactly as it was and returned. Nothing that the raise's
-// own reporting might do with the formatter is relied on afterwards.
+// call is abandoned: *out is left exactly as it was and returned. Nothing built before the
+// raise is used afterwards.
+//
+// %S prints a counted string (strings/) through the conversion that floor installs
+// (core/format.hpp); core itself includes nothing above it.
 #define QV_MODULE "alloc"
 #include <climits>
 #include <cstdarg>
@@ -25,12 +28,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
+#include "core/format.hpp"
 #include "core/raise.hpp"
 #include "qv/alloc.h"
-#include "qv/encoding.h"
-#include "qv/qvstring.h"
 
 namespace qv {
 namespace {
@@ -42,7 +43,6 @@ constexpr std::size_t scratch_size = 1024;
 
 void **work_owner = nullptr;   // registered in the allocation table; *work_owner is the text
 std::size_t work_capacity = 0; // bytes allocated at *work_owner
-uint64_t work_binds = 0;       // calls that have bound the work text, nested ones included
 char scratch[scratch_size];    // the texts of %p and %f
 
 constexpr char null_text[] = "<NULL>";
@@ -71,34 +71,12 @@ struct Spec {
     bool sixty_four = false; // "I64d"
 };
 
-// A counted string's text as it is printed, with the temporary copy that holds it when one
-// had to be made.
-struct PrintableText {
-    const char *text = nullptr;
-    std::unique_ptr<char, decltype(&std::free)> temporary{nullptr, &std::free};
-};
-
-// The text of a counted string for printing, in UTF-8: texts the encoding service can use
-// as UTF-8 directly are printed as they are, others are converted into `temporary`. Must
-// not call the formatter (it shares the work text). A null text prints "<NULL>"; a text
-// that cannot be converted (the conversion raised with no context open) prints nothing.
-PrintableText format_counted_string(const QV_STRING_T &string) {
-    PrintableText printable;
-    if (string.text == nullptr || string.encoding == nullptr || string.encoding->utf8_direct) {
-        printable.text = string.text;
-        return printable;
-    }
-    char *converted = nullptr;
-    if (ConvertEncoding_L(string.encoding, string.text, -1, UTF8Encoding_L(), &converted,
-                          nullptr) != 0 ||
-        converted == nullptr) {
-        printable.text = "";
-        return printable;
-    }
-    printable.temporary.reset(converted);
-    printable.text = converted;
-    return printable;
+bool print_nothing(const QV_STRING_T &, PrintableText &printable) {
+    printable.text = "";
+    return true;
 }
+
+CountedTextHook counted_text = print_nothing;
 
 // Writes the digits of `value` so that they end just before `end`; returns where they
 // begin. `end` must have 22 bytes of room before it.
@@ -173,7 +151,6 @@ class WorkText {
             *work_owner = block;
             work_capacity = work_initial_capacity;
         }
-        ++work_binds;
         data_ = static_cast<char *>(*work_owner);
         capacity_ = work_capacity;
         length_ = 0;
@@ -425,15 +402,12 @@ class Formatter {
     }
 
     // A null counted string takes the next argument as a plain text instead. A conversion
-    // that ran out of memory with no context open has been reported, and the report may
-    // have formatted with this same work text: then what was built is gone and the call is
-    // abandoned.
+    // that ran out of memory with no context open abandons the call.
     bool put_counted_string(const Spec &spec) {
         const auto *string = va_arg(arguments_, const QV_STRING_T *);
         if (string == nullptr) return put_text(va_arg(arguments_, const char *), spec);
-        const uint64_t binds = work_binds;
-        const PrintableText printable = format_counted_string(*string);
-        if (work_binds != binds) return false;
+        PrintableText printable;
+        if (!counted_text(*string, printable)) return false;
         return put_text(printable.text, spec);
     }
 
@@ -487,6 +461,11 @@ bool append_result(char **out, const char *text, std::size_t size) {
 }
 
 } // namespace
+
+void install_counted_text_hook(CountedTextHook hook) {
+    counted_text = hook != nullptr ? hook : print_nothing;
+}
+
 } // namespace qv
 
 extern "C" {

@@ -4,8 +4,7 @@
 // Owners: heap blocks from malloc (freed with free, as callers of the C interface free
 // them), stdio files, and texts that a routine grows in place through their address
 // (GetLFTerminatedLine_L, VAsprintf_L). Each releases what it holds on every way out,
-// including a raise unwinding through it; ScopedFlag does the same for a process-wide switch
-// held for the life of a scope.
+// including a raise unwinding through it.
 //
 // Containers: standard containers and strings inside the library allocate through
 // qv::Allocator (aliases qv::String, qv::Vector ...), which the allocation-failure test hook
@@ -75,19 +74,6 @@ struct GrowingText {
     GrowingText(const GrowingText &) = delete;
     GrowingText &operator=(const GrowingText &) = delete;
     ~GrowingText() { std::free(text); }
-};
-
-// Sets a switch for the life of a scope (a re-entry guard); a raise unwinds through it,
-// so the switch is always reset.
-class ScopedFlag {
-  public:
-    explicit ScopedFlag(bool &flag) : flag_(flag) { flag_ = true; }
-    ScopedFlag(const ScopedFlag &) = delete;
-    ScopedFlag &operator=(const ScopedFlag &) = delete;
-    ~ScopedFlag() { flag_ = false; }
-
-  private:
-    bool &flag_;
 };
 
 } // namespace qv
