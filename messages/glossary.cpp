@@ -5,8 +5,8 @@
 // by number (a stable sort, so of two equal numbers the earlier line wins) and searched
 // by binary search. "day" and "month" are positional: the first 7 / 12 lines of the file,
 // right-trimmed, in file order. A missing day or month file is not an error (the names of
-// the process locale stand in), nor are missing lines at its end (the same names fill
-// them); lines beyond the expected count are ignored.
+// the process locale stand in, installed by the date module), nor are missing lines at its
+// end (the same names fill them); lines beyond the expected count are ignored.
 //
 // Loading builds the table aside and installs it only when complete; a raise on the way
 // (a missing numbered file raises GENERAL_ERROR after logging its message, memory running
@@ -31,7 +31,6 @@
 #include "core/raise.hpp"
 #include "messages/message.hpp"
 #include "qv/alloc.h"
-#include "qv/date.h"
 #include "qv/message.h"
 #include "qv/msgclass.h"
 #include "qv/platform.h"
@@ -65,6 +64,13 @@ Glossary glossaries[] = {
 static_assert(std::size(glossaries) == month_glossary + 1);
 
 std::optional<std::string> directory;
+
+const char *no_name(int32_t) {
+    return nullptr;
+}
+
+qv::NameAt day_name = no_name;
+qv::NameAt month_name = no_name;
 
 constexpr std::string_view white_space = " \t\r\n\v\f";
 
@@ -165,10 +171,11 @@ bool load_numbered(Glossary &glossary) {
     return true;
 }
 
-// Fills the positions the file did not give with the process locale's names.
+// Fills the positions the file did not give with the installed names.
 bool fill_from_locale(const Glossary &glossary, std::vector<Entry> &entries) {
+    const qv::NameAt name_at = glossary.positions == 12 ? month_name : day_name;
     for (int32_t i = static_cast<int32_t>(entries.size()); i < glossary.positions; ++i) {
-        const char *name = glossary.positions == 12 ? GetMonth_L(i) : GetDay_L(i);
+        const char *name = name_at(i);
         if (!add_entry(entries, i, name != nullptr ? name : "")) return false;
     }
     return true;
@@ -226,6 +233,11 @@ std::string qv::message_directory() {
 
 void qv::forget_message_directory() {
     directory.reset();
+}
+
+void qv::install_date_names(NameAt day, NameAt month) {
+    day_name = day != nullptr ? day : no_name;
+    month_name = month != nullptr ? month : no_name;
 }
 
 extern "C" {
