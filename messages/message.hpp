@@ -4,7 +4,8 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+
+#include "core/heap.hpp"
 
 namespace qv {
 
@@ -18,7 +19,7 @@ void install_date_names(NameAt day, NameAt month);
 void reset_warning_deferral();
 // The message directory (found on first use), and forgetting it so that the next glossary
 // load searches again.
-std::string message_directory();
+String message_directory();
 void forget_message_directory();
 
 } // namespace qv

@@ -8,10 +8,10 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
-#include <map>
 #include <new>
 #include <utility>
 
+#include "core/heap.hpp"
 #include "core/raise.hpp"
 #include "messages/catalogue.hpp"
 #include "qv/msgclass.h"
@@ -86,8 +86,8 @@ std::string PWMessage::Text() const {
 // ---- PWMsgSet ----
 
 struct PWMsgSet::Registry {
-    using Set = std::vector<std::unique_ptr<PWMessageBase>>;
-    std::map<uint32_t, Set> sets;
+    using Set = qv::Vector<std::unique_ptr<PWMessageBase>>;
+    qv::Map<uint32_t, Set> sets;
     uint32_t next_handle = 1;
 
     const Set *find(uint32_t handle) const {

@@ -126,7 +126,7 @@ TEST_F(GlossaryTest, DirectorySearchOrder) {
         message_path.emplace("QV_MESSAGE_PATH", preference.empty() ? nullptr : preference.c_str());
         ScopedEnvironment install("QV_INSTALL_ROOT", install_root.c_str());
         reload();
-        EXPECT_EQ(qv::message_directory(), expected.string()) << what;
+        EXPECT_EQ(std::string_view(qv::message_directory()), expected.string()) << what;
     }
     // Texts are kept until unloaded; the directory is found once, so a changed preference
     // is not seen until it is forgotten.

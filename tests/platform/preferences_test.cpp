@@ -69,6 +69,20 @@ TEST_F(PreferencesTest, BadNamesAndMissingFilesGiveNull) {
     EXPECT_EQ(GetPreference_L("PLAIN"), nullptr);
 }
 
+// Each allocation of a file read (paths, the line, the copy) fails in turn: ALLOC_FAILURE is
+// raised and nothing leaks; the last run reads the value.
+TEST_F(PreferencesTest, AllocationFailuresRaiseAllocFailure) {
+    char *value = nullptr;
+    auto raised = fail_each_allocation([&] { value = GetPreference_L("LAST"); },
+                                       [&] {
+                                           std::free(value);
+                                           value = nullptr;
+                                       });
+    EXPECT_GT(raised.size(), 3u);
+    EXPECT_THAT(raised, ::testing::Each(ALLOC_FAILURE));
+    EXPECT_EQ(take(value), "no line feed");
+}
+
 TEST_F(PreferencesTest, TheInstallRootAndTheIniFileBesideIt) {
     // The tests link the library statically into a program outside any lib folder.
     EXPECT_EQ(take(GetInstallRoot_L()), QV_INSTALL_DATADIR);
