@@ -12,7 +12,9 @@
 // (a missing numbered file raises GENERAL_ERROR after logging its message, memory running
 // out raises ALLOC_FAILURE) unwinds the loader, whose file, path and partial table are
 // released by their owners. With no status context open the raise returns and the
-// glossary simply stays unloaded (its lookups give null, and the next one tries again).
+// glossary stays unloaded: after running out of memory its next lookup tries again; a
+// missing file is reported once and remembered, its lookups giving null without a word
+// until UnloadGlossaries_L.
 //
 // Part of the message module.
 #define QV_MODULE "message"
@@ -29,6 +31,7 @@
 #include "messages/message.hpp"
 #include "platform/files.hpp"
 #include "qv/alloc.h"
+#include "qv/feedback.h"
 #include "qv/message.h"
 #include "qv/msgclass.h"
 #include "qv/platform.h"
@@ -48,15 +51,16 @@ struct Glossary {
     int32_t positions; // expected count of a positional glossary; 0 for a numbered one
     qv::Vector<Entry> entries;
     bool loaded = false;
+    bool missing = false; // its file could not be opened: not tried again until unloaded
 };
 
 enum GlossaryId { general_glossary, function_glossary, day_glossary, month_glossary };
 
 Glossary glossaries[] = {
-    {"glossary", 0, {}, false},
-    {"function", 0, {}, false},
-    {"day", 7, {}, false},
-    {"month", 12, {}, false},
+    {"glossary", 0, {}, false, false},
+    {"function", 0, {}, false, false},
+    {"day", 7, {}, false, false},
+    {"month", 12, {}, false, false},
 };
 static_assert(std::size(glossaries) == month_glossary + 1);
 
@@ -133,6 +137,18 @@ void warn_skipped_line(const char *path, int32_t line_number, std::string_view l
     LogMessage_L(&message);
 }
 
+// Logs QV_MSG_GLOSSARY_OPEN_FAILED. With no message context to collect it, the text goes to
+// the error class instead, so that the one message naming the file is seen.
+void report_missing_file(const char *path) {
+    PWMessage message(QV_MSG_GLOSSARY_OPEN_FAILED, MESSAGE_SEVERITY_ERROR);
+    message << path;
+    uint32_t *context = nullptr;
+    if (*GetMessageContext_L(&context) != nullptr)
+        LogMessage_L(&message);
+    else
+        Simple_Feedback_L(X_Error_FL, message.Text().c_str());
+}
+
 // Reads the lines of a numbered file into `entries`; false when memory ran out.
 bool read_numbered(FILE *file, const char *path, qv::Vector<Entry> &entries) {
     HeapText line;
@@ -157,9 +173,8 @@ bool load_numbered(Glossary &glossary) {
     if (!path) return false;
     File file(fopen8_L(path.get(), "r"));
     if (!file) {
-        PWMessage message(QV_MSG_GLOSSARY_OPEN_FAILED, MESSAGE_SEVERITY_ERROR);
-        message << path.get();
-        LogMessage_L(&message);
+        glossary.missing = true;
+        report_missing_file(path.get());
         QV_RAISE(GENERAL_ERROR);
         return false;
     }
@@ -205,7 +220,7 @@ bool load_positional(Glossary &glossary) {
 
 Glossary &loaded(GlossaryId id) {
     Glossary &glossary = glossaries[id];
-    if (!glossary.loaded)
+    if (!glossary.loaded && !glossary.missing)
         glossary.loaded =
             glossary.positions == 0 ? load_numbered(glossary) : load_positional(glossary);
     return glossary;
@@ -259,6 +274,7 @@ QV_API void UnloadGlossaries_L(void) {
     for (Glossary &glossary : glossaries) {
         glossary.entries.clear();
         glossary.loaded = false;
+        glossary.missing = false;
     }
 }
 

@@ -9,10 +9,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <string_view>
 
 #include "core/heap.hpp"
 #include "core/raise.hpp"
+#include "messages/feedback.hpp"
 #include "messages/message.hpp"
 #include "qv/alloc.h"
 #include "qv/feedback.h"
@@ -28,6 +29,7 @@ char *string_message = nullptr; // the text StringMessage_L last returned
 
 // Feedback class numbers ReportMessages_L writes to, by severity. Fixed numbers, not looked
 // up by name: with the standard registration they are "Progress", "Info_S" and "Info".
+// With no log file open a reported message reaches standard output whatever its class.
 constexpr int32_t report_class_debug_information = 4;
 constexpr int32_t report_class_warning = 3;
 constexpr int32_t report_class_error = 2;
@@ -66,8 +68,11 @@ void report_set(uint32_t handle, int32_t minimum_severity) {
         const PWMessageBase *message = sets.Message(handle, i);
         int32_t severity = message->LibrarySeverity();
         if (severity < minimum_severity) continue;
-        const char *label = severity == MESSAGE_SEVERITY_WARNING ? "WARNING - " : "";
-        Feedback_L(report_class(severity), "%s%s%s\n\n", prefix, label, message->Text().c_str());
+        qv::String line(prefix);
+        line += severity == MESSAGE_SEVERITY_WARNING ? "WARNING - " : "";
+        line += std::string_view(message->Text());
+        line += "\n\n";
+        qv::write_reported_message(report_class(severity), line);
         prefix = "";
     }
 }
