@@ -3,6 +3,7 @@
  * first check that fails. */
 #include <qv/qvcommon.h>
 
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -82,6 +83,10 @@ static void formatting(void) {
     CHECK(text != NULL && strcmp(text, "ab   |  -42|000ff") == 0);
     Asprintf_L(&text, " %s", (const char *)NULL);
     CHECK(text != NULL && strcmp(text, "ab   |  -42|000ff <NULL>") == 0);
+    free(text);
+    text = NULL; /* C's size prefixes, as a C host passes its types */
+    Asprintf_L(&text, "%zu|%lld|%hhd|%jx", sizeof(int32_t), -5LL, 300, (uintmax_t)255);
+    CHECK(text != NULL && strcmp(text, "4|-5|44|ff") == 0);
     free(text);
 }
 
