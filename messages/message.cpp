@@ -172,6 +172,7 @@ QV_API void ReportMessages_L(uint32_t *handle_variable, int32_t minimum_severity
     PWMsgSet::Instance().Clear(*handle_variable);
     *handle_variable = 0;
 }
+
 QV_API void TransferMessages_L(uint32_t *handle_variable) {
     if (handle_variable == nullptr || *handle_variable == 0) return;
     PWMsgSet &sets = PWMsgSet::Instance();

@@ -1,6 +1,6 @@
 /* A host written in C: opens status contexts with setjmp exactly as the protocol says,
- * raises from nested calls, re-raises outward, and formats text. Exits non-zero on the
- * first check that fails. */
+ * raises from nested calls, re-raises outward, formats text and reads a glossary. Exits non-zero on
+ * the first check that fails. */
 #include <qv/qvcommon.h>
 
 #include <stdint.h>
@@ -90,10 +90,18 @@ static void formatting(void) {
     free(text);
 }
 
+/* The library of the build tree finds the build tree's message files by itself. */
+static void message_files(void) {
+    const char *kind = Gloss_L(100);
+    CHECK(kind != NULL && strcmp(kind, "Build") == 0);
+    UnloadGlossaries_L();
+}
+
 int main(void) {
     protocol();
     convenience_macros();
     formatting();
+    message_files();
     printf("%d passed, %d failed\n", checks - failures, failures);
     return failures == 0 ? 0 : 1;
 }
