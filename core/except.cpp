@@ -4,11 +4,18 @@
 // finds a context to land in first unwinds the frames between itself and the opener with
 // a forced unwind, so the destructors of C++ objects in those frames run, and then
 // longjmps into the opener. The unwinder's stop function recognises the opener by the
-// call frame address that except_start_context recorded: every frame the body runs in
-// lies at or below that address, the opener's own frame above it. Where no unwind
+// call frame address that except_start_context recorded (the opener's stack pointer at
+// that call): every frame the body runs in lies below it. Where no unwind
 // information exists (or the unwinder gives up) the raise falls back to a plain longjmp.
 //
-// The reports a raise writes (fatal texts, the "HANDLER" trace) live in except_report.cpp.
+// To C++ the forced unwind is a foreign exception: a host's catch (...) on the way enters
+// its handler, and if that handler ends without rethrowing, the C++ runtime ends the unwind
+// by calling the exception object's cleanup. The cleanup completes the raise: it lands in
+// the opener from there, skipping the frames between the catch and the opener as the plain
+// longjmp does, so a raise is never lost.
+//
+// The reports a raise writes (fatal texts, the "HANDLER" trace) go through the observer of
+// except_report.hpp.
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -66,37 +73,48 @@ struct ForcedUnwind {
 
 constexpr _Unwind_Exception_Class unwind_class = 0x5156434d52414953ULL; // "QVCMRAIS"
 
-void delete_unwind(_Unwind_Reason_Code, _Unwind_Exception *exception) {
-    delete reinterpret_cast<ForcedUnwind *>(exception);
-}
-
 [[noreturn]] void land(exc_context *target) {
     longjmp(target->jump_state, 1);
 }
 
-// Called by the unwinder before each frame is unwound. The opener's frame begins above
-// the marker; stop there (or at the end of unwind information) and jump.
-_Unwind_Reason_Code stop_at_opener(int, _Unwind_Action actions, _Unwind_Exception_Class,
-                                   _Unwind_Exception *exception, _Unwind_Context *context,
-                                   void *parameter) {
-    auto *unwind = static_cast<ForcedUnwind *>(parameter);
+// Lands the raise an unwind carries: restores what the raise recorded, frees the exception
+// object and jumps to the opener.
+[[noreturn]] void finish(ForcedUnwind *unwind) {
     exc_context *target = unwind->target;
-    bool at_opener = (actions & _UA_END_OF_STACK) != 0 ||
-                     _Unwind_GetCFA(context) > reinterpret_cast<uintptr_t>(target->frame_marker);
-    if (!at_opener) return _URC_NO_REASON;
     Exc_Raised_ = unwind->symbol;
     last_raise = unwind->details;
     Exc_Status = unwind->status;
     Exc_Status_Symbol = unwind->status_symbol;
-    _Unwind_DeleteException(exception);
+    delete unwind;
     land(target);
+}
+
+// Called by the C++ runtime when a catch (...) ended the unwind without rethrowing.
+void swallowed(_Unwind_Reason_Code, _Unwind_Exception *exception) {
+    finish(reinterpret_cast<ForcedUnwind *>(exception));
+}
+
+// Called by the unwinder before each frame is unwound, with a context whose CFA is that of
+// the frame's callee: the frame's stack pointer at the call it is in. The marker is the
+// opener's stack pointer at its call of except_start_context; every frame below the opener
+// called from lower down, so the first frame whose call lies at or above the marker is the
+// opener's. Stop before it (or at the end of unwind information) and jump: the opener's
+// own objects are not destroyed.
+_Unwind_Reason_Code stop_at_opener(int, _Unwind_Action actions, _Unwind_Exception_Class,
+                                   _Unwind_Exception *, _Unwind_Context *context, void *parameter) {
+    auto *unwind = static_cast<ForcedUnwind *>(parameter);
+    exc_context *target = unwind->target;
+    bool at_opener = (actions & _UA_END_OF_STACK) != 0 ||
+                     _Unwind_GetCFA(context) >= reinterpret_cast<uintptr_t>(target->frame_marker);
+    if (!at_opener) return _URC_NO_REASON;
+    finish(unwind);
 }
 
 [[noreturn]] void jump_to(exc_context *target) {
     auto *unwind = new (std::nothrow) ForcedUnwind{};
     if (unwind == nullptr || target->frame_marker == nullptr) land(target);
     unwind->header.exception_class = unwind_class;
-    unwind->header.exception_cleanup = delete_unwind;
+    unwind->header.exception_cleanup = swallowed;
     unwind->target = target;
     unwind->symbol = Exc_Raised_;
     unwind->details = last_raise;
@@ -195,6 +213,29 @@ QV_API int32_t Exc_GetLine_L(void) {
 } // extern "C"
 
 namespace qv {
+namespace {
+
+// Closes the context opened just before it on every way out of its scope, also when a C++
+// exception leaves the body or the handler. A raise from the handler has popped the context
+// already: then the top is another context (or the depth is lower) and nothing is done.
+class OpenContext {
+  public:
+    OpenContext(const char *file, int line)
+        : context_(Exc_Sp), depth_(depth), file_(file), line_(line) {}
+    OpenContext(const OpenContext &) = delete;
+    OpenContext &operator=(const OpenContext &) = delete;
+    ~OpenContext() {
+        if (Exc_Sp == context_ && depth == depth_) except_end_context(file_, line_);
+    }
+
+  private:
+    exc_context *context_;
+    int32_t depth_;
+    const char *file_;
+    int line_;
+};
+
+} // namespace
 
 // Runs the body in this frame's callee so the opener (this function) is never unwound;
 // `raised` is volatile because the landing longjmp restores registers.
@@ -204,6 +245,7 @@ bool guarded(const char *function, const char *file, int line, FunctionRef<void(
         body();
         return true;
     }
+    OpenContext open(file, line);
     volatile bool raised = false;
     if (setjmp(Exc_Sp->jump_state) == 0)
         body();
@@ -211,7 +253,6 @@ bool guarded(const char *function, const char *file, int line, FunctionRef<void(
         raised = true;
     Exc_Sp->in_handler = 1;
     if (raised) handler(Exc_Raised_);
-    except_end_context(file, line);
     return !raised;
 }
 

@@ -1,75 +1,78 @@
-// except_report.cpp - texts of the status-context machinery: fatal reports, the raise
-// trace, the message of the last raise, and descriptions of operating-system exceptions.
+// except_report.cpp - what the status-context machinery says at the ground floor: the
+// observer that higher floors install, the speaking depth that keeps reports from recurring
+// (see except_report.hpp), the plain form of a fatal report, and the texts that describe
+// operating-system exceptions.
 //
-// This is the one place where the machinery speaks. Fatal reports are messages written to
-// the error feedback class; the raise trace is debug output under the category "HANDLER".
-// Both can themselves fail (memory running out raises again, and with no context that
-// raise reports again): a report or trace started while another is under way does not go
-// through messages and feedback but straight to standard error (reports) or nowhere
-// (traces), so a failing report can never recurse without end.
+// The plain report is built in a static buffer reserved at load, so reporting the failure
+// of an allocation needs no memory; it is written with one fwrite to standard error.
 //
 // Part of the except module.
 #define QV_MODULE "except"
-#include <cinttypes>
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <iterator>
 
 #include "core/except_report.hpp"
-#include "core/heap.hpp"
 #include "core/raise.hpp"
-#include "qv/feedback.h"
-#include "qv/message.h"
-#include "qv/msgclass.h"
 
 namespace qv {
 namespace {
 
-char exception_message[256];
-static_assert(sizeof exception_message == 256, "the exception message buffer is 256 bytes");
+int32_t depth = 0;
 
-bool reporting = false;
-bool tracing = false;
+void no_trace(const char *, const char *, int32_t, int32_t, int32_t, const char *) {}
 
-PWMessage last_raise_message() {
-    PWMessage message(QV_MSG_EXCEPTION_RAISED, MESSAGE_SEVERITY_ERROR);
-    message << last_raise.symbol << last_raise.file << last_raise.line;
-    return message;
+constexpr ReportObserver default_observer{write_plain_fatal, no_trace};
+ReportObserver observer = default_observer;
+
+char plain_report[1024];
+
+const char *shown(const char *text) {
+    return text != nullptr ? text : "<NULL>";
 }
 
 } // namespace
 
-void report_fatal(const char *text, const char *file, int32_t line) {
-    if (reporting) {
-        std::fprintf(stderr, "%s ['%s' line %ld]\n", text ? text : "<NULL>", file ? file : "<NULL>",
-                     static_cast<long>(line));
-        return;
+SpeakingScope::SpeakingScope() noexcept : outermost_(depth++ == 0) {}
+
+SpeakingScope::~SpeakingScope() {
+    --depth;
+}
+
+int32_t speaking_depth() {
+    return depth;
+}
+
+void install_report_observer(const ReportObserver &installed) {
+    observer.fatal = installed.fatal ? installed.fatal : default_observer.fatal;
+    observer.trace = installed.trace ? installed.trace : default_observer.trace;
+}
+
+void write_plain_fatal(const char *text, const char *file, int32_t line) {
+    int length = std::snprintf(plain_report, sizeof plain_report,
+                               "Status context failure: %s (%s, line %ld).\n", shown(text),
+                               shown(file), static_cast<long>(line));
+    if (length < 0) return;
+    if (static_cast<std::size_t>(length) >= sizeof plain_report) {
+        length = sizeof plain_report - 1;
+        plain_report[length - 1] = '\n'; // cut short, still one line
     }
-    qv::ScopedFlag guard(reporting);
-    PWMessage message(QV_MSG_CONTEXT_FAILURE, MESSAGE_SEVERITY_ERROR);
-    message << text << file << line;
-    const char *made = StringMessage_L(&message);
-    if (*made != '\0')
-        ErrFeedback_L("%s", made);
-    else // the message text could not be allocated: say it plainly
-        ErrFeedback_L("%s ['%s' line %ld]", text, file, static_cast<long>(line));
+    std::fwrite(plain_report, 1, static_cast<std::size_t>(length), stderr);
+    std::fflush(stderr);
+}
+
+void report_fatal(const char *text, const char *file, int32_t line) {
+    SpeakingScope scope;
+    if (scope.outermost())
+        observer.fatal(text, file, line);
+    else
+        write_plain_fatal(text, file, line);
 }
 
 void trace_raise(const char *symbol, const char *file, int32_t line, int32_t mode, int32_t status,
                  const char *status_symbol) {
-    if (tracing) return;
-    qv::ScopedFlag guard(tracing);
-    long at = line;
-    if (mode == EXC_RAISE && symbol == STATUS_RAISED)
-        Debug_L("HANDLER", "STATUS '%s' (%08ld %08lX) RAISED ['%s' line %ld]\n", status_symbol,
-                static_cast<long>(status), static_cast<long>(static_cast<uint32_t>(status)), file,
-                at);
-    else if (mode == EXC_RAISE)
-        Debug_L("HANDLER", "RAISE ('%s') ['%s' line %ld]\n", symbol, file, at);
-    else if (mode == EXC_RERAISE)
-        Debug_L("HANDLER", "RERAISE('%s') ['%s' line %ld] \n", symbol, file, at);
-    else
-        Debug_L("HANDLER", "Default reraise ('%s') ['%s' line %ld]\n", symbol, file, at);
+    SpeakingScope scope;
+    if (scope.outermost()) observer.trace(symbol, file, line, mode, status, status_symbol);
 }
 
 } // namespace qv
@@ -125,26 +128,6 @@ const char *exception_name(uint32_t code) {
 
 extern "C" {
 
-QV_API const char *Exc_Message_L(void) {
-    PWMessage message = qv::last_raise_message();
-    const char *text = StringMessage_L(&message);
-    std::size_t length = strnlen(text, sizeof qv::exception_message - 1);
-    std::memcpy(qv::exception_message, text, length);
-    qv::exception_message[length] = '\0';
-    return qv::exception_message;
-}
-
-QV_API void LogExcError_L(void) {
-    PWMessage message = qv::last_raise_message();
-    LogMessage_L(&message);
-}
-
-QV_API void LogExcStatusError_L(void) {
-    PWMessage message(QV_MSG_STATUS_RAISED, MESSAGE_SEVERITY_ERROR);
-    message << Exc_Status;
-    LogMessage_L(&message);
-}
-
 QV_API const char *PackageExceptionMessage_L(const QV_EXCEPTION_RECORD_T *record) {
     const char *name = record ? exception_name(record->code) : nullptr;
     if (name == nullptr) {
@@ -162,11 +145,6 @@ QV_API const char *PackageExceptionMessage_L(const QV_EXCEPTION_RECORD_T *record
                       write ? "write" : "read", accessed);
     }
     return exception_text;
-}
-
-QV_API int32_t TopLevelExceptionFilter_L(const QV_EXCEPTION_POINTERS_T *pointers) {
-    ErrFeedback_L("%s", PackageExceptionMessage_L(pointers ? pointers->exception_record : nullptr));
-    return 1;
 }
 
 } // extern "C"

@@ -11,13 +11,16 @@
 // that would pass it raises ALLOC_FAILURE.
 //
 // A conversion is %, flags (- and 0 in any order), a width (digits or *), a precision
-// (. then digits or *), a size (the exact text "I64d", or one l) and a conversion
-// character; see alloc.h for the set. Digit strings are clamped to INT_MAX rather than
+// (. then digits or *), a size (the exact text "I64d"; l, or C's ll, j, z, t, h, hh) and a
+// conversion character; see alloc.h for the set. Digit strings are clamped to INT_MAX rather than
 // overflowing. Integer digits are written here; %p and %f go through snprintf.
 //
 // When an allocation fails and no status context is open, the raise returns here and the
-// call is abandoned: *out is left exactly as it was and returned. Nothing that the raise's
-// own reporting might do with the formatter is relied on afterwards.
+// call is abandoned: *out is left exactly as it was and returned. Nothing built before the
+// raise is used afterwards.
+//
+// %S prints a counted string (strings/) through the conversion that floor installs
+// (core/format.hpp); core itself includes nothing above it.
 #define QV_MODULE "alloc"
 #include <climits>
 #include <cstdarg>
@@ -25,12 +28,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <type_traits>
 
+#include "core/format.hpp"
 #include "core/raise.hpp"
 #include "qv/alloc.h"
-#include "qv/encoding.h"
-#include "qv/qvstring.h"
 
 namespace qv {
 namespace {
@@ -42,7 +44,6 @@ constexpr std::size_t scratch_size = 1024;
 
 void **work_owner = nullptr;   // registered in the allocation table; *work_owner is the text
 std::size_t work_capacity = 0; // bytes allocated at *work_owner
-uint64_t work_binds = 0;       // calls that have bound the work text, nested ones included
 char scratch[scratch_size];    // the texts of %p and %f
 
 constexpr char null_text[] = "<NULL>";
@@ -61,44 +62,25 @@ constexpr auto decimal_pairs = [] {
     return pairs;
 }();
 
-// Flags, width and precision of one conversion.
+// The size prefix of an integer conversion: which argument type it reads, as C's printf
+// does ("I64d" reads a long long). Only l changes %f: it reads a double.
+enum class Size : uint8_t { none, hh, h, l, ll, j, z, t };
+
+// Flags, width, precision and size of one conversion.
 struct Spec {
     int width = 0;      // never negative
     int precision = -1; // -1: none given
     bool left = false;
     bool zero_fill = false;
-    bool long_size = false;  // one l: a platform long, or a double for %f
-    bool sixty_four = false; // "I64d"
+    Size size = Size::none;
 };
 
-// A counted string's text as it is printed, with the temporary copy that holds it when one
-// had to be made.
-struct PrintableText {
-    const char *text = nullptr;
-    std::unique_ptr<char, decltype(&std::free)> temporary{nullptr, &std::free};
-};
-
-// The text of a counted string for printing, in UTF-8: texts the encoding service can use
-// as UTF-8 directly are printed as they are, others are converted into `temporary`. Must
-// not call the formatter (it shares the work text). A null text prints "<NULL>"; a text
-// that cannot be converted (the conversion raised with no context open) prints nothing.
-PrintableText format_counted_string(const QV_STRING_T &string) {
-    PrintableText printable;
-    if (string.text == nullptr || string.encoding == nullptr || string.encoding->utf8_direct) {
-        printable.text = string.text;
-        return printable;
-    }
-    char *converted = nullptr;
-    if (ConvertEncoding_L(string.encoding, string.text, -1, UTF8Encoding_L(), &converted,
-                          nullptr) != 0 ||
-        converted == nullptr) {
-        printable.text = "";
-        return printable;
-    }
-    printable.temporary.reset(converted);
-    printable.text = converted;
-    return printable;
+bool print_nothing(const QV_STRING_T &, PrintableText &printable) {
+    printable.text = "";
+    return true;
 }
+
+CountedTextHook counted_text = print_nothing;
 
 // Writes the digits of `value` so that they end just before `end`; returns where they
 // begin. `end` must have 22 bytes of room before it.
@@ -173,7 +155,6 @@ class WorkText {
             *work_owner = block;
             work_capacity = work_initial_capacity;
         }
-        ++work_binds;
         data_ = static_cast<char *>(*work_owner);
         capacity_ = work_capacity;
         length_ = 0;
@@ -331,25 +312,41 @@ class Formatter {
                 spec.precision = read_count(at);
             }
         }
-        if (std::strncmp(at, "I64d", 4) == 0) {
-            spec.sixty_four = true;
-            at += 3;
-        } else if (*at == 'l') {
-            spec.long_size = true;
-            ++at;
-        }
+        at = read_size(at, spec);
         if (spec.left) spec.zero_fill = false;
         return at;
+    }
+
+    static const char *read_size(const char *at, Spec &spec) {
+        switch (*at) {
+            case 'I':
+                if (std::strncmp(at, "I64d", 4) != 0) return at;
+                spec.size = Size::ll;
+                return at + 3;
+            case 'l': return doubled(at, 'l', Size::l, Size::ll, spec);
+            case 'h': return doubled(at, 'h', Size::h, Size::hh, spec);
+            case 'j': spec.size = Size::j; return at + 1;
+            case 'z': spec.size = Size::z; return at + 1;
+            case 't': spec.size = Size::t; return at + 1;
+            default: return at;
+        }
+    }
+
+    // One letter gives `single`, the same letter twice `twice`.
+    static const char *doubled(const char *at, char letter, Size single, Size twice, Spec &spec) {
+        const bool two = at[1] == letter;
+        spec.size = two ? twice : single;
+        return at + (two ? 2 : 1);
     }
 
     bool dispatch(char conversion, const Spec &spec) {
         switch (conversion) {
             case 'd':
             case 'i': return put_signed(spec);
-            case 'u': return put_unsigned(read_unsigned(spec), spec, 10, nullptr);
-            case 'o': return put_unsigned(read_unsigned(spec), spec, 3, lower_hex_digits);
-            case 'x': return put_unsigned(read_unsigned(spec), spec, 4, lower_hex_digits);
-            case 'X': return put_unsigned(read_unsigned(spec), spec, 4, upper_hex_digits);
+            case 'u': return put_unsigned(read_unsigned(spec.size), spec, 10, nullptr);
+            case 'o': return put_unsigned(read_unsigned(spec.size), spec, 3, lower_hex_digits);
+            case 'x': return put_unsigned(read_unsigned(spec.size), spec, 4, lower_hex_digits);
+            case 'X': return put_unsigned(read_unsigned(spec.size), spec, 4, upper_hex_digits);
             case 'c': return put_char(spec);
             case 's':
             case 'U': return put_text(va_arg(arguments_, const char *), spec);
@@ -360,19 +357,38 @@ class Formatter {
         }
     }
 
-    uint64_t read_unsigned(const Spec &spec) {
-        if (spec.long_size) return va_arg(arguments_, unsigned long);
+    // The argument of d or i, by its size (a promoted short or char is cut back as C does).
+    int64_t read_signed(Size size) {
+        switch (size) {
+            case Size::hh: return static_cast<signed char>(va_arg(arguments_, int));
+            case Size::h: return static_cast<short>(va_arg(arguments_, int));
+            case Size::l: return va_arg(arguments_, long);
+            case Size::ll: return va_arg(arguments_, long long);
+            case Size::j: return va_arg(arguments_, intmax_t);
+            case Size::z: return va_arg(arguments_, std::make_signed_t<std::size_t>);
+            case Size::t: return va_arg(arguments_, std::ptrdiff_t);
+            case Size::none: break;
+        }
+        return va_arg(arguments_, int);
+    }
+
+    // The argument of u, o, x or X, by its size.
+    uint64_t read_unsigned(Size size) {
+        switch (size) {
+            case Size::hh: return static_cast<unsigned char>(va_arg(arguments_, unsigned int));
+            case Size::h: return static_cast<unsigned short>(va_arg(arguments_, unsigned int));
+            case Size::l: return va_arg(arguments_, unsigned long);
+            case Size::ll: return va_arg(arguments_, unsigned long long);
+            case Size::j: return va_arg(arguments_, uintmax_t);
+            case Size::z: return va_arg(arguments_, std::size_t);
+            case Size::t: return va_arg(arguments_, std::make_unsigned_t<std::ptrdiff_t>);
+            case Size::none: break;
+        }
         return va_arg(arguments_, unsigned int);
     }
 
     bool put_signed(const Spec &spec) {
-        int64_t value;
-        if (spec.sixty_four)
-            value = va_arg(arguments_, long long);
-        else if (spec.long_size)
-            value = va_arg(arguments_, long);
-        else
-            value = va_arg(arguments_, int);
+        const int64_t value = read_signed(spec.size);
         const bool negative = value < 0;
         // Negating in unsigned arithmetic keeps the most negative value exact.
         const uint64_t magnitude = negative ? 0 - static_cast<uint64_t>(value) : value;
@@ -425,15 +441,12 @@ class Formatter {
     }
 
     // A null counted string takes the next argument as a plain text instead. A conversion
-    // that ran out of memory with no context open has been reported, and the report may
-    // have formatted with this same work text: then what was built is gone and the call is
-    // abandoned.
+    // that ran out of memory with no context open abandons the call.
     bool put_counted_string(const Spec &spec) {
         const auto *string = va_arg(arguments_, const QV_STRING_T *);
         if (string == nullptr) return put_text(va_arg(arguments_, const char *), spec);
-        const uint64_t binds = work_binds;
-        const PrintableText printable = format_counted_string(*string);
-        if (work_binds != binds) return false;
+        PrintableText printable;
+        if (!counted_text(*string, printable)) return false;
         return put_text(printable.text, spec);
     }
 
@@ -446,8 +459,9 @@ class Formatter {
     // Equivalent to snprintf with "%" + flags - and 0 + width + "." precision + "lf". The
     // width is reserved first, so an impossible width raises before snprintf sees it.
     bool put_float(const Spec &spec) {
-        const double value = spec.long_size ? va_arg(arguments_, double)
-                                            : float_from_bits(va_arg(arguments_, unsigned int));
+        const double value = spec.size == Size::l
+                                 ? va_arg(arguments_, double)
+                                 : float_from_bits(va_arg(arguments_, unsigned int));
         if (!work_.reserve_item(spec.width)) return false;
         const char *format = spec.left ? "%-*.*lf" : spec.zero_fill ? "%0*.*lf" : "%*.*lf";
         const int size =
@@ -487,6 +501,11 @@ bool append_result(char **out, const char *text, std::size_t size) {
 }
 
 } // namespace
+
+void install_counted_text_hook(CountedTextHook hook) {
+    counted_text = hook != nullptr ? hook : print_nothing;
+}
+
 } // namespace qv
 
 extern "C" {

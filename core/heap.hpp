@@ -2,10 +2,9 @@
 // rule for standard containers.
 //
 // Owners: heap blocks from malloc (freed with free, as callers of the C interface free
-// them), stdio files, and texts that a routine grows in place through their address
-// (GetLFTerminatedLine_L, VAsprintf_L). Each releases what it holds on every way out,
-// including a raise unwinding through it; ScopedFlag does the same for a process-wide switch
-// held for the life of a scope.
+// them) and stdio files. Each releases what it holds on every way out, including a raise
+// unwinding through it. A block that a routine grows through its address stays with its
+// owner when the routine hands every new block over at once (see platform/files.hpp).
 //
 // Containers: standard containers and strings inside the library allocate through
 // qv::Allocator (aliases qv::String, qv::Vector ...), which the allocation-failure test hook
@@ -67,27 +66,5 @@ struct FileCloser {
     void operator()(std::FILE *file) const { std::fclose(file); }
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
-
-// A heap text whose address is given to a routine that allocates or grows it.
-struct GrowingText {
-    char *text = nullptr;
-    GrowingText() = default;
-    GrowingText(const GrowingText &) = delete;
-    GrowingText &operator=(const GrowingText &) = delete;
-    ~GrowingText() { std::free(text); }
-};
-
-// Sets a switch for the life of a scope (a re-entry guard); a raise unwinds through it,
-// so the switch is always reset.
-class ScopedFlag {
-  public:
-    explicit ScopedFlag(bool &flag) : flag_(flag) { flag_ = true; }
-    ScopedFlag(const ScopedFlag &) = delete;
-    ScopedFlag &operator=(const ScopedFlag &) = delete;
-    ~ScopedFlag() { flag_ = false; }
-
-  private:
-    bool &flag_;
-};
 
 } // namespace qv

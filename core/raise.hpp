@@ -43,8 +43,10 @@
 //     return QV_C_ENTRY([&] { ... return result; });
 // std::bad_alloc or std::length_error leaving the body becomes an ALLOC_FAILURE raise from
 // this module and line; when no context is open the raise returns and the entry returns a
-// value-initialised result (null, 0).
-#define QV_C_ENTRY(body) ::qv::c_entry(QV_MODULE, __LINE__, body)
+// value-initialised result (null, 0). QV_C_ENTRY_RAISING names another symbol to raise
+// (the message classes raise their own).
+#define QV_C_ENTRY(body) ::qv::c_entry(ALLOC_FAILURE, QV_MODULE, __LINE__, body)
+#define QV_C_ENTRY_RAISING(symbol, body) ::qv::c_entry((symbol), QV_MODULE, __LINE__, body)
 
 namespace qv {
 
@@ -61,14 +63,15 @@ bool allocation_should_fail();
 // Runs an entry point's body; see QV_C_ENTRY. The raise happens after the catch has ended,
 // so the forced unwind never passes through an active handler.
 template <class Body>
-auto c_entry(const char *module, int line, Body &&body) -> std::invoke_result_t<Body &> {
+auto c_entry(const char *symbol, const char *module, int line, Body &&body)
+    -> std::invoke_result_t<Body &> {
     using Result = std::invoke_result_t<Body &>;
     try {
         return body();
     } catch (const std::bad_alloc &) {
     } catch (const std::length_error &) {
     }
-    except_raise(ALLOC_FAILURE, module, line, 0, 0, nullptr);
+    except_raise(symbol, module, line, 0, 0, nullptr);
     if constexpr (!std::is_void_v<Result>) return Result{};
 }
 

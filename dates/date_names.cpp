@@ -1,6 +1,7 @@
 // date_names.cpp - the names of days, months and half-days in the process locale, read
 // once from ICU's date-format symbols of the default locale and kept as UTF-8 texts. When
-// ICU cannot give a complete set, the English names stand in.
+// ICU cannot give a complete set, the English names stand in. The day and month names are
+// installed at load as the glossaries' stand-ins for missing day.gls and month.gls entries.
 //
 // Part of the date module.
 #define QV_MODULE "date"
@@ -11,6 +12,7 @@
 #include <unicode/locid.h>
 #include <unicode/unistr.h>
 
+#include "messages/message.hpp"
 #include "qv/date.h"
 
 namespace {
@@ -114,3 +116,10 @@ QV_API const char *GetPM_L(void) {
 }
 
 } // extern "C"
+
+namespace {
+
+[[maybe_unused]] const bool glossary_names_installed =
+    (qv::install_date_names(GetDay_L, GetMonth_L), true);
+
+} // namespace

@@ -1,7 +1,7 @@
 // feedback.cpp - feedback classes, trace selections, the log file, debug output and the
 // interrupt flag.
 //
-// Data model. The class table is a heap array in registration order; the index is the class
+// Data model. The class table is a vector in registration order; the index is the class
 // number. Each entry holds its name (a heap copy, upper-cased), level, flags and whether it
 // is active. The trace selections are the trimmed, non-empty items of the comma-separated
 // trace setting, kept as heap texts in the order given; "*" sets the all-selected switch
@@ -16,15 +16,21 @@
 //   - to standard error when the class's level is 2 or lower (errors) and no log file is
 //     open, so that errors are never lost.
 // Texts are formatted with VAsprintf_L into a tracked heap text that starts at 512 bytes.
-// A feedback call made while another is formatting or writing (a raise traced from inside
-// the formatter, an error while opening the log file) writes nothing: the formatter's work
-// buffer and the output buffer are not re-entrant.
+// Writing allocates only to wrap a line or to end a text with its line feed, so the
+// reports of the status-context machinery (feedback.hpp) are written without memory.
+//
+// Re-entry follows the one rule of core/except_report.hpp: a write, and the setting up of
+// the tables, run inside a SpeakingScope, and the exported entry points write or change
+// the tables only at speaking depth 0. So a raise traced or reported from inside the
+// formatter, or a host's writer or pump that calls back into feedback, writes nothing
+// here and cannot pull the tables from under a write.
 //
 // Interrupts: the requested flag is a volatile sig_atomic_t so that a signal handler may set
 // it; the rest of the state is plain, one thread at a time.
 #include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <csignal>
@@ -33,13 +39,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <memory>
 #include <string>
 #include <string_view>
 
+#include "core/except_report.hpp"
 #include "core/heap.hpp"
 #include "core/raise.hpp"
+#include "messages/feedback.hpp"
 #include "qv/alloc.h"
+#include "qv/encoding.h"
 #include "qv/feedback.h"
 #include "qv/platform.h"
 
@@ -90,7 +98,7 @@ constexpr int32_t stdout_stream = 1;
 constexpr int32_t stderr_stream = 2;
 
 struct FeedbackClass {
-    char *name;
+    qv::HeapText name;
     uint8_t level;
     uint32_t flags;
     uint8_t active;
@@ -99,21 +107,16 @@ struct FeedbackClass {
 enum class LastWrite { nothing, plain, block };
 
 struct FeedbackState {
-    FeedbackClass *classes = nullptr;
-    int32_t class_count = 0;
-    int32_t class_capacity = 0;
-    char **selections = nullptr;
-    int32_t selection_count = 0;
+    qv::Vector<FeedbackClass> classes;
+    qv::Vector<qv::HeapText> selections;
 
-    bool busy = false;
     bool initialised = false;
     bool all_selected = false;
     bool standard_feedback = true;
     int32_t width = 0;
-    int writing = 0;
 
-    FILE *file = nullptr;
-    char *file_path = nullptr;
+    qv::File file;
+    qv::HeapText file_path;
     bool ascii_file = false;
     LastWrite last_write = LastWrite::nothing;
 
@@ -131,13 +134,14 @@ volatile std::sig_atomic_t interrupt_requested = 0;
 // Registered output buffer (tracked by the allocation table): *output_owner is the block.
 void **output_owner = nullptr;
 
-class ScopedWriting {
-  public:
-    ScopedWriting() { ++state.writing; }
-    ScopedWriting(const ScopedWriting &) = delete;
-    ScopedWriting &operator=(const ScopedWriting &) = delete;
-    ~ScopedWriting() { --state.writing; }
-};
+// True while another output of the library is under way (see the file comment).
+bool quiet() {
+    return qv::speaking_depth() > 0;
+}
+
+int32_t class_count() {
+    return static_cast<int32_t>(state.classes.size());
+}
 
 // ---- selections -------------------------------------------------------------------------
 
@@ -155,33 +159,21 @@ bool same_name(const char *a, const char *b) {
     return strcasecmp(a, b) == 0;
 }
 
-void free_selections() {
-    for (int32_t i = 0; i < state.selection_count; ++i) std::free(state.selections[i]);
-    std::free(state.selections);
-    state.selections = nullptr;
-    state.selection_count = 0;
-    state.all_selected = false;
-}
-
-// Appends one selection; false when an allocation failed (no context caught it). The list
-// grows before the copy is made, so a raise from either leaks nothing.
+// Appends one selection; false when an allocation failed (no context caught it).
 bool add_selection(std::string_view item) {
     if (item == "*") {
         state.all_selected = true;
         return true;
     }
-    auto *grown = static_cast<char **>(
-        QV_REALLOC(state.selections, sizeof(char *) * (state.selection_count + 1)));
-    if (grown == nullptr) return false;
-    state.selections = grown;
-    char *copy = QV_STRNDUP(item.data(), item.size());
+    qv::HeapText copy(QV_STRNDUP(item.data(), item.size()));
     if (copy == nullptr) return false;
-    state.selections[state.selection_count++] = copy;
+    state.selections.push_back(std::move(copy));
     return true;
 }
 
 void read_selections() {
-    free_selections();
+    state.selections.clear();
+    state.all_selected = false;
     qv::HeapText setting(qv::trace_values_text());
     if (setting == nullptr) return;
     std::string_view rest(setting.get());
@@ -197,21 +189,21 @@ void read_selections() {
 bool is_selected(const char *name) {
     if (state.all_selected) return true;
     if (name == nullptr) return false;
-    for (int32_t i = 0; i < state.selection_count; ++i)
-        if (same_name(state.selections[i], name)) return true;
-    return false;
+    return std::any_of(
+        state.selections.begin(), state.selections.end(),
+        [name](const qv::HeapText &selection) { return same_name(selection.get(), name); });
 }
 
 uint8_t class_activity(const FeedbackClass &entry) {
-    return (entry.flags & QV_FEEDBACK_ALWAYS) != 0 || is_selected(entry.name) ? 1 : 0;
+    return (entry.flags & QV_FEEDBACK_ALWAYS) != 0 || is_selected(entry.name.get()) ? 1 : 0;
 }
 
 // ---- class table ------------------------------------------------------------------------
 
 int32_t find_class(const char *name) {
-    for (int32_t i = 0; i < state.class_count; ++i)
-        if (same_name(state.classes[i].name, name)) return i;
-    return state.class_count;
+    for (int32_t i = 0; i < class_count(); ++i)
+        if (same_name(state.classes[i].name.get(), name)) return i;
+    return class_count();
 }
 
 char *upper_copy(const char *name) {
@@ -222,26 +214,13 @@ char *upper_copy(const char *name) {
     return copy;
 }
 
-bool reserve_class_slot() {
-    if (state.class_count < state.class_capacity) return true;
-    int32_t capacity = state.class_capacity == 0 ? 16 : state.class_capacity * 2;
-    auto *grown = static_cast<FeedbackClass *>(
-        QV_REALLOC(state.classes, sizeof(FeedbackClass) * static_cast<std::size_t>(capacity)));
-    if (grown == nullptr) return false;
-    state.classes = grown;
-    state.class_capacity = capacity;
-    return true;
-}
-
 // Registers or updates a class; the initialisation check is the caller's. -1 on failure.
 int32_t register_class(const char *name, uint8_t level, uint32_t flags) {
     int32_t number = find_class(name);
-    if (number == state.class_count) {
-        if (!reserve_class_slot()) return -1;
-        char *copy = upper_copy(name);
+    if (number == class_count()) {
+        qv::HeapText copy(upper_copy(name));
         if (copy == nullptr) return -1;
-        state.classes[number] = FeedbackClass{copy, level, flags, 0};
-        ++state.class_count;
+        state.classes.push_back(FeedbackClass{std::move(copy), level, flags, 0});
     }
     FeedbackClass &entry = state.classes[number];
     entry.level = level;
@@ -250,18 +229,13 @@ int32_t register_class(const char *name, uint8_t level, uint32_t flags) {
     return number;
 }
 
-void free_classes() {
-    for (int32_t i = 0; i < state.class_count; ++i) std::free(state.classes[i].name);
-    std::free(state.classes);
-    state.classes = nullptr;
-    state.class_count = 0;
-    state.class_capacity = 0;
+const FeedbackClass *class_at(int32_t number) {
+    return number >= 0 && number < class_count() ? &state.classes[number] : nullptr;
 }
 
 const FeedbackClass *active_class(int32_t number) {
-    if (state.busy || number < 0 || number >= state.class_count) return nullptr;
-    const FeedbackClass &entry = state.classes[number];
-    return state.all_selected || entry.active ? &entry : nullptr;
+    const FeedbackClass *entry = class_at(number);
+    return entry != nullptr && (state.all_selected || entry->active) ? entry : nullptr;
 }
 
 // ---- writing ----------------------------------------------------------------------------
@@ -290,17 +264,35 @@ std::size_t offset_of_character(std::string_view line, int32_t count) {
     return offset;
 }
 
+// Calls `each` with every line of `text` (without its "\n") and whether a "\n" ended it.
+template <class Each>
+void for_each_line(std::string_view text, Each &&each) {
+    while (!text.empty()) {
+        std::size_t end = text.find('\n');
+        each(text.substr(0, end), end != std::string_view::npos);
+        if (end == std::string_view::npos) return;
+        text.remove_prefix(end + 1);
+    }
+}
+
+bool needs_wrapping(std::string_view text, int32_t width) {
+    bool longer = false;
+    for_each_line(text, [&](std::string_view line, bool) {
+        longer = longer || (line.size() > static_cast<std::size_t>(width) &&
+                            offset_of_character(line, width) < line.size());
+    });
+    return longer;
+}
+
 // Wrap rule of standard output: each line (text up to a "\n") longer than `width` UTF-8
 // characters is broken at the last space among its first width + 1 characters, the space
 // itself dropped, so that no piece is longer than width; a piece with no such space (or
 // only a leading one) is cut after exactly width characters. Pieces end with "\n"; a text
 // that did not end with "\n" does not gain one.
-std::string wrap_lines(std::string_view text, int32_t width) {
-    std::string wrapped;
+qv::String wrap_lines(std::string_view text, int32_t width) {
+    qv::String wrapped;
     wrapped.reserve(text.size() + text.size() / static_cast<std::size_t>(width) + 1);
-    while (!text.empty()) {
-        std::size_t end = text.find('\n');
-        std::string_view line = text.substr(0, end);
+    for_each_line(text, [&](std::string_view line, bool ended) {
         while (offset_of_character(line, width) < line.size()) {
             std::size_t limit = offset_of_character(line, width + 1);
             std::size_t space = line.substr(0, limit).rfind(' ');
@@ -310,58 +302,72 @@ std::string wrap_lines(std::string_view text, int32_t width) {
             line.remove_prefix(at_space ? cut + 1 : cut);
         }
         wrapped.append(line);
-        if (end == std::string_view::npos) break;
-        wrapped.push_back('\n');
-        text.remove_prefix(end + 1);
-    }
+        if (ended) wrapped.push_back('\n');
+    });
     return wrapped;
 }
 
-// The text as the log file stores it: "\n" as "\r\n" (an existing "\r\n" kept), and in an
-// ASCII file every byte above 127 as '?'.
-std::string file_form(std::string_view text) {
-    std::string out;
-    out.reserve(text.size() + 16);
+// Writes the text as the log file stores it: "\n" as "\r\n" (an existing "\r\n" kept), and
+// in an ASCII file every byte above 127 as '?'. Runs of bytes that stay are written whole.
+void write_file_form(FILE *file, std::string_view text) {
+    std::size_t kept = 0; // start of the bytes not yet written
     char previous = '\0';
-    for (char c : text) {
-        if (c == '\n' && previous != '\r') out.push_back('\r');
-        out.push_back(state.ascii_file && static_cast<unsigned char>(c) > 127 ? '?' : c);
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        const bool line_end = c == '\n' && previous != '\r';
+        const bool masked = state.ascii_file && static_cast<unsigned char>(c) > 127;
         previous = c;
+        if (!line_end && !masked) continue;
+        std::fwrite(text.data() + kept, 1, i - kept, file);
+        std::fputs(line_end ? "\r\n" : "?", file);
+        kept = i + 1;
     }
-    return out;
+    std::fwrite(text.data() + kept, 1, text.size() - kept, file);
+    if (text.back() != '\n') std::fputs(text.back() == '\r' ? "\n" : "\r\n", file);
 }
 
 void write_to_file(const FeedbackClass *entry, std::string_view text) {
+    FILE *file = state.file.get();
     uint32_t flags = entry ? entry->flags : 0;
     bool block = (flags & QV_FEEDBACK_BLOCK) != 0;
-    if (block && state.last_write == LastWrite::plain) std::fputs("\r\n", state.file);
+    if (block && state.last_write == LastWrite::plain) std::fputs("\r\n", file);
     if ((flags & QV_FEEDBACK_TIMESTAMP) != 0)
-        std::fprintf(state.file, "[%-10.10s - %s] ", entry->name, Time_L());
-    std::string stored = file_form(text);
-    std::fwrite(stored.data(), 1, stored.size(), state.file);
-    std::fflush(state.file);
+        std::fprintf(file, "[%-10.10s - %s] ", entry->name.get(), Time_L());
+    write_file_form(file, text);
+    std::fflush(file);
     state.last_write = block ? LastWrite::block : LastWrite::plain;
 }
 
-// Writes one formatted text for a class, or for debug output when `entry` is null. Every
-// write is whole lines: a text that does not end with a line feed is given one, so that
-// messages written with a plain "%s" stand on lines of their own.
-void write_text(const FeedbackClass *entry, std::string_view given) {
-    if (given.empty()) return;
-    std::string ended;
-    if (given.back() != '\n') {
-        ended.reserve(given.size() + 1);
-        ended.append(given).push_back('\n');
-        given = ended;
-    }
-    std::string_view text = given;
+bool echoes(const FeedbackClass *entry) {
+    return entry == nullptr || (entry->flags & QV_FEEDBACK_STDOUT) != 0;
+}
+
+// Writes one text for a class, or for debug output when `entry` is null; `echo` says
+// whether it goes to standard output (when standard feedback is on). Every write is whole
+// lines: a text that does not end with a line feed is given one, so that messages written
+// with a plain "%s" stand on lines of their own. Debug output is not wrapped.
+void write_text(const FeedbackClass *entry, std::string_view text, bool echo) {
+    if (text.empty()) return;
     if (state.file != nullptr) write_to_file(entry, text);
-    bool echo = entry == nullptr || (entry->flags & QV_FEEDBACK_STDOUT) != 0;
-    if (state.standard_feedback && echo)
-        emit(stdout_stream, entry ? wrap_lines(text, state.width > 0 ? state.width : default_width)
-                                  : std::string(text));
-    if (entry != nullptr && entry->level <= error_level && state.file == nullptr)
-        emit(stderr_stream, text);
+    const bool to_output = state.standard_feedback && echo;
+    const bool to_error = entry != nullptr && entry->level <= error_level && state.file == nullptr;
+    if (!to_output && !to_error) return;
+    qv::String ended;
+    if (text.back() != '\n') {
+        ended.reserve(text.size() + 1);
+        ended.append(text).push_back('\n');
+        text = ended;
+    }
+    const int32_t width = state.width > 0 ? state.width : default_width;
+    if (to_output && entry != nullptr && needs_wrapping(text, width))
+        emit(stdout_stream, wrap_lines(text, width));
+    else if (to_output)
+        emit(stdout_stream, text);
+    if (to_error) emit(stderr_stream, text);
+}
+
+void write_text(const FeedbackClass *entry, std::string_view text) {
+    write_text(entry, text, echoes(entry));
 }
 
 // The output buffer, registered and allocated on first use (again after Free_Alloc_Ptrs_L),
@@ -388,8 +394,9 @@ void release_output_buffer() {
     *output_owner = nullptr;
 }
 
+// Formats into the output buffer and writes; the caller has checked the speaking depth.
 void format_and_write(const FeedbackClass *entry, const char *format, va_list arguments) {
-    ScopedWriting writing;
+    qv::SpeakingScope writing;
     char *text = empty_output_buffer();
     if (text == nullptr) return;
     text = VAsprintf_L(&text, format, arguments);
@@ -399,17 +406,17 @@ void format_and_write(const FeedbackClass *entry, const char *format, va_list ar
 }
 
 bool can_write(const char *format) {
-    return format != nullptr && *format != '\0' && state.writing == 0;
+    return format != nullptr && *format != '\0' && !quiet();
 }
 
 void ensure_initialised() {
-    if (!state.initialised && !state.busy) InitialiseFeedback_L();
+    if (!state.initialised) InitialiseFeedback_L();
 }
 
 int32_t debug_write(const char *category, const char *format, va_list arguments) {
     ensure_initialised();
-    if (state.busy || !can_write(format) || !is_selected(category)) return -1;
-    format_and_write(nullptr, format, arguments);
+    if (!can_write(format) || !is_selected(category)) return -1;
+    QV_C_ENTRY([&] { format_and_write(nullptr, format, arguments); });
     return 0;
 }
 
@@ -427,21 +434,47 @@ bool log_encoding_is_ascii() {
 }
 
 // `path` with its file-name part replaced by the preference QV_LOG_NAME when that is set.
-std::string log_file_name(const char *path) {
+qv::String log_file_name(const char *path) {
     qv::HeapText name(GetPreference_L("QV_LOG_NAME"));
     if (name == nullptr || *name == '\0') return path;
     std::string_view full(path);
     std::size_t slash = full.find_last_of("/\\");
     if (slash == std::string_view::npos) return name.get();
-    return std::string(full.substr(0, slash + 1)) + name.get();
+    qv::String renamed(full.substr(0, slash + 1));
+    return renamed += name.get();
 }
 
-std::string log_directory_path(const char *name) {
+qv::String log_directory_path(const char *name) {
     qv::HeapText directory(GetPreference_L("QV_LOG_DIR"));
-    std::string path = directory ? directory.get() : "";
+    qv::String path = directory ? directory.get() : "";
     while (path.size() > 1 && (path.back() == '/' || path.back() == '\\')) path.pop_back();
     if (!path.empty()) path.push_back('/');
-    return path + (name ? name : "");
+    return path += name ? name : "";
+}
+
+// Opens the log file as SetFeedbackFile_L describes.
+int32_t open_log_file(const char *path, int32_t append) {
+    ensure_initialised();
+    CloseFeedbackFile_L();
+    if (path == nullptr || *path == '\0') {
+        ErrFeedback_L("No log file name given; feedback goes to standard output only\n");
+        return -1;
+    }
+    qv::String name = log_file_name(path);
+    qv::File file(fopen8_L(name.c_str(), append ? "ab" : "wb")); // closed if a raise passes
+    if (file == nullptr) {
+        int error = errno;
+        ErrFeedback_L("Cannot open the log file '%s': %s; feedback goes to standard output only\n",
+                      name.c_str(), std::strerror(error));
+        return -1;
+    }
+    qv::HeapText copy(QV_STRDUP(name.c_str()));
+    if (copy == nullptr) return -1;
+    state.file = std::move(file);
+    state.file_path = std::move(copy);
+    state.last_write = LastWrite::nothing;
+    state.ascii_file = log_encoding_is_ascii();
+    return 0;
 }
 
 const char *kind_word(char kind) {
@@ -455,20 +488,11 @@ const char *kind_word(char kind) {
 
 // Length of the valid UTF-8 sequence at the start of `text` (1 to 4), or 0 when invalid.
 std::size_t utf8_sequence_length(std::string_view text) {
-    auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    unsigned char lead = byte(0);
-    std::size_t length = lead < 0x80                    ? 1
-                         : lead >= 0xC2 && lead <= 0xDF ? 2
-                         : lead >= 0xE0 && lead <= 0xEF ? 3
-                         : lead >= 0xF0 && lead <= 0xF4 ? 4
-                                                        : 0;
-    if (length == 0 || length > text.size()) return 0;
-    for (std::size_t i = 1; i < length; ++i)
-        if ((byte(i) & 0xC0) != 0x80) return 0;
-    if ((lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xED && byte(1) > 0x9F) ||
-        (lead == 0xF0 && byte(1) < 0x90) || (lead == 0xF4 && byte(1) > 0x8F))
-        return 0;
-    return length;
+    constexpr std::string_view replacement = "\xEF\xBF\xBD"; // U+FFFD itself, which is valid
+    int32_t code_point = 0;
+    const auto used = static_cast<std::size_t>(DecodeUTF8_L(
+        text.data(), static_cast<int32_t>(std::min<std::size_t>(text.size(), 4)), &code_point));
+    return code_point == 0xFFFD && text.substr(0, used) != replacement ? 0 : used;
 }
 
 // The name as it may stand in a file name: control characters, invalid UTF-8 and the
@@ -494,19 +518,50 @@ std::string printable_name(const char *name) {
 
 } // namespace
 
+namespace qv {
+
+bool write_report(int32_t feedback_class, std::string_view text) {
+    ensure_initialised();
+    const FeedbackClass *entry = active_class(feedback_class);
+    if (entry == nullptr) return false;
+    write_text(entry, text);
+    return true;
+}
+
+bool debug_selected(const char *category) {
+    ensure_initialised();
+    return is_selected(category);
+}
+
+void write_debug(std::string_view text) {
+    write_text(nullptr, text);
+}
+
+void write_reported_message(int32_t feedback_class, std::string_view text) {
+    ensure_initialised();
+    const FeedbackClass *entry = class_at(feedback_class);
+    if (entry == nullptr || text.empty() || quiet()) return;
+    const bool unseen = state.file == nullptr;
+    if (!unseen && active_class(feedback_class) == nullptr) return;
+    SpeakingScope writing;
+    write_text(entry, text, echoes(entry) || unseen);
+}
+
+} // namespace qv
+
 extern "C" {
 
 // ---- classes and selections ---------------------------------------------------------------
 
 QV_API void InitialiseFeedback_L(void) {
-    if (state.initialised || state.busy) return;
-    {
-        qv::ScopedFlag busy(state.busy);
+    if (state.initialised) return;
+    QV_C_ENTRY([] {
+        qv::SpeakingScope setting_up; // a failure reported meanwhile is written plainly
         read_selections();
         for (const StandardClass &standard : standard_classes)
             if (register_class(standard.name, standard.level, standard.flags) < 0) return;
-    }
-    state.initialised = true;
+        state.initialised = true;
+    });
 }
 
 QV_API void ResetFeedbackSelections_L(void) {
@@ -514,23 +569,25 @@ QV_API void ResetFeedbackSelections_L(void) {
         InitialiseFeedback_L();
         return;
     }
-    if (state.busy) return;
-    qv::ScopedFlag busy(state.busy);
-    read_selections();
-    for (int32_t i = 0; i < state.class_count; ++i)
-        state.classes[i].active = class_activity(state.classes[i]);
+    if (quiet()) return;
+    QV_C_ENTRY([] {
+        read_selections();
+        for (FeedbackClass &entry : state.classes) entry.active = class_activity(entry);
+    });
 }
 
 QV_API int32_t RegisterFeedbackClass_L(const char *name, uint8_t level, uint32_t flags) {
     if (name == nullptr || *name == '\0') return -1;
     ensure_initialised();
-    if (state.busy) return -1;
-    return register_class(name, level, flags);
+    if (quiet()) return -1;
+    int32_t number = -1;
+    QV_C_ENTRY([&] { number = register_class(name, level, flags); });
+    return number;
 }
 
 QV_API int32_t GetFeedbackClass_L(const char *name) {
     ensure_initialised();
-    if (name == nullptr) return state.class_count;
+    if (name == nullptr) return class_count();
     return find_class(name);
 }
 
@@ -545,7 +602,7 @@ QV_API void VFeedback_L(int32_t feedback_class, const char *format, va_list argu
     ensure_initialised();
     const FeedbackClass *entry = active_class(feedback_class);
     if (entry == nullptr || !can_write(format)) return;
-    format_and_write(entry, format, arguments);
+    QV_C_ENTRY([&] { format_and_write(entry, format, arguments); });
 }
 
 QV_API void Feedback_L(int32_t feedback_class, const char *format, ...) {
@@ -559,8 +616,10 @@ QV_API void Simple_Feedback_L(int32_t feedback_class, const char *text) {
     ensure_initialised();
     const FeedbackClass *entry = active_class(feedback_class);
     if (entry == nullptr || !can_write(text)) return;
-    ScopedWriting writing;
-    write_text(entry, text);
+    QV_C_ENTRY([&] {
+        qv::SpeakingScope writing;
+        write_text(entry, text);
+    });
 }
 
 QV_API void ErrFeedback_L(const char *format, ...) {
@@ -602,78 +661,59 @@ QV_API void SetFeedbackWriter_L(QV_FEEDBACK_WRITER_T writer, void *context) {
 // ---- log file -----------------------------------------------------------------------------
 
 QV_API int32_t SetFeedbackFile_L(const char *path, int32_t append) {
-    ensure_initialised();
-    CloseFeedbackFile_L();
-    if (path == nullptr || *path == '\0') {
-        ErrFeedback_L("No log file name given; feedback goes to standard output only\n");
-        return -1;
-    }
-    std::string name = log_file_name(path);
-    FILE *file = fopen8_L(name.c_str(), append ? "ab" : "wb");
-    if (file == nullptr) {
-        int error = errno;
-        ErrFeedback_L("Cannot open the log file '%s': %s; feedback goes to standard output only\n",
-                      name.c_str(), std::strerror(error));
-        return -1;
-    }
-    std::unique_ptr<FILE, int (*)(FILE *)> opened(file, std::fclose); // closed if a raise passes
-    char *copy = QV_STRDUP(name.c_str());
-    if (copy == nullptr) return -1;
-    state.file = opened.release();
-    state.file_path = copy;
-    state.last_write = LastWrite::nothing;
-    state.ascii_file = log_encoding_is_ascii();
-    return 0;
+    int32_t result = -1;
+    QV_C_ENTRY([&] { result = open_log_file(path, append); });
+    return result;
 }
 
 QV_API int32_t SetDefaultFeedbackFile_L(const char *name) {
     if (name == nullptr || *name == '\0') return SetFeedbackFile_L(name, 0);
-    return SetFeedbackFile_L(log_directory_path(name).c_str(), 0);
+    int32_t result = -1;
+    QV_C_ENTRY([&] { result = open_log_file(log_directory_path(name).c_str(), 0); });
+    return result;
 }
 
 QV_API void CloseFeedbackFile_L(void) {
-    if (state.file != nullptr) std::fclose(state.file);
-    std::free(state.file_path);
-    state.file = nullptr;
-    state.file_path = nullptr;
+    state.file.reset();
+    state.file_path.reset();
     state.ascii_file = false;
     state.last_write = LastWrite::nothing;
 }
 
 QV_API char *FeedbackFilePath_L(void) {
-    return state.file_path ? QV_STRDUP(state.file_path) : nullptr;
+    return state.file_path ? QV_STRDUP(state.file_path.get()) : nullptr;
 }
 
 // Each text is made by one formatter call on a null text, so a failed allocation that no
 // context catches gives null rather than a partial text.
 QV_API char *DefaultLogFileRoot_L(char kind, const char *name, int32_t number, uint8_t with_process,
                                   const char *suffix) {
-    std::string printable = printable_name(name);
-    long wide_number = number;
-    char *root = nullptr;
-    if (with_process == 0)
-        return Asprintf_L(&root, "%s_%U_%04ld", kind_word(kind), printable.c_str(), wide_number);
-    return Asprintf_L(&root, "%s_%U_%04ld_%08lx%s", kind_word(kind), printable.c_str(), wide_number,
-                      static_cast<unsigned long>(getpid()), suffix ? suffix : "");
+    return QV_C_ENTRY([&]() -> char * {
+        std::string printable = printable_name(name);
+        long wide_number = number;
+        char *root = nullptr;
+        if (with_process == 0)
+            return Asprintf_L(&root, "%s_%U_%04ld", kind_word(kind), printable.c_str(),
+                              wide_number);
+        return Asprintf_L(&root, "%s_%U_%04ld_%08lx%s", kind_word(kind), printable.c_str(),
+                          wide_number, static_cast<unsigned long>(getpid()), suffix ? suffix : "");
+    });
 }
 
 QV_API char *LogFilePath_L(char kind, const char *name, int32_t number) {
     qv::HeapText root(DefaultLogFileRoot_L(kind, name, number, 0, nullptr));
     if (root == nullptr) return nullptr;
-    std::string directory = log_directory_path(nullptr);
-    char *path = nullptr;
-    return Asprintf_L(&path, "%s%U.log", directory.c_str(), root.get());
+    return QV_C_ENTRY([&]() -> char * {
+        qv::String directory = log_directory_path(nullptr);
+        char *path = nullptr;
+        return Asprintf_L(&path, "%s%U.log", directory.c_str(), root.get());
+    });
 }
 
 QV_API void TerminateFeedback_L(void) {
-    if (state.busy) return;
-    {
-        qv::ScopedFlag busy(state.busy);
-        CloseFeedbackFile_L();
-        free_classes();
-        free_selections();
-        release_output_buffer();
-    }
+    if (quiet()) return;
+    CloseFeedbackFile_L();
+    release_output_buffer();
     state = FeedbackState{};
     interrupt_requested = 0;
 }

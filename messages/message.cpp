@@ -9,10 +9,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <string_view>
 
 #include "core/heap.hpp"
 #include "core/raise.hpp"
+#include "messages/feedback.hpp"
 #include "messages/message.hpp"
 #include "qv/alloc.h"
 #include "qv/feedback.h"
@@ -28,6 +29,7 @@ char *string_message = nullptr; // the text StringMessage_L last returned
 
 // Feedback class numbers ReportMessages_L writes to, by severity. Fixed numbers, not looked
 // up by name: with the standard registration they are "Progress", "Info_S" and "Info".
+// With no log file open a reported message reaches standard output whatever its class.
 constexpr int32_t report_class_debug_information = 4;
 constexpr int32_t report_class_warning = 3;
 constexpr int32_t report_class_error = 2;
@@ -54,6 +56,42 @@ void log_function_error(int32_t error_number, const char *format, va_list argume
     PWMessage message(QV_MSG_C_FUNCTION_ERROR, MESSAGE_SEVERITY_ERROR);
     message << (text ? text.get() : "") << error_number << std::strerror(error_number);
     LogMessage_L(&message);
+}
+
+// Prints the messages of set `handle` from `minimum_severity` on.
+void report_set(uint32_t handle, int32_t minimum_severity) {
+    PWMsgSet &sets = PWMsgSet::Instance();
+    if (!sets.IsSet(handle)) return;
+    const char *prefix = "\n";
+    uint32_t count = sets.Count(handle);
+    for (uint32_t i = 0; i < count; ++i) {
+        const PWMessageBase *message = sets.Message(handle, i);
+        int32_t severity = message->LibrarySeverity();
+        if (severity < minimum_severity) continue;
+        qv::String line(prefix);
+        line += severity == MESSAGE_SEVERITY_WARNING ? "WARNING - " : "";
+        line += std::string_view(message->Text());
+        line += "\n\n";
+        qv::write_reported_message(report_class(severity), line);
+        prefix = "";
+    }
+}
+
+void route(const PWMessage &message) {
+    switch (message.LibrarySeverity()) {
+        case MESSAGE_SEVERITY_DEBUG: write_debug(message); return;
+        case MESSAGE_SEVERITY_INFORMATION:
+            Feedback_L(GetFeedbackClass_L("Info"), "%s", message.Text().c_str());
+            return;
+        case MESSAGE_SEVERITY_WARNING:
+            if (!warnings_deferred) {
+                Feedback_L(GetFeedbackClass_L("Warning"), "WARNING - %s", message.Text().c_str());
+                return;
+            }
+            break;
+        default: break;
+    }
+    if (message_context != nullptr) AddMessage_L(message_context, &message);
 }
 
 } // namespace
@@ -93,20 +131,7 @@ QV_API void ClearMessageContext_L(void) {
 
 QV_API void LogMessage_L(const PWMessage *message) {
     if (message == nullptr) return;
-    switch (message->LibrarySeverity()) {
-        case MESSAGE_SEVERITY_DEBUG: write_debug(*message); return;
-        case MESSAGE_SEVERITY_INFORMATION:
-            Feedback_L(GetFeedbackClass_L("Info"), "%s", message->Text().c_str());
-            return;
-        case MESSAGE_SEVERITY_WARNING:
-            if (!warnings_deferred) {
-                Feedback_L(GetFeedbackClass_L("Warning"), "WARNING - %s", message->Text().c_str());
-                return;
-            }
-            break;
-        default: break;
-    }
-    if (message_context != nullptr) AddMessage_L(message_context, message);
+    QV_C_ENTRY([message] { route(*message); });
 }
 
 QV_API void AddMessage_L(uint32_t *handle_variable, const PWMessage *message) {
@@ -143,22 +168,8 @@ QV_API void TerminateMessages_L(uint32_t *) {
 
 QV_API void ReportMessages_L(uint32_t *handle_variable, int32_t minimum_severity) {
     if (handle_variable == nullptr) return;
-    PWMsgSet &sets = PWMsgSet::Instance();
-    uint32_t handle = *handle_variable;
-    if (sets.IsSet(handle)) {
-        const char *prefix = "\n";
-        uint32_t count = sets.Count(handle);
-        for (uint32_t i = 0; i < count; ++i) {
-            const PWMessageBase *message = sets.Message(handle, i);
-            int32_t severity = message->LibrarySeverity();
-            if (severity < minimum_severity) continue;
-            const char *label = severity == MESSAGE_SEVERITY_WARNING ? "WARNING - " : "";
-            Feedback_L(report_class(severity), "%s%s%s\n\n", prefix, label,
-                       message->Text().c_str());
-            prefix = "";
-        }
-        sets.Clear(handle);
-    }
+    QV_C_ENTRY([&] { report_set(*handle_variable, minimum_severity); });
+    PWMsgSet::Instance().Clear(*handle_variable);
     *handle_variable = 0;
 }
 
@@ -176,7 +187,7 @@ QV_API const char *StringMessage_L(const PWMessage *message) {
     std::free(string_message);
     string_message = nullptr;
     if (message == nullptr) return "";
-    string_message = QV_STRDUP(message->Text().c_str());
+    string_message = QV_C_ENTRY([message] { return QV_STRDUP(message->Text().c_str()); });
     return string_message != nullptr ? string_message : "";
 }
 
@@ -201,7 +212,7 @@ QV_API void DeferWarnings_L(void) {
 QV_API void CFunctionError_L(int32_t errno_value, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    log_function_error(errno_value, format, arguments);
+    QV_C_ENTRY([&] { log_function_error(errno_value, format, arguments); });
     va_end(arguments);
 }
 
@@ -209,7 +220,7 @@ QV_API void WinLastError(const char *format, ...) {
     int32_t error_number = errno;
     va_list arguments;
     va_start(arguments, format);
-    log_function_error(error_number, format, arguments);
+    QV_C_ENTRY([&] { log_function_error(error_number, format, arguments); });
     va_end(arguments);
 }
 

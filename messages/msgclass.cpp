@@ -8,82 +8,13 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
-#include <map>
 #include <new>
 #include <utility>
 
+#include "core/heap.hpp"
 #include "core/raise.hpp"
 #include "messages/catalogue.hpp"
 #include "qv/msgclass.h"
-
-namespace {
-
-// Runs `body`; when it runs out of memory, raises `symbol` after leaving it. Returns true
-// when the body completed.
-template <class Body>
-bool raising_on_exhaustion(const char *symbol, int line, Body &&body) {
-    bool exhausted = false;
-    try {
-        body();
-    } catch (const std::bad_alloc &) {
-        exhausted = true;
-    }
-    if (exhausted) except_raise(symbol, QV_MODULE, line, 0, 0, nullptr);
-    return !exhausted;
-}
-
-// Reads the decimal digits from text[at] on into `slot` (saturating, so a huge slot
-// number is simply one with no parameter) and returns the position after them.
-std::size_t read_slot(std::string_view text, std::size_t at, std::size_t &slot) {
-    slot = 0;
-    while (at < text.size() && text[at] >= '0' && text[at] <= '9') {
-        slot = std::min<std::size_t>(slot * 10 + static_cast<std::size_t>(text[at] - '0'), 100000);
-        ++at;
-    }
-    return at;
-}
-
-} // namespace
-
-std::string qv::fill_slots(std::string_view text, const std::vector<PWParam> &parameters) {
-    std::string out;
-    out.reserve(text.size());
-    for (std::size_t i = 0; i < text.size();) {
-        bool is_slot = text[i] == '%' && i + 1 < text.size();
-        if (is_slot && text[i + 1] == '%') {
-            out += '%';
-            i += 2;
-            continue;
-        }
-        std::size_t slot = 0;
-        std::size_t end = is_slot ? read_slot(text, i + 1, slot) : i;
-        if (end == i + 1 || !is_slot) {
-            out += text[i++];
-            continue;
-        }
-        if (slot >= 1 && slot <= parameters.size())
-            out += parameters[slot - 1].Text();
-        else
-            out.append(text.substr(i, end - i));
-        i = end;
-    }
-    return out;
-}
-
-namespace {
-
-std::string fallback_text(uint32_t number, const std::vector<PWParam> &parameters) {
-    char head[48];
-    std::snprintf(head, sizeof head, "Message 0x%08" PRIX32 " has no text", number);
-    std::string out = head;
-    for (std::size_t i = 0; i < parameters.size(); ++i) {
-        out += i == 0 ? ": " : ", ";
-        out += parameters[i].Text();
-    }
-    return out;
-}
-
-} // namespace
 
 // ---- PWParam ----
 
@@ -149,16 +80,14 @@ std::unique_ptr<PWMessageBase> PWMessage::Clone() const {
 }
 
 std::string PWMessage::Text() const {
-    const qv::CatalogueEntry *entry = qv::find_catalogue_entry(Number());
-    return entry != nullptr ? qv::fill_slots(entry->text, parameters_)
-                            : fallback_text(Number(), parameters_);
+    return qv::message_text(Number(), parameters_);
 }
 
 // ---- PWMsgSet ----
 
 struct PWMsgSet::Registry {
-    using Set = std::vector<std::unique_ptr<PWMessageBase>>;
-    std::map<uint32_t, Set> sets;
+    using Set = qv::Vector<std::unique_ptr<PWMessageBase>>;
+    qv::Map<uint32_t, Set> sets;
     uint32_t next_handle = 1;
 
     const Set *find(uint32_t handle) const {
@@ -220,7 +149,7 @@ PWMessageBase *PWMsgSet::Message(uint32_t handle, uint32_t n) const {
 }
 
 void PWMsgSet::Add(uint32_t &handle, const PWMessageBase &message) {
-    raising_on_exhaustion(ZRK_MESSAGE_SET_FAILURE, __LINE__, [&] {
+    QV_C_ENTRY_RAISING(ZRK_MESSAGE_SET_FAILURE, [&] {
         std::unique_ptr<PWMessageBase> copy = message.Clone();
         registry_->find_or_make(handle).push_back(std::move(copy));
     });
@@ -232,7 +161,7 @@ void PWMsgSet::Transfer(uint32_t from, uint32_t &to) {
         return;
     }
     if (from == to) return;
-    raising_on_exhaustion(ZRK_MESSAGE_SET_FAILURE, __LINE__, [&] {
+    QV_C_ENTRY_RAISING(ZRK_MESSAGE_SET_FAILURE, [&] {
         Registry::Set &target = registry_->find_or_make(to);
         Registry::Set &source = *registry_->find(from);
         target.reserve(target.size() + source.size());
@@ -265,17 +194,17 @@ QV_API PWMessage *NewMessage_L(uint32_t number, int32_t severity) {
 
 QV_API void MessageAddText_L(PWMessage *message, const char *text) {
     if (message == nullptr) return;
-    raising_on_exhaustion(ZRK_MESSAGE_FAILURE, __LINE__, [&] { *message << text; });
+    QV_C_ENTRY_RAISING(ZRK_MESSAGE_FAILURE, [&] { *message << text; });
 }
 
 QV_API void MessageAddSigned_L(PWMessage *message, int64_t value) {
     if (message == nullptr) return;
-    raising_on_exhaustion(ZRK_MESSAGE_FAILURE, __LINE__, [&] { *message << value; });
+    QV_C_ENTRY_RAISING(ZRK_MESSAGE_FAILURE, [&] { *message << value; });
 }
 
 QV_API void MessageAddUnsigned_L(PWMessage *message, uint64_t value) {
     if (message == nullptr) return;
-    raising_on_exhaustion(ZRK_MESSAGE_FAILURE, __LINE__, [&] { *message << value; });
+    QV_C_ENTRY_RAISING(ZRK_MESSAGE_FAILURE, [&] { *message << value; });
 }
 
 QV_API void FreeMessage_L(PWMessage *message) {

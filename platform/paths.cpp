@@ -13,9 +13,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
-#include <string>
 #include <string_view>
+#include <utility>
 
+#include "core/heap.hpp"
 #include "core/raise.hpp"
 #include "platform/paths.hpp"
 #include "qv/platform.h"
@@ -32,7 +33,7 @@ bool is_library_folder(std::string_view component) {
 
 // The path of the file this code was loaded from, resolved when possible; empty when
 // dladdr cannot tell.
-std::string own_file_path() {
+qv::String own_file_path() {
     Dl_info info{};
     if (dladdr(reinterpret_cast<void *>(&GetInstallRoot_L), &info) == 0 ||
         info.dli_fname == nullptr)
@@ -42,7 +43,7 @@ std::string own_file_path() {
     return info.dli_fname;
 }
 
-void drop_trailing_slashes(std::string &path) {
+void drop_trailing_slashes(qv::String &path) {
     while (path.size() > 1 && (path.back() == '/' || path.back() == '\\')) path.pop_back();
 }
 
@@ -52,30 +53,31 @@ namespace qv {
 
 // <prefix> when `file` lies in <prefix>/lib[/...] (the nearest library folder wins; the
 // prefix of /lib is empty); nothing when no folder of its path is a library folder.
-std::optional<std::string> install_prefix_of(const std::string &file) {
+std::optional<String> install_prefix_of(const String &file) {
     std::string_view path(file);
     std::size_t end = path.rfind('/');
     while (end != std::string_view::npos && end > 0) {
         std::size_t start = path.rfind('/', end - 1);
         std::size_t first = start == std::string_view::npos ? 0 : start + 1;
         if (is_library_folder(path.substr(first, end - first)))
-            return std::string(path.substr(0, first == 0 ? 0 : first - 1));
+            return String(path.substr(0, first == 0 ? 0 : first - 1));
         if (start == std::string_view::npos) break;
         end = start;
     }
     return std::nullopt;
 }
 
-std::string install_root_from_location() {
-    std::optional<std::string> prefix = install_prefix_of(own_file_path());
+String install_root_from_location() {
+    std::optional<String> prefix = install_prefix_of(own_file_path());
     if (!prefix) return QV_INSTALL_DATADIR;
-    return *prefix + "/share";
+    prefix->append("/share");
+    return std::move(*prefix);
 }
 
-std::string install_root_from_environment() {
+String install_root_from_environment() {
     const char *root = std::getenv("QV_INSTALL_ROOT");
     if (root != nullptr && *root != '\0') {
-        std::string path(root);
+        String path(root);
         drop_trailing_slashes(path);
         return path;
     }
@@ -88,16 +90,17 @@ extern "C" {
 
 // Heap text (caller frees); null only after ALLOC_FAILURE with no status context open.
 QV_API char *GetInstallRoot_L(void) {
-    char *preference = GetPreference_L("QV_INSTALL_ROOT");
-    std::string root;
-    if (preference != nullptr && *preference != '\0') {
-        root = preference;
-        drop_trailing_slashes(root);
-    } else {
-        root = qv::install_root_from_location();
-    }
-    std::free(preference);
-    return QV_STRDUP(root.c_str());
+    qv::HeapText preference(GetPreference_L("QV_INSTALL_ROOT"));
+    return QV_C_ENTRY([&] {
+        qv::String root;
+        if (preference != nullptr && *preference != '\0') {
+            root = preference.get();
+            drop_trailing_slashes(root);
+        } else {
+            root = qv::install_root_from_location();
+        }
+        return QV_STRDUP(root.c_str());
+    });
 }
 
 // Heap text (caller frees), or null when /proc/self/exe cannot be read.

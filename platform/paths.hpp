@@ -4,16 +4,17 @@
 #pragma once
 
 #include <optional>
-#include <string>
+
+#include "core/heap.hpp"
 
 namespace qv {
 
 // <prefix> when the library file `file` lies in <prefix>/lib, lib64 or lib32, or a folder
 // below one (the nearest wins; the prefix of /lib is empty); nothing otherwise.
-std::optional<std::string> install_prefix_of(const std::string &file);
+std::optional<String> install_prefix_of(const String &file);
 // <prefix>/share from the library's own location, else the configured data directory.
-std::string install_root_from_location();
+String install_root_from_location();
 // The environment variable QV_INSTALL_ROOT when set, else install_root_from_location().
-std::string install_root_from_environment();
+String install_root_from_environment();
 
 } // namespace qv

@@ -24,12 +24,11 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
-#include <string>
 #include <string_view>
 
 #include "core/heap.hpp"
 #include "core/raise.hpp"
+#include "platform/files.hpp"
 #include "platform/paths.hpp"
 #include "qv/platform.h"
 
@@ -44,21 +43,23 @@ std::string_view trim_blanks(std::string_view text) {
     return text.substr(first, last - first + 1);
 }
 
-bool is_regular_file(const std::string &path) {
+bool is_regular_file(const qv::String &path) {
     struct stat info {};
     return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
 // Where qv.ini is read from; empty when there is no file.
-std::string preference_file_path() {
+qv::String preference_file_path() {
     const char *explicit_path = std::getenv("QV_INI");
     if (explicit_path != nullptr && *explicit_path != '\0') return explicit_path;
-    std::string beside_install = qv::install_root_from_environment() + "/quillon/qv.ini";
+    qv::String beside_install = qv::install_root_from_environment();
+    beside_install += "/quillon/qv.ini";
     if (is_regular_file(beside_install)) return beside_install;
-    char *directory = GetExecutableDirectory_L();
-    std::string beside_executable = directory ? std::string(directory) + "/qv.ini" : std::string();
-    std::free(directory);
-    if (!beside_executable.empty() && is_regular_file(beside_executable)) return beside_executable;
+    qv::HeapText directory(GetExecutableDirectory_L());
+    if (directory == nullptr) return {};
+    qv::String beside_executable(directory.get());
+    beside_executable += "/qv.ini";
+    if (is_regular_file(beside_executable)) return beside_executable;
     return {};
 }
 
@@ -80,13 +81,13 @@ bool line_value(std::string_view line, std::string_view name, std::string_view &
 
 // The value of `name` in the file at `path` as a heap text, or null. The file and the line
 // buffer are released also when a raise passes through.
-char *file_preference(const std::string &path, std::string_view name) {
+char *file_preference(const qv::String &path, std::string_view name) {
     qv::File file(fopen8_L(path.c_str(), "rb"));
     if (!file) return nullptr;
-    qv::GrowingText line;
-    while (GetLFTerminatedLine_L(&line.text, file.get()) != nullptr) {
+    qv::HeapText line;
+    while (qv::read_line(line, file.get()) != nullptr) {
         std::string_view value;
-        if (line_value(line.text, name, value)) return QV_STRNDUP(value.data(), value.size());
+        if (line_value(line.get(), name, value)) return QV_STRNDUP(value.data(), value.size());
     }
     return nullptr;
 }
@@ -106,15 +107,19 @@ QV_API char *GetPreference_L(const char *name) {
 
 QV_API char *GetExternalPreference_L(const char *name) {
     if (name == nullptr || *name == '\0') return nullptr;
-    std::string path = preference_file_path();
-    if (path.empty()) return nullptr;
-    return file_preference(path, name);
+    return QV_C_ENTRY([&]() -> char * {
+        qv::String path = preference_file_path();
+        if (path.empty()) return nullptr;
+        return file_preference(path, name);
+    });
 }
 
 QV_API char *GetPreferenceFilePath_L(void) {
-    std::string path = preference_file_path();
-    if (path.empty() || !is_regular_file(path)) return nullptr;
-    return QV_STRDUP(path.c_str());
+    return QV_C_ENTRY([]() -> char * {
+        qv::String path = preference_file_path();
+        if (path.empty() || !is_regular_file(path)) return nullptr;
+        return QV_STRDUP(path.c_str());
+    });
 }
 
 } // extern "C"

@@ -9,7 +9,7 @@
  * Formatter: VAsprintf_L / Asprintf_L / Asprintf8_L format into a process-wide work
  * buffer and append the result to *out (allocated when *out is null), returning *out.
  * The result is a heap text freed by the caller with free().
- * Conversions: d i (32-bit; "I64d" 64-bit; "ld" a long), u o x X (32-bit; "l" a long),
+ * Conversions: d i (an int), u o x X (an unsigned int), with C's size prefixes (below),
  * c (its low byte; a byte 0 ends the result there), s and U (text; null prints "<NULL>"),
  * S (a QV_STRING_T *: its text converted from its encoding to UTF-8, precision counting
  * UTF-8 bytes; a null text prints "<NULL>"; a null pointer takes the next argument as a
@@ -21,10 +21,19 @@
  * Padding is always with spaces; zero-fill acts through the digit count, and a 0 with
  * precision 0 still prints "0".
  *
- * Arguments: "%f" without "l" reads an unsigned int holding the float's 32 bits (the caller
- * passes them, e.g. after memcpy from the float), "%lf" a double; "%ld" and the other
- * conversions with "l" read a long (64-bit here); "%I64d" reads a long long. Only "I64d" is
- * a 64-bit form: "%I64u" prints "I" and goes on with "64u" as plain text.
+ * Size prefixes, for d i u o x X as in C's printf: "l" a long (64-bit here), "ll" a long
+ * long, "j" an intmax_t, "z" a size_t (signed for d i), "t" a ptrdiff_t, "h" and "hh" an
+ * int cut to short and char; "I64d" reads a long long too, but "I64" before any other
+ * letter is not a size: "%I64u" prints "I" and goes on with "64u" as plain text. For f only
+ * "l" counts: "%f" without it reads an unsigned int holding the float's 32 bits (the
+ * caller passes them, e.g. after memcpy from the float), "%lf" a double.
+ *
+ * Porting traps (no compiler warns of them, as the formatter cannot carry C's format
+ * attribute): "%ld" or "%lX" given an int32_t reads 64 bits, of which the upper half is
+ * whatever the register held ("%lX" of (int32_t)-1 prints FFFFFFFF, "%ld" 4294967295);
+ * "%f" given a float reads the promoted double's low 32 bits as a float; "%I64u" and
+ * "%I64x" print literally; and flags other than - and 0 ("%+d", "%#x", "% d") are not
+ * flags.
  *
  * Bad input: a null `out` formats nothing and returns null; a null format appends nothing
  * and returns *out; a null owner is ignored by the allocation-table functions. A width or

@@ -21,6 +21,18 @@
  * and locals of the opener that the body changes and the handler reads must be volatile.
  * A raise with no context does not jump: it writes a fatal report and returns to the raiser.
  *
+ * C++ hosts. To C++ a raise on its way is a foreign exception:
+ *   - It must not pass through a noexcept function (the program would terminate).
+ *   - A catch (...) on the way runs its block; if the block ends without rethrowing
+ *     ("throw;"), the raise is not lost: it lands in its opener from there, and the frames
+ *     between the catch and the opener are skipped (their destructors do not run). Rethrow
+ *     to let them run.
+ *   - A C++ exception must not leave a protected body between setjmp and
+ *     except_end_context: the context would stay on the stack with a dead jump state, and
+ *     the next raise would jump into it. Catch it inside the body, or close the context from
+ *     a destructor that pops it when Exc_Sp is still the context it opened (the library's
+ *     own protected-body helper does so).
+ *
  * Bad input: except_end_context on an empty stack writes a fatal report and does nothing
  * else; a null symbol may be raised and is compared by identity like any other.
  * Not thread-safe: one thread at a time.

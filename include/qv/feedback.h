@@ -34,8 +34,10 @@
  * SetFeedbackWriter_L.
  *
  * Every output entry point initialises the module when needed. Output to an inactive or
- * unknown class, with an empty or null format, while the tables are being rebuilt, or from
- * inside another feedback write (a raise traced while formatting) is silently skipped.
+ * unknown class, with an empty or null format, or from inside another output of the library
+ * (a raise traced while formatting, a writer that calls back into feedback) is silently
+ * skipped; so are RegisterFeedbackClass_L (returning -1), ResetFeedbackSelections_L and
+ * TerminateFeedback_L when called from inside a feedback write.
  * Allocation failures raise ALLOC_FAILURE / ZERO_ALLOC_FAILURE under "feedback".
  * Not thread-safe: one thread at a time.
  */
@@ -80,7 +82,7 @@ QV_API void ResetFeedbackSelections_L(void);
 QV_API int32_t RegisterFeedbackClass_L(const char *name, uint8_t level, uint32_t flags);
 /* Number of the class of that name (without case); the class count when there is none. */
 QV_API int32_t GetFeedbackClass_L(const char *name);
-/* 1 when the class exists and is active; 0 out of range or while the tables are rebuilt. */
+/* 1 when the class exists and is active; 0 otherwise. */
 QV_API uint8_t IsActiveFeedback_L(int32_t feedback_class);
 
 /* Formats with the library's formatter (VAsprintf_L) and writes to the class. */

@@ -31,7 +31,10 @@
  *                               A line without a text after its number, or whose first
  *                               word is not a decimal number, is skipped with the warning
  *                               QV_MSG_GLOSSARY_LINE_SKIPPED. A missing file logs
- *                               QV_MSG_GLOSSARY_OPEN_FAILED and raises GENERAL_ERROR.
+ *                               QV_MSG_GLOSSARY_OPEN_FAILED (written to the error
+ *                               feedback class when no message context is set) and
+ *                               raises GENERAL_ERROR, once: later lookups give null
+ *                               without a word until UnloadGlossaries_L.
  *   day.gls, month.gls          one name a line, right-trimmed, in order (Sunday first;
  *                               January first); lookup by 0-based position. A missing
  *                               file is not an error: the names of the process locale
@@ -146,7 +149,10 @@ QV_API void TerminateMessages_L(uint32_t *unused);
  * `minimum_severity`, each as "%s%s%s\n\n" (a line feed before the first one printed,
  * "WARNING - " before a warning, the text) to feedback class 4 for debug and information,
  * 3 for warnings, 2 for errors and fatal messages; then deletes the whole set and zeroes
- * the variable. A null argument does nothing. */
+ * the variable. With the standard classes and a log file open, errors are also echoed to
+ * standard output, warnings go to the log file only and debug and information messages
+ * only when "Progress" is traced; with no log file open every printed message goes to
+ * standard output (when standard feedback is on). A null argument does nothing. */
 QV_API void ReportMessages_L(uint32_t *handle_variable, int32_t minimum_severity);
 /* Moves the messages of the set of *handle_variable (when not 0) into the context's set
  * (when a context is set), deletes the set and zeroes the variable. */

@@ -2,7 +2,8 @@
  * msgclass.h - the exported message classes: PWParam (one parameter), PWMessageBase and
  * PWMessage (a numbered message with a severity and ordered parameters) and PWMsgSet (the
  * process-wide registry of message sets). C++ only; C hosts use the functions of
- * qv/message.h, and this header compiles to nothing in C.
+ * qv/message.h, and this header compiles to nothing in C. It compiles as C++11 and later;
+ * the std::string_view constructor of PWParam is there from C++17 on.
  *
  * Severities come in two scales. The library's (MESSAGE_SEVERITY_E, 1 debug .. 5 fatal)
  * is what callers pass and read; the catalogue's (PWSeverity, Fatal 0 .. Debug 4) is what
@@ -27,13 +28,15 @@
 
 #ifdef __cplusplus
 
-#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <string_view>
+#include <type_traits>
 #include <vector>
+#if __cplusplus >= 201703L
+#include <string_view>
+#endif
 
 /* The catalogue's severity scale. */
 enum class PWSeverity : int32_t { Fatal = 0, Error = 1, Warning = 2, Information = 3, Debug = 4 };
@@ -44,25 +47,32 @@ class QV_API PWParam {
     enum class Kind { Text, Signed, Unsigned };
 
     PWParam(const char *text);
+#if __cplusplus >= 201703L
     PWParam(std::string_view text);
+#endif
     PWParam(const std::string &text);
     PWParam(char character);
-    template <std::integral Integer>
-    requires(!std::same_as<Integer, bool> && !std::same_as<Integer, char>) PWParam(Integer value) {
-        if constexpr (std::is_signed_v<Integer>) {
-            kind_ = Kind::Signed;
-            signed_ = value;
-        } else {
-            kind_ = Kind::Unsigned;
-            unsigned_ = value;
-        }
-    }
+    /* Any integer type but bool and char (a char is a one-character text). */
+    template <class Integer, typename std::enable_if<std::is_integral<Integer>::value &&
+                                                         !std::is_same<Integer, bool>::value &&
+                                                         !std::is_same<Integer, char>::value,
+                                                     int>::type = 0>
+    PWParam(Integer value)
+        : kind_(std::is_signed<Integer>::value ? Kind::Signed : Kind::Unsigned),
+          signed_(std::is_signed<Integer>::value ? static_cast<int64_t>(value) : 0),
+          unsigned_(std::is_signed<Integer>::value ? 0 : static_cast<uint64_t>(value)) {}
 
-    Kind GetKind() const { return kind_; }
+    Kind GetKind() const {
+        return kind_;
+    }
     /* The parameter as it appears in a message text. */
     std::string Text() const;
-    int64_t Signed() const { return signed_; }
-    uint64_t Unsigned() const { return unsigned_; }
+    int64_t Signed() const {
+        return signed_;
+    }
+    uint64_t Unsigned() const {
+        return unsigned_;
+    }
 
   private:
     Kind kind_ = Kind::Text;

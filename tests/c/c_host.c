@@ -1,8 +1,9 @@
 /* A host written in C: opens status contexts with setjmp exactly as the protocol says,
- * raises from nested calls, re-raises outward, and formats text. Exits non-zero on the
- * first check that fails. */
+ * raises from nested calls, re-raises outward, formats text and reads a glossary. Exits non-zero on
+ * the first check that fails. */
 #include <qv/qvcommon.h>
 
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -83,12 +84,24 @@ static void formatting(void) {
     Asprintf_L(&text, " %s", (const char *)NULL);
     CHECK(text != NULL && strcmp(text, "ab   |  -42|000ff <NULL>") == 0);
     free(text);
+    text = NULL; /* C's size prefixes, as a C host passes its types */
+    Asprintf_L(&text, "%zu|%lld|%hhd|%jx", sizeof(int32_t), -5LL, 300, (uintmax_t)255);
+    CHECK(text != NULL && strcmp(text, "4|-5|44|ff") == 0);
+    free(text);
+}
+
+/* The library of the build tree finds the build tree's message files by itself. */
+static void message_files(void) {
+    const char *kind = Gloss_L(100);
+    CHECK(kind != NULL && strcmp(kind, "Build") == 0);
+    UnloadGlossaries_L();
 }
 
 int main(void) {
     protocol();
     convenience_macros();
     formatting();
+    message_files();
     printf("%d passed, %d failed\n", checks - failures, failures);
     return failures == 0 ? 0 : 1;
 }

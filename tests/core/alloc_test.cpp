@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "core/heap.hpp"
 #include "core/raise.hpp"
 #include "qv/alloc.h"

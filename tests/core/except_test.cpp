@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <csetjmp>
+#include <stdexcept>
 #include <string>
 
 #include "core/raise.hpp"
@@ -43,8 +44,10 @@ __attribute__((noinline)) void raise_from_depth(int levels, const char *symbol, 
         raise_from_depth(levels - 1, symbol, line);
 }
 
-// The raw protocol, written the way a host writes it. Returns the symbol that landed.
+// The raw protocol, written the way a host writes it. Returns the symbol that landed. The
+// opener's own frame is not unwound by a raise: `in_opener` is destroyed once, on return.
 __attribute__((noinline)) const char *catch_raw(void (*body)()) {
+    Counted in_opener;
     const char *volatile landed = nullptr;
     except_start_context("catch_raw", "except_test", __LINE__);
     if (setjmp(Exc_Sp->jump_state) == 0)
@@ -62,7 +65,7 @@ TEST_F(ExceptTest, RaiseLandsInHandlerAfterRunningDestructorsOnce) {
     EXPECT_STREQ(Exc_GetFile_L(), "deep");
     EXPECT_EQ(Exc_GetLine_L(), 4242);
     EXPECT_EQ(Exc_Status_Symbol, nullptr);
-    EXPECT_EQ(Counted::destroyed, 6);
+    EXPECT_EQ(Counted::destroyed, 6 + 1);
     EXPECT_EQ(Counted::alive, 0);
     // Symbols are compared by identity, never by text.
     static const char other_general[] = "GENERAL_ERROR";
@@ -242,22 +245,89 @@ TEST_F(ExceptTest, RaiseFromDestructorDuringUnwindLandsInItsOwnContext) {
     EXPECT_EQ(Counted::alive, 0);
 }
 
+// A host function whose catch (...) swallows whatever passes. The raise is not lost: when
+// the catch block ends it lands in its opener, and the frames between the catch and the
+// opener are skipped (their destructors do not run), as with the plain jump.
+__attribute__((noinline)) void swallow_all(bool &caught) {
+    try {
+        raise_from_depth(2, PRIVATE_FAILURE, 21);
+    } catch (...) {
+        caught = true;
+    }
+    ADD_FAILURE() << "the raise was lost in catch (...)";
+}
+
+TEST_F(ExceptTest, RaiseSwallowedByACatchAllStillLandsInItsOpener) {
+    bool caught = false;
+    const char *seen = nullptr;
+    qv::guarded(
+        "opener", "except_test", __LINE__,
+        [&] {
+            Counted skipped;
+            swallow_all(caught);
+        },
+        [&](const char *raised) { seen = raised; });
+    EXPECT_TRUE(caught);
+    EXPECT_EQ(seen, PRIVATE_FAILURE);
+    EXPECT_EQ(Exc_GetLine_L(), 21);
+    EXPECT_EQ(Counted::destroyed, 3); // the raiser's frames, up to the catch
+    EXPECT_EQ(Counted::alive, 1);     // `skipped`, between the catch and the opener
+    EXPECT_EQ(Exc_Sp, nullptr);
+    EXPECT_EQ(catch_raw([] { raise_from_depth(0, GENERAL_ERROR, 1); }), GENERAL_ERROR);
+}
+
+// A C++ exception that leaves a protected body (or its handler) passes on to the host, and
+// the helper's context is closed on the way: the next raise still finds the right context.
+TEST_F(ExceptTest, CppExceptionLeavingAGuardedBodyClosesItsContext) {
+    auto throws = [] { throw std::runtime_error("host error"); };
+    auto guarded_throw = [&] { qv::guarded("thrower", "except_test", __LINE__, throws); };
+    EXPECT_THROW(qv::guarded("outer", "except_test", __LINE__, guarded_throw), std::runtime_error);
+    EXPECT_THROW(qv::guarded(
+                     "handler", "except_test", __LINE__, [] { QV_RAISE(GENERAL_ERROR); },
+                     [&](const char *) { throws(); }),
+                 std::runtime_error);
+    EXPECT_EQ(Exc_Sp, nullptr);
+    EXPECT_EQ(qv::context_depth(), 0);
+    EXPECT_EQ(catch_raw([] { raise_from_depth(0, GENERAL_ERROR, 1); }), GENERAL_ERROR);
+}
+
 struct ExceptionCase {
     uint32_t code;
     const char *expected;
 };
 
+// Every code of the table but 0xC0000005 (whose second line is checked below), then codes
+// the table does not hold.
 TEST(PackageExceptionMessage, NamesEveryCodeOfTheTable) {
     const ExceptionCase cases[] = {
         {0x80000002, "Software Exception 0x80000002 ( Datatype misalignment )\n"},
-        {0xC0000094, "Software Exception 0xC0000094 ( Integer divide by zero )\n"},
+        {0x80000003, "Software Exception 0x80000003 ( Debugging, breakpoint )\n"},
+        {0x80000004, "Software Exception 0x80000004 ( Debugging, single step )\n"},
+        {0xC000008C, "Software Exception 0xC000008C ( Array bounds exceeded )\n"},
+        {0xC000008D, "Software Exception 0xC000008D ( Denormal floating-point operand )\n"},
+        {0xC000008E, "Software Exception 0xC000008E ( Floating-point divide by zero )\n"},
+        {0xC000008F, "Software Exception 0xC000008F ( Inexact floating-point result )\n"},
+        {0xC0000090, "Software Exception 0xC0000090 ( Invalid floating-point operation )\n"},
+        {0xC0000091, "Software Exception 0xC0000091 ( Floating-point overflow )\n"},
         {0xC0000092,
          "Software Exception 0xC0000092 ( Floating-point stack overflow or underflow )\n"},
-        {0xC000013A, "Software Exception 0xC000013A ( CTRL-C )\n"},
+        {0xC0000093, "Software Exception 0xC0000093 ( Floating-point underflow )\n"},
+        {0xC0000094, "Software Exception 0xC0000094 ( Integer divide by zero )\n"},
+        {0xC0000095, "Software Exception 0xC0000095 ( Integer overflow )\n"},
+        {0xC0000096,
+         "Software Exception 0xC0000096 ( Attempt to execute privileged instruction )\n"},
+        {0xC0000006, "Software Exception 0xC0000006 ( Page error )\n"},
+        {0xC000001D, "Software Exception 0xC000001D ( Attempt to execute illegal instruction )\n"},
+        {0xC0000025, "Software Exception 0xC0000025 ( Attempt to continue beyond exception )\n"},
         {0xC00000FD, "Software Exception 0xC00000FD ( Stack overflow )\n"},
+        {0xC0000026, "Software Exception 0xC0000026 ( Invalid disposition )\n"},
+        {0x80000001, "Software Exception 0x80000001 ( Guard page violation )\n"},
+        {0xC0000008, "Software Exception 0xC0000008 ( Invalid handle )\n"},
+        {0xC000013A, "Software Exception 0xC000013A ( CTRL-C )\n"},
         {0x12345678, "Unknown exception"},
         {0, "Unknown exception"},
     };
+    static_assert(std::size(cases) == 22 + 2);
     for (const auto &c : cases) {
         QV_EXCEPTION_RECORD_T record{};
         record.code = c.code;

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <tuple>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "qv/alloc.h"
 #include "qv/encoding.h"
 #include "qv/qvstring.h"
@@ -57,6 +57,21 @@ constexpr const char *int_formats[] = {"%d",   "%i",  "%5d",    "%-5d|", "%05d",
 constexpr int int_values[] = {0, 1, -1, 7, -42, 255, INT_MAX, INT_MIN};
 constexpr const char *long_formats[] = {"%ld", "%022ld", "%.19ld", "%lu", "%lo", "%lx", "%lX"};
 constexpr long long_values[] = {0, -1, 4294967296L, LONG_MAX, LONG_MIN};
+// C's other size prefixes, each with values of its own type.
+constexpr const char *long_long_formats[] = {"%lld", "%lli", "%llu", "%llo", "%-20llx|", "%llX"};
+constexpr long long long_long_values[] = {0, -1, 4294967296LL, LLONG_MAX, LLONG_MIN};
+constexpr const char *size_formats[] = {"%zu", "%zx", "%05zX", "%zo"};
+constexpr std::size_t size_values[] = {0, 1, SIZE_MAX, std::size_t{1} << 40};
+constexpr const char *signed_size_formats[] = {"%zd", "%zi", "%td", "%.3ti"};
+constexpr std::ptrdiff_t signed_size_values[] = {0, -1, PTRDIFF_MAX, PTRDIFF_MIN};
+constexpr const char *max_formats[] = {"%jd", "%ji", "%08jd"};
+constexpr intmax_t max_values[] = {0, -7, INTMAX_MAX, INTMAX_MIN};
+constexpr const char *unsigned_max_formats[] = {"%ju", "%jx", "%jo"};
+constexpr uintmax_t unsigned_max_values[] = {0, 7, UINTMAX_MAX};
+// h and hh cut the promoted int back to short and char.
+constexpr const char *short_formats[] = {"%hd",  "%hi",  "%hu",  "%hx",
+                                         "%hhd", "%hhu", "%hhX", "%5hho"};
+constexpr int short_values[] = {0, -1, 255, 256, 65535, 65536, -32769, INT_MAX};
 constexpr const char *double_formats[] = {"%lf",    "%.2lf",    "%.0lf",     "%10.3lf",
                                           "%.12lf", "%010.2lf", "%0-9.2lf|", "%3.1lf"};
 constexpr double double_values[] = {0.0, -0.0, 3.14159, -2.5, -123456.789, 1e-7, 1e300};
@@ -66,6 +81,12 @@ constexpr const char *text_values[] = {"", "a", "abc", "hello world"};
 TEST(FormatAgreesWithC, OverTables) {
     expect_agreement(int_formats, int_values);
     expect_agreement(long_formats, long_values);
+    expect_agreement(long_long_formats, long_long_values);
+    expect_agreement(size_formats, size_values);
+    expect_agreement(signed_size_formats, signed_size_values);
+    expect_agreement(max_formats, max_values);
+    expect_agreement(unsigned_max_formats, unsigned_max_values);
+    expect_agreement(short_formats, short_values);
     expect_agreement(double_formats, double_values);
     expect_agreement(text_formats, text_values);
     expect_agreement({"%c", "%3c", "%-3c|", "%c%c"}, {'a', 'Z'});
@@ -101,10 +122,14 @@ TEST(FormatDiffersFromC, Deliberately) {
          "1.500000|-001.500|2.2     9"},
         {"I64d", qv_format("%I64d|%I64d|%08I64d", INT64_MIN + 0LL, INT64_MAX + 0LL, -5LL),
          "-9223372036854775808|9223372036854775807|-0000005"},
-        {"only I64d is a size; ll is l then an unknown l",
-         qv_format("%I64u|[%5I64x]|%I64i|%lld|%d", 7), "I64u|[I64x]|I64i|ld|7"},
-        {"unknown conversions", qv_format("%q|%5q|%-08.3y|%+d|% d|%#x|%hd", 5),
-         "q|q|y|+d| d|#x|hd"},
+        {"I64 is a size before d only", qv_format("%I64u|[%5I64x]|%I64i|%d", 7),
+         "I64u|[I64x]|I64i|7"},
+        {"unknown conversions", qv_format("%q|%5q|%-08.3y|%+d|% d|%#x|%Ld", 5),
+         "q|q|y|+d| d|#x|Ld"},
+        {"only l makes %f read a double",
+         qv_format("%hf|%llf|%zf", std::bit_cast<unsigned>(1.5f), std::bit_cast<unsigned>(2.5f),
+                   std::bit_cast<unsigned>(3.5f)),
+         "1.500000|2.500000|3.500000"},
         {"%% takes no flags or width", qv_format("%%|%5%|%-%"), "%|%|%"},
         {"format ending inside a conversion", qv_format("ab%-5"), "ab"},
         {"null text; U is s", qv_format("%s|%8s|%.3s|%-4U|", no_text, no_text, no_text, "c"),

@@ -4,7 +4,7 @@
 
 #include <regex>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 
 namespace {
 
@@ -249,16 +249,18 @@ TEST_F(FeedbackTest, AllocationFailuresRaiseAndLeakNothing) {
             RegisterFeedbackClass_L("Audit", 4, QV_FEEDBACK_ALWAYS | QV_FEEDBACK_STDOUT);
             SetFeedbackFile_L(log.c_str(), 0);
             Feedback_L(X_Progress_FL, "%s\n", "written");
+            Feedback_L(X_Info_FL, "%s", "wrapped at five"); // wrapped at 7, given its line feed
             free(LogFilePath_L('B', "name", 1));
         },
         [&] {
             TerminateFeedback_L();
             SetFeedbackWriter_L(write, this);
+            Set_Feedback_Width_L(7);
             out.clear();
         });
     EXPECT_THAT(raised, Each(Eq(ALLOC_FAILURE)));
-    EXPECT_GT(raised.size(), 3u);
-    EXPECT_EQ(out, "written\n");
+    EXPECT_GT(raised.size(), 5u);
+    EXPECT_EQ(out, "written\nwrapped\nat five\n");
     EXPECT_EQ(IsActiveFeedback_L(9), 1); // "Audit"
 
     // With no context the failed write is simply left out.
@@ -266,7 +268,7 @@ TEST_F(FeedbackTest, AllocationFailuresRaiseAndLeakNothing) {
     Feedback_L(X_Info_FL, "%s\n", "never");
     TestFailAllocation_L(-1);
     Feedback_L(X_Info_FL, "%s\n", "later");
-    EXPECT_EQ(out, "written\nlater\n");
+    EXPECT_EQ(out, "written\nwrapped\nat five\nlater\n");
 }
 
 TEST_F(FeedbackTest, AnInterruptIsDeliveredOnceUntilCleared) {

@@ -2,7 +2,7 @@
 // missing files, the search for the message directory, and allocation failures.
 #include <unicode/locid.h>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "qv/date.h"
 #include "qv/platform.h"
 
@@ -64,32 +64,49 @@ TEST_F(GlossaryTest, NumberedFileRulesAndMalformedLines) {
               "thirty|seven  days|minus three|plus four|ten # not a comment|two|");
     EXPECT_EQ(texts(Gloss_L, {0, 1, 5, 12, 31, -4}), "<null>|<null>|<null>|<null>|<null>|<null>|");
     EXPECT_EQ(texts_of(context).size(), 0u);
-    std::string path = (folder / "glossary.gls").string(), warnings;
-    for (const auto &[line, text] :
-         {std::pair{11, "12"}, {12, "abc text"}, {13, "99999999999 too big"}, {14, "5x five"}}) {
-        PWMessage warning(QV_MSG_GLOSSARY_LINE_SKIPPED, MESSAGE_SEVERITY_WARNING);
-        warning << path << line << text;
-        warnings += "WARNING - " + warning.Text() + "\n";
-    }
-    EXPECT_EQ(out, warnings);
+    const std::string path = (folder / "glossary.gls").string();
+    EXPECT_EQ(out, "WARNING - Line 11 of the glossary file '" + path +
+                       "' was skipped: a number and a text were expected, not '12'.\n"
+                       "WARNING - Line 12 of the glossary file '" +
+                       path +
+                       "' was skipped: a number and a text were expected, not 'abc text'.\n"
+                       "WARNING - Line 13 of the glossary file '" +
+                       path +
+                       "' was skipped: a number and a text were expected, not '99999999999 "
+                       "too big'.\n"
+                       "WARNING - Line 14 of the glossary file '" +
+                       path + "' was skipped: a number and a text were expected, not '5x five'.\n");
 }
 
-TEST_F(GlossaryTest, MissingNumberedFileLogsAndRaisesGeneralError) {
+TEST_F(GlossaryTest, MissingNumberedFileIsReportedOnceUntilUnloaded) {
     const char *text = "unset";
     EXPECT_EQ(raised_by([&] { text = FunctionGloss_L(1); }), GENERAL_ERROR);
     EXPECT_STREQ(text, "unset");
-    PWMessage expected(0x8DA5062D, MESSAGE_SEVERITY_ERROR);
-    expected << (folder / "function.gls").string();
-    ASSERT_EQ(texts_of(context), std::vector<std::string>{expected.Text()});
+    const std::string missing =
+        "The glossary file '" + (folder / "function.gls").string() + "' cannot be opened.";
+    ASSERT_EQ(texts_of(context), std::vector<std::string>{missing});
     EXPECT_EQ(GetMessage_L(context, 0)->Number(), 0x8DA5062Du);
     EXPECT_EQ(GetMessage_L(context, 0)->LibrarySeverity(), MESSAGE_SEVERITY_ERROR);
 
-    // With no status context the raise reports and returns; the lookup gives null, and the
-    // next lookup tries the file again.
-    EXPECT_EQ(FunctionGloss_L(1), nullptr);
-    EXPECT_EQ(texts_of(context).size(), 2u);
+    // Remembered: later lookups give null without a message or a raise, even once the file
+    // is there, until the glossaries are unloaded.
     write("function.gls", "1 now here\n");
+    EXPECT_EQ(raised_by([&] { text = FunctionGloss_L(1); }), nullptr);
+    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(texts_of(context).size(), 1u);
+    UnloadGlossaries_L();
     EXPECT_STREQ(FunctionGloss_L(1), "now here");
+
+    // With neither a message context nor a status context, the message goes to the error
+    // class, once, before the report of the raise that nothing caught.
+    fs::remove(folder / "function.gls");
+    UnloadGlossaries_L();
+    ClearMessageContext_L();
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(FunctionGloss_L(1), nullptr);
+    const std::string report =
+        "Status context failure: no context on RAISE/RERAISE (message, line ";
+    EXPECT_EQ(err.rfind(missing + "\n" + report, 0), 0u) << err;
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 2) << err;
 }
 
 TEST_F(GlossaryTest, DateFilesFallBackToLocaleNamesSilently) {
@@ -126,7 +143,7 @@ TEST_F(GlossaryTest, DirectorySearchOrder) {
         message_path.emplace("QV_MESSAGE_PATH", preference.empty() ? nullptr : preference.c_str());
         ScopedEnvironment install("QV_INSTALL_ROOT", install_root.c_str());
         reload();
-        EXPECT_EQ(qv::message_directory(), expected.string()) << what;
+        EXPECT_EQ(std::string_view(qv::message_directory()), expected.string()) << what;
     }
     // Texts are kept until unloaded; the directory is found once, so a changed preference
     // is not seen until it is forgotten.

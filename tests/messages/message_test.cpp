@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 
 namespace {
 
@@ -113,11 +113,16 @@ TEST_F(MessageTest, DeferredWarningsAreCollectedAndReportedLater) {
 }
 
 TEST_F(MessageTest, ReportPrintsByteForByteFromTheMinimumAndDeletesTheWholeSet) {
-    // Errors and fatal messages go to class 2 ("Info"), echoed to standard output; the
-    // first message printed (an information to the untraced class 4) takes the "\n".
-    const std::string errors = text("e") + "\n\n" + text("f") + "\n\n";
-    for (const auto &[minimum, expected] : {std::pair{MESSAGE_SEVERITY_DEBUG, errors},
-                                            std::pair{MESSAGE_SEVERITY_ERROR, "\n" + errors}}) {
+    // With no log file every reported message reaches standard output, whatever its class
+    // ("Progress" for information is not even traced); the first one printed takes the "\n".
+    const std::string all = "\nMessage 0x00000010 has no text: i\n\n"
+                            "Message 0x00000010 has no text: e\n\n"
+                            "WARNING - Message 0x00000010 has no text: w\n\n"
+                            "Message 0x00000010 has no text: f\n\n";
+    const std::string errors = "\nMessage 0x00000010 has no text: e\n\n"
+                               "Message 0x00000010 has no text: f\n\n";
+    for (const auto &[minimum, expected] :
+         {std::pair{MESSAGE_SEVERITY_DEBUG, all}, std::pair{MESSAGE_SEVERITY_ERROR, errors}}) {
         out.clear();
         uint32_t set = set_of({{2, "i"}, {4, "e"}, {3, "w"}, {5, "f"}}), handle = set;
         ReportMessages_L(&set, minimum);
@@ -125,14 +130,28 @@ TEST_F(MessageTest, ReportPrintsByteForByteFromTheMinimumAndDeletesTheWholeSet) 
         EXPECT_EQ(set, 0u);
         EXPECT_FALSE(sets.IsSet(handle));
     }
+    // With a log file, information goes only where "Progress" goes (nowhere, untraced, and
+    // the "\n" with it), warnings only to the file, errors to the file and standard output.
+    TempDirectory directory;
+    ASSERT_EQ(SetFeedbackFile_L((directory / "report.log").c_str(), 0), 0);
+    out.clear();
+    uint32_t set = set_of({{2, "i"}, {3, "w"}, {4, "e"}});
+    ReportMessages_L(&set, MESSAGE_SEVERITY_DEBUG);
+    EXPECT_EQ(out, "Message 0x00000010 has no text: e\n\n");
+    EXPECT_EQ(read_file(directory / "report.log"),
+              "WARNING - Message 0x00000010 has no text: w\r\n\r\n"
+              "Message 0x00000010 has no text: e\r\n\r\n");
+    CloseFeedbackFile_L();
+
     // Nothing to report: a null variable, no set, a stale handle, an emptied set.
+    out.clear();
     ReportMessages_L(nullptr, 1);
     uint32_t stale = 4242, emptied = set_of({{4, "e"}}), receiver = 0, handle = emptied;
     sets.Transfer(emptied, receiver);
     for (uint32_t *variable : {&stale, &emptied}) ReportMessages_L(variable, 1);
     EXPECT_EQ(stale + emptied, 0u);
     EXPECT_FALSE(sets.IsSet(handle));
-    EXPECT_EQ(out, "\n" + errors);
+    EXPECT_EQ(out, "");
 }
 
 TEST_F(MessageTest, CheckAndGetMessages) {
@@ -191,13 +210,11 @@ TEST_F(MessageTest, CFunctionErrorsBecomeMessages) {
     CFunctionError_L(ENOENT, "open %s (%d)", "rows.txt", 3);
     errno = EACCES;
     WinLastError("write %s", "log");
-    std::vector<std::string> expected;
-    for (const auto &[what, error_number] :
-         {std::pair{"open rows.txt (3)", ENOENT}, {"write log", EACCES}}) {
-        PWMessage message(QV_MSG_C_FUNCTION_ERROR, MESSAGE_SEVERITY_ERROR);
-        message << what << error_number << std::strerror(error_number);
-        expected.push_back(message.Text());
-    }
+    const std::vector<std::string> expected = {
+        "open rows.txt (3) failed with error " + std::to_string(ENOENT) + ": " +
+            std::strerror(ENOENT) + ".",
+        "write log failed with error " + std::to_string(EACCES) + ": " + std::strerror(EACCES) +
+            "."};
     EXPECT_EQ(texts_of(context), expected);
     EXPECT_EQ(GetMessage_L(context, 1)->LibrarySeverity(), MESSAGE_SEVERITY_ERROR);
 }

@@ -8,7 +8,7 @@
 #include <regex>
 #include <set>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "messages/catalogue.hpp"
 
 namespace {

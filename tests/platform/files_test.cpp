@@ -4,7 +4,7 @@
 #include <ctime>
 #include <regex>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "qv/platform.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // Preferences from the environment and from qv.ini, where qv.ini is found, and the
 // installation root.
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "platform/paths.hpp"
 #include "qv/platform.h"
 
@@ -67,6 +67,20 @@ TEST_F(PreferencesTest, BadNamesAndMissingFilesGiveNull) {
     EXPECT_EQ(GetPreferenceFilePath_L(), nullptr);
     setenv("QV_INI", directory.path.c_str(), 1); // a directory, not a file
     EXPECT_EQ(GetPreference_L("PLAIN"), nullptr);
+}
+
+// Each allocation of a file read (paths, the line, the copy) fails in turn: ALLOC_FAILURE is
+// raised and nothing leaks; the last run reads the value.
+TEST_F(PreferencesTest, AllocationFailuresRaiseAllocFailure) {
+    char *value = nullptr;
+    auto raised = fail_each_allocation([&] { value = GetPreference_L("LAST"); },
+                                       [&] {
+                                           std::free(value);
+                                           value = nullptr;
+                                       });
+    EXPECT_GT(raised.size(), 3u);
+    EXPECT_THAT(raised, ::testing::Each(ALLOC_FAILURE));
+    EXPECT_EQ(take(value), "no line feed");
 }
 
 TEST_F(PreferencesTest, TheInstallRootAndTheIniFileBesideIt) {

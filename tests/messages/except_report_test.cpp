@@ -1,10 +1,12 @@
 // What the status-context machinery says, through messages and feedback: the fatal reports
-// on the error class, the message of the last raise (bounded to 255 bytes), the logged
-// forms, the "HANDLER" trace of every raise, and the exception filter.
+// on the error class (made without memory, plainly when nested), the message of the last
+// raise (bounded to 255 bytes), the logged forms, the "HANDLER" trace of every raise, and
+// the exception filter.
 #include <cstring>
 #include <functional>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
+#include "core/except_report.hpp"
 
 namespace {
 
@@ -18,15 +20,8 @@ void raise_in(const char *symbol, const char *file, int32_t line, int32_t mode =
 }
 
 std::string fatal_text(const char *what, int32_t line) {
-    PWMessage message(QV_MSG_CONTEXT_FAILURE, MESSAGE_SEVERITY_ERROR);
-    message << what << "report_test" << line;
-    return message.Text() + "\n";
-}
-
-PWMessage raised_message(const char *symbol, const std::string &file, int32_t line) {
-    PWMessage message(QV_MSG_EXCEPTION_RAISED, MESSAGE_SEVERITY_ERROR);
-    message << symbol << file << line;
-    return message;
+    return std::string("Status context failure: ") + what + " (report_test, line " +
+           std::to_string(line) + ").\n";
 }
 
 using ExceptReportTest = CaptureTest;
@@ -58,24 +53,41 @@ TEST_F(ExceptReportTest, FatalReportsAreWrittenOnTheErrorClassNotCollected) {
     EXPECT_EQ(out, "");
     EXPECT_EQ(texts_of(context).size(), 0u); // written, not collected
 
-    // Whichever allocation of a report fails, the report ends; once none fails it is whole.
-    int n = 0;
-    for (bool fired = true; fired; ++n) {
-        err.clear();
-        TestFailAllocation_L(n);
-        except_end_context("report_test", 90);
-        fired = TestAllocationFailed_L() != 0;
-        TestFailAllocation_L(-1);
-    }
-    EXPECT_GT(n, 1);
-    EXPECT_EQ(err, fatal_text("attempting to pop context from empty stack", 90));
+    // Once feedback is set up, a report allocates nothing at all.
+    err.clear();
+    TestFailAllocation_L(0);
+    except_end_context("report_test", 90);
+    EXPECT_FALSE(TestAllocationFailed_L());
+    TestFailAllocation_L(-1);
+    EXPECT_EQ(err, "Status context failure: attempting to pop context from empty stack "
+                   "(report_test, line 90).\n");
+}
+
+// A report made while another output of the library is under way (here: from inside a
+// feedback write), or one that feedback cannot take, is one plain line on standard error.
+TEST_F(ExceptReportTest, NestedOrRefusedReportsArePlainLinesOnStandardError) {
+    SetFeedbackWriter_L(
+        [](int32_t stream, const char *text, size_t length, void *test) {
+            write(stream, text, length, test);
+            except_end_context("report_test", 91);
+        },
+        this);
+    testing::internal::CaptureStderr();
+    Simple_Feedback_L(X_Info_FL, "info\n");
+    RegisterFeedbackClass_L("Error", 2, 0); // no longer always active
+    except_end_context("report_test", 92);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              fatal_text("attempting to pop context from empty stack", 91) +
+                  fatal_text("attempting to pop context from empty stack", 92));
+    EXPECT_EQ(out + err, "info\n");
+    EXPECT_EQ(qv::speaking_depth(), 0);
 }
 
 TEST_F(ExceptReportTest, ExcMessageDescribesTheLastRaiseInAtMost255Bytes) {
     for (std::size_t length : {10, 200, 240, 255, 1000}) {
         std::string file(length, 'f');
         raised_by([&] { raise_in(TEST_FAILURE, file.c_str(), 7); });
-        std::string whole = raised_message(TEST_FAILURE, file, 7).Text();
+        std::string whole = "TEST_FAILURE was raised in " + file + " at line 7.";
         const char *text = Exc_Message_L();
         EXPECT_EQ(std::strlen(text), std::min<std::size_t>(whole.size(), 255)) << length;
         EXPECT_EQ(whole.compare(0, std::strlen(text), text), 0) << length;
@@ -91,9 +103,10 @@ TEST_F(ExceptReportTest, LoggedFormsGoToTheMessageContext) {
     ASSERT_EQ(texts_of(context).size(), 2u);
     PWMessage *raised = GetMessage_L(context, 0);
     EXPECT_EQ(raised->Number(), QV_MSG_EXCEPTION_RAISED);
-    EXPECT_EQ(raised->Text(), raised_message(TEST_FAILURE, "express", 55).Text());
+    EXPECT_EQ(raised->Text(), "TEST_FAILURE was raised in express at line 55.");
     PWMessage *status = GetMessage_L(context, 1);
     EXPECT_EQ(status->Number(), QV_MSG_STATUS_RAISED);
+    EXPECT_EQ(status->Text(), "A failure with status 42 was raised.");
     ASSERT_EQ(status->Parameters().size(), 1u);
     EXPECT_EQ(status->Parameters()[0].Signed(), 42);
     EXPECT_EQ(out + err, "");
