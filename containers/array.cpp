@@ -141,8 +141,7 @@ QV_API int32_t DeleteArrayItemByIndex_L(void **block, int32_t count, uint32_t it
 
 QV_API void MoveArrayItemByIndex_L(void *block, int32_t count, uint32_t item_size, int32_t from,
                                    int32_t to) {
-    if (!valid(block, count, item_size) || !in_range(from, count) || !in_range(to, count))
-        return;
+    if (!valid(block, count, item_size) || !in_range(from, count) || !in_range(to, count)) return;
     Shape shape{item_size, count, static_cast<char *>(block)};
     if (from == to) return;
     // The items between the two indexes shift by one toward `from`.

@@ -81,15 +81,13 @@ bool valid_array_index(int32_t index, int32_t limit) {
 extern "C" {
 
 QV_API QV_HANDLE_TABLE_T *InitHandles_L(void) {
-    auto *table = static_cast<QV_HANDLE_TABLE_T *>(QV_CALLOC(sizeof(QV_HANDLE_TABLE_T)));
-    if (table == nullptr) return nullptr;
-    if (!grow_to(table, QV_HANDLE_GROWTH)) {
-        std::free(table);
-        return nullptr;
-    }
-    table->next_search = first_search;
-    table->reuse = 1;
-    return table;
+    // Owned here until whole: growing the entries may raise.
+    qv::HeapArray<QV_HANDLE_TABLE_T> table(
+        static_cast<QV_HANDLE_TABLE_T *>(QV_CALLOC(sizeof(QV_HANDLE_TABLE_T))));
+    if (table == nullptr || !grow_to(table.get(), QV_HANDLE_GROWTH)) return nullptr;
+    table[0].next_search = first_search;
+    table[0].reuse = 1;
+    return table.release();
 }
 
 QV_API void TerminateHandles_L(QV_HANDLE_TABLE_T **table) {
@@ -244,8 +242,8 @@ QV_API int32_t InsertHandleInArray_L(QV_HANDLE_ARRAY_T *array, int32_t index, in
     if (array->count == INT32_MAX || !valid_array_index(index, array->count + 1)) return -1;
     if (array->count == array->capacity) {
         int64_t doubled = std::max<int64_t>(8, int64_t{array->capacity} * 2);
-        if (ExpandHandleArray_L(array, static_cast<int32_t>(std::min<int64_t>(doubled, INT32_MAX))) <
-            0)
+        if (ExpandHandleArray_L(array,
+                                static_cast<int32_t>(std::min<int64_t>(doubled, INT32_MAX))) < 0)
             return -1;
     }
     int32_t *at = array->handles + index;

@@ -156,9 +156,9 @@ QV_API QV_PAGED_PTRS_T *NewPagedPtrs_L(int32_t first_table, int32_t table_step,
                                        int32_t items_per_page, uint16_t flags) {
     auto *array = static_cast<QV_PAGED_PTRS_T *>(QV_CALLOC(sizeof(QV_PAGED_PTRS_T)));
     if (array == nullptr) return nullptr;
-    array->items_per_page = items_per_page <= 0 ? default_items_per_page
-                                                : std::min(items_per_page,
-                                                           int32_t{QV_PAGED_MAX_ITEMS_PER_PAGE});
+    array->items_per_page = items_per_page <= 0
+                                ? default_items_per_page
+                                : std::min(items_per_page, int32_t{QV_PAGED_MAX_ITEMS_PER_PAGE});
     array->page_bytes = static_cast<int32_t>(sizeof(void *)) * array->items_per_page;
     array->first_table = first_table <= 0 ? default_table_size : first_table;
     array->table_step = table_step <= 0 ? default_table_size : table_step;

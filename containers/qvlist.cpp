@@ -301,8 +301,8 @@ QV_API QV_LIST_T *PreviousListItem_L(QV_LIST_T *position, void **data) {
     return item_or_end(position ? position->previous : nullptr, data);
 }
 
-QV_API QV_LIST_T *Find_List_Item_L(QV_LIST_T *position, const void *key,
-                                   QV_LIST_COMPARE_L compare, void *context) {
+QV_API QV_LIST_T *Find_List_Item_L(QV_LIST_T *position, const void *key, QV_LIST_COMPARE_L compare,
+                                   void *context) {
     if (position == nullptr || !require_comparison(compare)) return nullptr;
     for (QV_LIST_T *item = position->next; item->size != 0; item = item->next)
         if (compare(key, QV_LIST_DATA(item), context) == 0) return item;

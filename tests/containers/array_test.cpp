@@ -44,7 +44,9 @@ TEST(ArrayModel, RandomEditsMatchStdVector) {
         Item copy = *source;
         switch (random(0, count == 0 ? 1 : 5)) {
             case 0:
-                EXPECT_EQ(*static_cast<Item *>(AddArrayItem_L(block.address(), count, item_size, source)), copy);
+                EXPECT_EQ(
+                    *static_cast<Item *>(AddArrayItem_L(block.address(), count, item_size, source)),
+                    copy);
                 model.push_back(copy);
                 ++block.count;
                 break;
@@ -74,7 +76,8 @@ TEST(ArrayModel, RandomEditsMatchStdVector) {
                 break;
             }
             case 5: {
-                auto found = std::find_if(model.begin(), model.end(), [&](auto &i) { return i.key == fresh.key; });
+                auto found = std::find_if(model.begin(), model.end(),
+                                          [&](auto &i) { return i.key == fresh.key; });
                 EXPECT_EQ(FindArrayItemByRef_L(block.items, count, item_size, &fresh, by_key),
                           found == model.end() ? -1 : found - model.begin());
                 break;
@@ -108,11 +111,13 @@ TEST(ArrayBsearch, MatchesLowerBoundWithOneComparisonForAppends) {
         for (auto &key : keys) key = random(0, count / 2); // duplicates
         std::sort(keys.begin(), keys.end());
         for (int32_t key = -1; key <= count / 2 + 1; ++key) {
-            int32_t lower = static_cast<int32_t>(std::lower_bound(keys.begin(), keys.end(), key) - keys.begin());
+            int32_t lower = static_cast<int32_t>(std::lower_bound(keys.begin(), keys.end(), key) -
+                                                 keys.begin());
             bool present = lower < count && keys[static_cast<size_t>(lower)] == key;
             int32_t position = -7;
             comparisons = 0;
-            int32_t any = BsearchArray_L(keys.data(), count, QV_BSEARCH_ANY, &key, 4, counting, &position);
+            int32_t any =
+                BsearchArray_L(keys.data(), count, QV_BSEARCH_ANY, &key, 4, counting, &position);
             EXPECT_TRUE(count == 0 || key <= keys.back() || comparisons == 1);
             if (present) {
                 EXPECT_EQ(keys[static_cast<size_t>(any)], key);
@@ -121,7 +126,8 @@ TEST(ArrayBsearch, MatchesLowerBoundWithOneComparisonForAppends) {
                 EXPECT_EQ(any, -1);
                 EXPECT_EQ(position, lower) << count << " " << key;
             }
-            int32_t first = BsearchArray_L(keys.data(), count, QV_BSEARCH_FIRST, &key, 4, counting, &position);
+            int32_t first =
+                BsearchArray_L(keys.data(), count, QV_BSEARCH_FIRST, &key, 4, counting, &position);
             EXPECT_EQ(first, present ? lower : -1);
             EXPECT_EQ(position, lower);
         }
@@ -158,17 +164,23 @@ TEST(ArrayMisuse, IndexesCountsAndSizesRaiseAndChangeNothing) {
         {ARRAY_FAILURE_L, [&] { AddArrayItem_L(block.address(), INT32_MAX, item_size, &item); }},
         {ARRAY_FAILURE_L, [&] { AddArrayItem_L(nullptr, 3, item_size, &item); }},
         {ARRAY_FAILURE_L, [&] { DeleteArrayItemByIndex_L(block.address(), 3, item_size, 3); }},
-        {ARRAY_FAILURE_L, [&] { DeleteArrayItemByIndex_L(block.address(), 3, item_size, INT32_MAX); }},
+        {ARRAY_FAILURE_L,
+         [&] { DeleteArrayItemByIndex_L(block.address(), 3, item_size, INT32_MAX); }},
         {ARRAY_FAILURE_L, [&] { DeleteArrayItem_L(nullptr, 3, item_size, &item); }},
         {ARRAY_FAILURE_L, [&] { MoveArrayItemByIndex_L(block.items, 3, item_size, 0, 3); }},
         {ARRAY_FAILURE_L, [&] { MoveArrayItemByIndex_L(block.items, 3, item_size, -1, 0); }},
         {ARRAY_FAILURE_L, [&] { MoveArrayItemByIndex_L(nullptr, 3, item_size, 0, 1); }},
-        {ARRAY_FAILURE_L, [&] { FindArrayItemByRef_L(block.items, -1, item_size, &item, nullptr); }},
-        {ARRAY_FAILURE_L, [&] { BsearchArray_L(block.items, -1, 0, &item, item_size, by_key, &position); }},
-        {ARRAY_FAILURE_L, [&] { BsearchArray_L(nullptr, 3, 0, &item, item_size, by_key, &position); }},
-        {ARRAY_FAILURE_L, [&] { BsearchArray_L(block.items, 3, 0, &item, item_size, nullptr, &position); }},
+        {ARRAY_FAILURE_L,
+         [&] { FindArrayItemByRef_L(block.items, -1, item_size, &item, nullptr); }},
+        {ARRAY_FAILURE_L,
+         [&] { BsearchArray_L(block.items, -1, 0, &item, item_size, by_key, &position); }},
+        {ARRAY_FAILURE_L,
+         [&] { BsearchArray_L(nullptr, 3, 0, &item, item_size, by_key, &position); }},
+        {ARRAY_FAILURE_L,
+         [&] { BsearchArray_L(block.items, 3, 0, &item, item_size, nullptr, &position); }},
         {ZERO_ALLOC_FAILURE, [&] { AddArrayItem_L(block.address(), 3, 0, &item); }},
-        {ZERO_ALLOC_FAILURE, [&] { BsearchArray_L(block.items, 3, 0, &item, 0, by_key, &position); }},
+        {ZERO_ALLOC_FAILURE,
+         [&] { BsearchArray_L(block.items, 3, 0, &item, 0, by_key, &position); }},
     };
     for (const auto &[symbol, act] : cases) {
         qvtest::expect_raise(symbol, "array", act);
@@ -182,7 +194,8 @@ TEST(ArrayAllocation, EachFailureRaisesAndLeavesTheBlockAsItWas) {
         for (bool insert : {false, true}) {
             Block block;
             auto reset = [&] {
-                EXPECT_EQ(block.contents(), std::vector<Item>(static_cast<size_t>(block.count), Item{4, 5, 6}));
+                EXPECT_EQ(block.contents(),
+                          std::vector<Item>(static_cast<size_t>(block.count), Item{4, 5, 6}));
                 std::free(block.items);
                 block.items = nullptr;
                 block.count = 0;
@@ -190,10 +203,12 @@ TEST(ArrayAllocation, EachFailureRaisesAndLeavesTheBlockAsItWas) {
                     AddArrayItem_L(block.address(), block.count, item_size, &item);
             };
             Item item{7, 8, 9};
-            auto raised = qvtest::fail_each_allocation([&] {
-                insert ? InsertArrayItem_L(block.address(), count, item_size, &item, 0)
-                       : AddArrayItem_L(block.address(), count, item_size, &item);
-            }, reset);
+            auto raised = qvtest::fail_each_allocation(
+                [&] {
+                    insert ? InsertArrayItem_L(block.address(), count, item_size, &item, 0)
+                           : AddArrayItem_L(block.address(), count, item_size, &item);
+                },
+                reset);
             EXPECT_THAT(raised, ::testing::ElementsAre(ALLOC_FAILURE));
             EXPECT_STREQ(Exc_GetFile_L(), "array");
         }

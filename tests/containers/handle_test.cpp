@@ -47,7 +47,9 @@ TEST(HandleModel, RandomOperationsMatchAMapAndFreeOwnedObjectsOnce) {
     Table t;
     std::map<int32_t, Expected> model;
     for (int step = 0; step < 5000; ++step) {
-        auto any = [&] { return std::next(model.begin(), random(0, static_cast<int32_t>(model.size()) - 1)); };
+        auto any = [&] {
+            return std::next(model.begin(), random(0, static_cast<int32_t>(model.size()) - 1));
+        };
         int32_t type = random(1, 9);
         int op = random(0, model.empty() ? 0 : 5);
         if (op == 0) {
@@ -72,7 +74,9 @@ TEST(HandleModel, RandomOperationsMatchAMapAndFreeOwnedObjectsOnce) {
         } else if (op == 3) {
             auto target = any();
             std::string data = random(0, 3) ? random.text(20) : "";
-            EXPECT_EQ(SetHandleUserData_L(t.table, target->first, data.data(), static_cast<uint32_t>(data.size())), 0);
+            EXPECT_EQ(SetHandleUserData_L(t.table, target->first, data.data(),
+                                          static_cast<uint32_t>(data.size())),
+                      0);
             target->second.data = data;
         } else if (op == 4) {
             auto target = any();
@@ -116,7 +120,8 @@ TEST(HandleNumbering, RisesWrapsToFreedNumbersAndGrowsWhenFull) {
 TEST(HandleNumbering, WithoutReuseAFullTableGrowsInsteadOfWrapping) {
     Table t;
     ReuseHandles_L(t.table, 0);
-    for (int32_t i = 1; i < QV_HANDLE_GROWTH; ++i) FreeHandle_L(t.table, NewHandle_L(t.table, 1, nullptr, 0, 0, 0));
+    for (int32_t i = 1; i < QV_HANDLE_GROWTH; ++i)
+        FreeHandle_L(t.table, NewHandle_L(t.table, 1, nullptr, 0, 0, 0));
     EXPECT_EQ(NewHandle_L(t.table, 1, nullptr, 0, 0, 0), QV_HANDLE_GROWTH);
     EXPECT_EQ(HandlesStatus_L(t.table, nullptr), 2 * QV_HANDLE_GROWTH);
 }
@@ -132,7 +137,8 @@ TEST(HandleBadInput, InvalidHandlesAndNullTables) {
         EXPECT_EQ(SetHandleUserData_L(t.table, handle, "x", 1), -1);
         EXPECT_EQ(UpdateHandle_L(t.table, handle, 1, nullptr, 0, 0, 0), -1);
         EXPECT_EQ(DuplicateHandle_L(t.table, handle, 1), 0);
-        qvtest::expect_raise(WRONG_HANDLE_TYPE, "handle", [&] { GetHandleObject_L(t.table, handle, 4); });
+        qvtest::expect_raise(WRONG_HANDLE_TYPE, "handle",
+                             [&] { GetHandleObject_L(t.table, handle, 4); });
     }
     qvtest::expect_raise(WRONG_HANDLE_TYPE, "handle", [&] { GetHandleObject_L(t.table, good, 5); });
     EXPECT_EQ(GetHandleObject_L(t.table, good, 4), nullptr);
@@ -162,7 +168,8 @@ TEST(HandleAllocation, EachFailureRaisesAndLeavesTheTableAsItWas) {
     auto unchanged = [&] { // before each run; from the second on, it sees what a failure left
         if (after_a_run) {
             EXPECT_EQ(t.table->in_use, 1);
-            expect_entry(t.table, source, {2, CheckHandle_L(t.table, source)->object, true, "data"});
+            expect_entry(t.table, source,
+                         {2, CheckHandle_L(t.table, source)->object, true, "data"});
         }
         after_a_run = true;
         fresh();
@@ -225,7 +232,8 @@ TEST(HandleArrays, RandomEditsMatchAVectorAndFreeTheirHandles) {
     EXPECT_EQ(HandleArrayItem_L(&array, 0), model[0]);
 
     QV_HANDLE_ARRAY_T owned{};
-    for (int i = 0; i < 3; ++i) AddHandleToArray_L(&owned, NewHandle_L(t.table, 1, std::malloc(4), 1, 0, 0));
+    for (int i = 0; i < 3; ++i)
+        AddHandleToArray_L(&owned, NewHandle_L(t.table, 1, std::malloc(4), 1, 0, 0));
     EXPECT_EQ(t.table->in_use, 3);
     FreeHandleArray_L(&owned, t.table);
     EXPECT_EQ(t.table->in_use, 0);

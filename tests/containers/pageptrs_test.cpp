@@ -15,7 +15,8 @@ using qvtest::Random;
 
 struct Paged {
     QV_PAGED_PTRS_T *array;
-    explicit Paged(int32_t per_page, uint16_t flags = 0) : array(NewPagedPtrs_L(2, 3, per_page, flags)) {}
+    explicit Paged(int32_t per_page, uint16_t flags = 0)
+        : array(NewPagedPtrs_L(2, 3, per_page, flags)) {}
     ~Paged() { FreePagedPtrs_L(&array); }
 };
 
@@ -54,11 +55,13 @@ TEST(PagedModel, RandomAddsAppendsAndDeletesMatchAMapAndNeverMoveSlots) {
             } else if (op == 2) {
                 int32_t at = random(-1, end);
                 auto found = model.find(at);
-                EXPECT_EQ(DeleteFromPagedPtrs_L(paged.array, at), found == model.end() ? nullptr : found->second);
+                EXPECT_EQ(DeleteFromPagedPtrs_L(paged.array, at),
+                          found == model.end() ? nullptr : found->second);
                 model.erase(at);
                 addresses.erase(at);
             } else {
-                auto victim = std::next(model.begin(), random(0, static_cast<int32_t>(model.size()) - 1));
+                auto victim =
+                    std::next(model.begin(), random(0, static_cast<int32_t>(model.size()) - 1));
                 EXPECT_EQ(FindPagedPtrByItem_L(paged.array, victim->second), victim->first);
                 EXPECT_EQ(DeleteFromPagedPtrsByPtr_L(paged.array, victim->second), victim->first);
                 addresses.erase(victim->first);
@@ -93,7 +96,8 @@ TEST(PagedSizing, DefaultsLimitsAndTheMemoryFigure) {
     EXPECT_EQ(big.array->items_per_page, QV_PAGED_MAX_ITEMS_PER_PAGE);
     // Two table entries at first, three more at a time; pages of 4 pointers.
     Paged paged(4);
-    const std::pair<int32_t, int32_t> pages_and_entries[] = {{1, 2}, {2, 2}, {3, 5}, {5, 5}, {6, 8}};
+    const std::pair<int32_t, int32_t> pages_and_entries[] = {
+        {1, 2}, {2, 2}, {3, 5}, {5, 5}, {6, 8}};
     for (auto [pages, entries] : pages_and_entries) {
         while (paged.array->pages < pages) AppendPtrToPagedPtrs_L(paged.array, pointer(1));
         EXPECT_EQ(paged.array->table_entries, entries);
@@ -146,16 +150,19 @@ TEST(PagedAllocation, EachFailureRaisesAndLeavesTheArrayWhole) {
         for (intptr_t i = 1; i <= 4; ++i) AppendPtrToPagedPtrs_L(paged.array, pointer(i));
     };
     // The fifth pointer needs a page and a larger page table.
-    auto raised = qvtest::fail_each_allocation([&] {
-        for (intptr_t i = 5; i <= 8; ++i) AppendPtrToPagedPtrs_L(paged.array, pointer(i));
-    }, refill);
+    auto raised = qvtest::fail_each_allocation(
+        [&] {
+            for (intptr_t i = 5; i <= 8; ++i) AppendPtrToPagedPtrs_L(paged.array, pointer(i));
+        },
+        refill);
     EXPECT_THAT(raised, ::testing::Each(ALLOC_FAILURE));
     EXPECT_FALSE(raised.empty());
     EXPECT_STREQ(Exc_GetFile_L(), "pageptrs");
     EXPECT_THAT(qvtest::fail_each_allocation([] {
-        QV_PAGED_PTRS_T *array = NewPagedPtrs_L(1, 1, 1, 0);
-        FreePagedPtrs_L(&array);
-    }), ::testing::ElementsAre(ALLOC_FAILURE));
+                    QV_PAGED_PTRS_T *array = NewPagedPtrs_L(1, 1, 1, 0);
+                    FreePagedPtrs_L(&array);
+                }),
+                ::testing::ElementsAre(ALLOC_FAILURE));
 }
 
 } // namespace

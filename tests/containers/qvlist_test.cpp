@@ -93,14 +93,17 @@ TEST(ListModel, RandomEditsMatchStdList) {
                 break;
             case 1: { // before item k, or at the end
                 int32_t place = random(0, size);
-                void *data = Insert_List_Item_L(list.head, list.at(place + 1), text.data(), text.size());
+                void *data =
+                    Insert_List_Item_L(list.head, list.at(place + 1), text.data(), text.size());
                 EXPECT_EQ(text_of(data, text.size()), text);
                 model.insert(std::next(model.begin(), place), text);
                 break;
             }
             case 2: {
                 int32_t mode = random(0, 2);
-                QV_LIST_T *expected = mode == 1 ? list.at(uk + 2) : mode == 2 ? list.at(uk) : nullptr;
+                QV_LIST_T *expected = mode == 1   ? list.at(uk + 2)
+                                      : mode == 2 ? list.at(uk)
+                                                  : nullptr;
                 EXPECT_EQ(Delete_List_Item_L(list.head, list.at(uk + 1), mode), expected);
                 model.erase(std::next(model.begin(), k));
                 break;
@@ -108,7 +111,8 @@ TEST(ListModel, RandomEditsMatchStdList) {
             case 3: { // new data from the item's own bytes, often of another size
                 QV_LIST_T *item = list.at(uk + 1);
                 std::string was = checked_text_of(item);
-                uint32_t length = static_cast<uint32_t>(random(1, static_cast<int32_t>(was.size())));
+                uint32_t length =
+                    static_cast<uint32_t>(random(1, static_cast<int32_t>(was.size())));
                 void *data = Update_List_Item_L(item, QV_LIST_DATA(item), length);
                 *std::next(model.begin(), k) = was.substr(0, length);
                 EXPECT_EQ(text_of(data, length), was.substr(0, length));
@@ -124,9 +128,11 @@ TEST(ListModel, RandomEditsMatchStdList) {
             case 5: {
                 auto first = std::find(model.begin(), model.end(), text);
                 QV_LIST_T *found = Find_List_Item_L(list.head, &text, equals_text, nullptr);
-                EXPECT_EQ(found, first == model.end()
-                                     ? nullptr
-                                     : list.at(static_cast<size_t>(std::distance(model.begin(), first)) + 1));
+                EXPECT_EQ(
+                    found,
+                    first == model.end()
+                        ? nullptr
+                        : list.at(static_cast<size_t>(std::distance(model.begin(), first)) + 1));
                 break;
             }
         }
@@ -147,9 +153,11 @@ TEST(ListModel, SortedInsertsAndSearchesMatchASortedVector) {
         Keyed item{random(0, 200), serial};
         auto after = std::upper_bound(model.begin(), model.end(), item,
                                       [](auto &a, auto &b) { return a.key < b.key; });
-        bool duplicates = random(0, 1) == 1, equal = after != model.begin() && after[-1].key == item.key;
+        bool duplicates = random(0, 1) == 1,
+             equal = after != model.begin() && after[-1].key == item.key;
         calls = 0;
-        void *data = Insert_Sorted_List_Item_L(list.head, &item, sizeof item, counting, duplicates, &calls);
+        void *data =
+            Insert_Sorted_List_Item_L(list.head, &item, sizeof item, counting, duplicates, &calls);
         if (!duplicates && equal) {
             EXPECT_EQ(keyed(data), after[-1]); // the last equal item
         } else {
@@ -191,7 +199,8 @@ void fill(List &list, const std::string &shape, int32_t count, Random &random) {
 // Each data pointer of the list and the record it holds.
 std::map<void *, Keyed> data_of(QV_LIST_T *head) {
     std::map<void *, Keyed> data;
-    for (QV_LIST_T *p = head->next; p != head; p = p->next) data[QV_LIST_DATA(p)] = keyed(QV_LIST_DATA(p));
+    for (QV_LIST_T *p = head->next; p != head; p = p->next)
+        data[QV_LIST_DATA(p)] = keyed(QV_LIST_DATA(p));
     return data;
 }
 
@@ -220,7 +229,8 @@ TEST(ListSort, PartSortLeavesTheRestInPlace) {
     auto items = keyed_items(list.head);
     Qsort_Part_List_L(list.at(11), list.at(40), by_key, nullptr);
     auto sorted = keyed_items(list.head);
-    std::sort(items.begin() + 10, items.begin() + 40, [](auto &a, auto &b) { return a.key < b.key; });
+    std::sort(items.begin() + 10, items.begin() + 40,
+              [](auto &a, auto &b) { return a.key < b.key; });
     for (size_t i = 0; i < items.size(); ++i) EXPECT_EQ(sorted[i].key, items[i].key) << i;
     EXPECT_TRUE(std::equal(items.begin(), items.begin() + 10, sorted.begin()));
     EXPECT_TRUE(std::equal(items.begin() + 40, items.end(), sorted.begin() + 40));
@@ -257,10 +267,12 @@ TEST(ListWalk, EndsAndDeletionNeighbours) {
     EXPECT_EQ(data, nullptr);
     EXPECT_EQ(PreviousListItem_L(list.head, nullptr), nullptr);
     EXPECT_EQ(NextListItem_L(nullptr, &data), nullptr);
-    for (const char *text : {"a", "bb", "ccc"}) Append_List_Item_L(list.head, text, std::strlen(text));
+    for (const char *text : {"a", "bb", "ccc"})
+        Append_List_Item_L(list.head, text, std::strlen(text));
     QV_LIST_T *first = list.at(1), *last = list.at(3);
     EXPECT_EQ(Delete_List_Item_L(list.head, last, QV_LIST_RETURN_NEXT), list.head);
-    EXPECT_EQ(checked_text_of(NextListItem_L(list.head, nullptr)), "a"); // walks again from the start
+    EXPECT_EQ(checked_text_of(NextListItem_L(list.head, nullptr)),
+              "a"); // walks again from the start
     EXPECT_EQ(Delete_List_Item_L(list.head, first, QV_LIST_RETURN_PREVIOUS), list.head);
     EXPECT_EQ(texts(list.head), std::vector<std::string>{"bb"});
     EXPECT_EQ(FindListItemByRef_L(list.head, QV_LIST_DATA(list.at(1))), list.at(1));
@@ -270,7 +282,8 @@ TEST(ListWalk, EndsAndDeletionNeighbours) {
 
 TEST(ListCopy, DataAndPointersIntoItemArrays) {
     List list;
-    for (const char *text : {"ab", "cdef", "g"}) Append_List_Item_L(list.head, text, std::strlen(text));
+    for (const char *text : {"ab", "cdef", "g"})
+        Append_List_Item_L(list.head, text, std::strlen(text));
     void *block = &block;
     ASSERT_EQ(Copy_List_To_Array_L(list.head, &block, 3), 3);
     EXPECT_EQ(std::string(static_cast<char *>(block), 9), std::string("ab\0cdeg\0\0", 9));
