@@ -1,13 +1,19 @@
 // array.cpp - item arrays (module "array").
 //
 // The block is count x item_size bytes of the caller's; every member checks its arguments
-// at the door (Shape), so the bodies only move bytes. Growth is by one item, through
-// realloc; an item to insert that lies in the block is found again after the block moves.
+// at the door (Shape), so the bodies only move bytes. The caller keeps no capacity, so
+// growth asks the block itself: when malloc_usable_size says the block already has room
+// for one more item nothing is allocated, and otherwise it is reallocated to twice its size
+// (at most 64 MiB more), so appending one item at a time costs amortised O(1). A block the
+// caller allocated to the exact size works the same way. An item to insert that lies in
+// the block is found again after the block moves.
 #include "qv/array.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+
+#include <malloc.h>
 
 #include "core/raise.hpp"
 
@@ -40,6 +46,13 @@ bool in_range(int32_t index, int32_t limit) {
     return (index >= 0 && index < limit) || fail(ARRAY_FAILURE_L, false);
 }
 
+constexpr std::size_t largest_step = std::size_t{64} << 20;
+
+// The size a block of `old_bytes` that needs `needed` bytes is reallocated to.
+std::size_t grown_size(std::size_t old_bytes, std::size_t needed) {
+    return std::max(needed, old_bytes + std::min(old_bytes, largest_step));
+}
+
 // Grows the array at *block by one item at `index`, the items from index on moving up,
 // and fills the new item from `item` (zeros when null), which may lie in the old block.
 // Returns the new item's address, or null after a raise (the block as it was).
@@ -53,7 +66,10 @@ void *grow_at(void **block, int32_t count, uint32_t item_size, const void *item,
     std::size_t offset = inside ? static_cast<std::size_t>(source - old.bytes) : 0;
 
     std::size_t new_bytes = old_bytes + old.item_size;
-    void *grown = count == 0 ? QV_MALLOC(new_bytes) : QV_REALLOC(*block, new_bytes);
+    void *grown = count == 0 ? QV_MALLOC(new_bytes)
+                  : malloc_usable_size(*block) >= new_bytes
+                      ? *block
+                      : QV_REALLOC(*block, grown_size(old_bytes, new_bytes));
     if (grown == nullptr) return nullptr;
     *block = grown;
     Shape now{item_size, count + 1, static_cast<char *>(grown)};

@@ -243,6 +243,10 @@ QV_API void *Insert_Sorted_List_Item_L(QV_LIST_T *head, const void *data, uint32
                                        QV_LIST_COMPARE_L compare, int32_t allow_duplicates,
                                        void *context) {
     if (!require_head(head) || !require_comparison(compare)) return nullptr;
+    if (data == nullptr) { // the comparison reads it
+        QV_RAISE(LIST_FAILURE_L);
+        return nullptr;
+    }
     QV_LIST_T *after = head->previous; // the new item goes after this one
     while (after != head) {
         int32_t order = compare(data, QV_LIST_DATA(after), context);

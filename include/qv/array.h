@@ -10,9 +10,11 @@
  *     AddArrayItem_L((void **)&numbers, count++, sizeof n, &n);
  *     count = DeleteArrayItemByIndex_L((void **)&numbers, count, sizeof n, 0);
  *
- * The block grows by exactly one item per insertion. A block whose count falls to 0 is
- * freed and its pointer nulled; with a count of 0 a block pointer is never read. An item
- * to insert may lie inside the block itself (it is read before the block moves).
+ * The block holds at least count x item_size bytes: growing uses the room malloc left at
+ * its end and otherwise doubles it, so appending item by item costs amortised O(1). A
+ * block the caller allocated itself to the exact size is fine. A block whose count falls
+ * to 0 is freed and its pointer nulled; with a count of 0 a block pointer is never read.
+ * An item to insert may lie inside the block itself (it is read before the block moves).
  *
  * Comparisons are bsearch's: compare(key, item) with the key first, read as strcmp reads
  * (below 0: the key sorts before the item; 0: equal; above 0: after). For example, an
@@ -48,8 +50,9 @@ enum {
 };
 
 /* Appends a copy of `item` (zeros when null): with count 0 allocates one zero-filled item
- * (the old *block is not read), else reallocates to count+1 items. Returns the address of
- * the new item in the block. The caller's count is now count+1. */
+ * (the old *block is not read), else makes room for count+1 items, reallocating when the
+ * block has none. Returns the address of the new item in the block. The caller's count is
+ * now count+1. */
 QV_API void *AddArrayItem_L(void **block, int32_t count, uint32_t item_size, const void *item);
 /* As AddArrayItem_L with the new item placed at `index` (0..count), the items from index
  * on moving up by one. Returns the new item's address. */
@@ -57,8 +60,7 @@ QV_API void *InsertArrayItem_L(void **block, int32_t count, uint32_t item_size, 
                                int32_t index);
 /* Removes the first item whose item_size bytes equal those at `item`, the items after it
  * moving down by one. Returns the new count (count unchanged when no item matched). */
-QV_API int32_t DeleteArrayItem_L(void **block, int32_t count, uint32_t item_size,
-                                 const void *item);
+QV_API int32_t DeleteArrayItem_L(void **block, int32_t count, uint32_t item_size, const void *item);
 /* Removes the item at `index` (0..count-1). Returns the new count. */
 QV_API int32_t DeleteArrayItemByIndex_L(void **block, int32_t count, uint32_t item_size,
                                         int32_t index);

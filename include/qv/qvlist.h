@@ -92,7 +92,8 @@ QV_API void *Insert_List_Item_L(QV_LIST_T *head, QV_LIST_T *position, const void
  * in. The search runs from the last item backwards, so a new item that compares above the
  * last one is appended after one comparison. When `allow_duplicates` is 0 and an item
  * compares equal, nothing is inserted and that item's data is returned. Returns the data
- * pointer of the new (or equal) item. Example, a set of names:
+ * pointer of the new (or equal) item. Null data raises LIST_FAILURE_L (the comparison
+ * reads it). Example, a set of names:
  *     Insert_Sorted_List_Item_L(names, "b", 2, by_text, 0, NULL);   (strcmp inside) */
 QV_API void *Insert_Sorted_List_Item_L(QV_LIST_T *head, const void *data, uint32_t size,
                                        QV_LIST_COMPARE_L compare, int32_t allow_duplicates,
@@ -123,8 +124,8 @@ QV_API QV_LIST_T *NextListItem_L(QV_LIST_T *position, void **data);
 QV_API QV_LIST_T *PreviousListItem_L(QV_LIST_T *position, void **data);
 /* The first item after `position` (a head: the first item of the list) whose data
  * compares equal to `key`, or null. Pass the previous match to find the next one. */
-QV_API QV_LIST_T *Find_List_Item_L(QV_LIST_T *position, const void *key,
-                                   QV_LIST_COMPARE_L compare, void *context);
+QV_API QV_LIST_T *Find_List_Item_L(QV_LIST_T *position, const void *key, QV_LIST_COMPARE_L compare,
+                                   void *context);
 /* The item of `head` whose data pointer is `data`, or null when no item has it. */
 QV_API QV_LIST_T *FindListItemByRef_L(QV_LIST_T *head, const void *data);
 

@@ -196,11 +196,10 @@ TEST(ArrayAllocation, EachFailureRaisesAndLeavesTheBlockAsItWas) {
             auto reset = [&] {
                 EXPECT_EQ(block.contents(),
                           std::vector<Item>(static_cast<size_t>(block.count), Item{4, 5, 6}));
-                std::free(block.items);
-                block.items = nullptr;
-                block.count = 0;
-                for (Item item{4, 5, 6}; block.count < count; ++block.count)
-                    AddArrayItem_L(block.address(), block.count, item_size, &item);
+                std::free(block.items); // an exact block, with no room to grow into
+                block.items = count ? static_cast<Item *>(std::malloc(count * item_size)) : nullptr;
+                block.count = count;
+                std::fill_n(block.items, count, Item{4, 5, 6});
             };
             Item item{7, 8, 9};
             auto raised = qvtest::fail_each_allocation(

@@ -318,6 +318,7 @@ TEST(ListMisuse, WrongKindNullAndZeroSizeRaiseAndChangeNothing) {
         {LIST_FAILURE_L, [&] { Qsort_Part_List_L(last, item, by_key, nullptr); }},
         {LIST_FAILURE_L, [&] { Qsort_Part_List_L(head, item, by_key, nullptr); }},
         {LIST_FAILURE_L, [&] { Insert_Sorted_List_Item_L(head, "z", 1, nullptr, 1, nullptr); }},
+        {LIST_FAILURE_L, [&] { Insert_Sorted_List_Item_L(head, nullptr, 1, by_key, 1, nullptr); }},
         {LIST_FAILURE_L, [&] { Bsearch_List_L(item, "z", by_key, nullptr, nullptr); }},
         {LIST_FAILURE_L, [&] { Get_List_Item_L(nullptr, &data, nullptr); }},
         {LIST_FAILURE_L, [&] { FindListItemByRef_L(nullptr, "z"); }},
