@@ -74,7 +74,7 @@ void *grow_at(void **block, int32_t count, uint32_t item_size, const void *item,
     *block = grown;
     Shape now{item_size, count + 1, static_cast<char *>(grown)};
     char *slot = now.at(index);
-    std::memmove(slot + now.item_size, slot, old_bytes - now.item_size * index);
+    if (index < count) std::memmove(slot + now.item_size, slot, old_bytes - now.item_size * index);
     if (inside) {
         // The item moved with the block, and up by one item when it was at or past index.
         if (offset >= now.item_size * index) offset += now.item_size;

@@ -11,6 +11,7 @@
 #include "qv/pageptrs.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <type_traits>
@@ -40,16 +41,30 @@ void **slots_of(Page *page) {
     return reinterpret_cast<void **>(reinterpret_cast<char *>(page) + page_header_bytes);
 }
 
-// The slot at a position below pages x items_per_page.
-void **slot_at(const QV_PAGED_PTRS_T *array, int32_t position) {
-    return slots_of(page_of(array, position / array->items_per_page)) +
-           position % array->items_per_page;
+// A position as its page and its slot in that page.
+struct Place {
+    int32_t page;
+    int32_t slot;
+};
+Place place_of(const QV_PAGED_PTRS_T *array, int32_t position) {
+    auto per_page = static_cast<uint32_t>(array->items_per_page);
+    auto at = static_cast<uint32_t>(position);
+    if ((per_page & (per_page - 1)) == 0) // the usual sizes: a shift rather than a division
+        return {static_cast<int32_t>(at >> std::countr_zero(per_page)),
+                static_cast<int32_t>(at & (per_page - 1))};
+    return {static_cast<int32_t>(at / per_page), static_cast<int32_t>(at % per_page)};
 }
 
-// One past the last position of `page` that is below end.
-int32_t page_end(const QV_PAGED_PTRS_T *array, int32_t page) {
-    return static_cast<int32_t>(
-        std::min<int64_t>(array->end, (int64_t{page} + 1) * array->items_per_page));
+// The slot at a position below pages x items_per_page.
+void **slot_at(const QV_PAGED_PTRS_T *array, int32_t position) {
+    Place place = place_of(array, position);
+    return slots_of(page_of(array, place.page)) + place.slot;
+}
+
+// Slots of `page` below end.
+int32_t slots_below_end(const QV_PAGED_PTRS_T *array, int32_t page) {
+    return static_cast<int32_t>(std::min<int64_t>(
+        array->items_per_page, array->end - int64_t{page} * array->items_per_page));
 }
 
 // Makes a page for slot `end` when the pages made so far end there. False after a raise.
@@ -76,8 +91,10 @@ bool make_room_for_end(QV_PAGED_PTRS_T *array) {
 
 // Stores a pointer in a free slot below end, or at end (whose page exists).
 int32_t store(QV_PAGED_PTRS_T *array, int32_t position, void *pointer) {
-    *slot_at(array, position) = pointer;
-    ++page_of(array, position / array->items_per_page)->used;
+    Place place = place_of(array, position);
+    Page *page = page_of(array, place.page);
+    slots_of(page)[place.slot] = pointer;
+    ++page->used;
     ++array->count;
     if (position == array->end) ++array->end;
     if (position == array->first_free) ++array->first_free;
@@ -86,66 +103,76 @@ int32_t store(QV_PAGED_PTRS_T *array, int32_t position, void *pointer) {
 
 // The lowest free slot at or after first_free, or end when every slot below end is used.
 int32_t lowest_free(const QV_PAGED_PTRS_T *array) {
-    const int32_t per_page = array->items_per_page;
     int32_t position = array->first_free;
     while (position < array->end) {
-        int32_t page = position / per_page, last = page_end(array, page);
-        Page *held = page_of(array, page);
-        if (held->used < per_page)
-            for (; position < last; ++position)
-                if (slots_of(held)[position % per_page] == nullptr) return position;
-        position = last;
+        Place place = place_of(array, position);
+        Page *page = page_of(array, place.page);
+        int32_t slots = slots_below_end(array, place.page);
+        if (page->used < array->items_per_page)
+            for (int32_t slot = place.slot; slot < slots; ++slot)
+                if (slots_of(page)[slot] == nullptr) return position - place.slot + slot;
+        position += slots - place.slot;
     }
     return array->end;
 }
 
-// The first position at or after `from` holding a pointer, or -1; whole empty pages skipped.
-int32_t next_used(const QV_PAGED_PTRS_T *array, int32_t from) {
-    const int32_t per_page = array->items_per_page;
+// A slot holding a pointer, and its position; position -1 and slot null when none.
+struct Found {
+    int32_t position;
+    void **slot;
+};
+constexpr Found nothing{-1, nullptr};
+
+// The first slot at or after `from` holding a pointer; empty pages are skipped whole.
+Found next_used(const QV_PAGED_PTRS_T *array, int32_t from) {
     while (from < array->end) {
-        int32_t page = from / per_page, last = page_end(array, page);
-        Page *held = page_of(array, page);
-        if (held->used > 0)
-            for (; from < last; ++from)
-                if (slots_of(held)[from % per_page] != nullptr) return from;
-        from = last;
+        Place place = place_of(array, from);
+        Page *page = page_of(array, place.page);
+        int32_t slots = slots_below_end(array, place.page);
+        if (page->used > 0)
+            for (int32_t slot = place.slot; slot < slots; ++slot)
+                if (slots_of(page)[slot] != nullptr)
+                    return {from - place.slot + slot, &slots_of(page)[slot]};
+        from += slots - place.slot;
     }
-    return -1;
+    return nothing;
 }
 
-// The last position at or before `from` holding a pointer, or -1.
-int32_t previous_used(const QV_PAGED_PTRS_T *array, int32_t from) {
-    const int32_t per_page = array->items_per_page;
+// The last slot at or before `from` holding a pointer.
+Found previous_used(const QV_PAGED_PTRS_T *array, int32_t from) {
     from = std::min(from, array->end - 1);
     while (from >= 0) {
-        int32_t page = from / per_page;
-        Page *held = page_of(array, page);
-        int32_t page_start = page * per_page;
-        if (held->used > 0)
-            for (; from >= page_start; --from)
-                if (slots_of(held)[from % per_page] != nullptr) return from;
-        from = page_start - 1;
+        Place place = place_of(array, from);
+        Page *page = page_of(array, place.page);
+        if (page->used > 0)
+            for (int32_t slot = place.slot; slot >= 0; --slot)
+                if (slots_of(page)[slot] != nullptr)
+                    return {from - place.slot + slot, &slots_of(page)[slot]};
+        from -= place.slot + 1;
     }
-    return -1;
+    return nothing;
 }
 
 int32_t find(const QV_PAGED_PTRS_T *array, const void *pointer) {
     if (array == nullptr || pointer == nullptr) return -1;
-    for (int32_t at = next_used(array, 0); at >= 0; at = next_used(array, at + 1))
-        if (*slot_at(array, at) == pointer) return at;
+    for (Found at = next_used(array, 0); at.slot; at = next_used(array, at.position + 1))
+        if (*at.slot == pointer) return at.position;
     return -1;
 }
 
-// The position a walk step lands on: the next (or previous) slot holding a pointer.
-int32_t step(const QV_PAGED_PTRS_T *array, int32_t *position, bool forward) {
-    if (position == nullptr) return -1;
-    if (array == nullptr) return *position = -1;
+// The slot a walk step lands on, the next (or previous) one holding a pointer, with
+// *position set to it (-1 at the end).
+void **step(const QV_PAGED_PTRS_T *array, int32_t *position, bool forward) {
+    if (position == nullptr) return nullptr;
+    if (array == nullptr) {
+        *position = -1;
+        return nullptr;
+    }
     int32_t from = *position;
-    if (forward)
-        *position = next_used(array, from < 0 ? 0 : std::min(from, array->end - 1) + 1);
-    else
-        *position = previous_used(array, from < 0 ? array->end - 1 : from - 1);
-    return *position;
+    Found at = forward ? next_used(array, from < 0 ? 0 : std::min(from, array->end - 1) + 1)
+                       : previous_used(array, from < 0 ? array->end - 1 : from - 1);
+    *position = at.position;
+    return at.slot;
 }
 
 } // namespace
@@ -188,14 +215,15 @@ QV_API int32_t AppendPtrToPagedPtrs_L(QV_PAGED_PTRS_T *array, void *pointer) {
 
 QV_API void *DeleteFromPagedPtrs_L(QV_PAGED_PTRS_T *array, int32_t position) {
     if (array == nullptr || position < 0 || position >= array->end) return nullptr;
-    void **slot = slot_at(array, position);
-    void *pointer = *slot;
+    Place place = place_of(array, position);
+    Page *page = page_of(array, place.page);
+    void *pointer = slots_of(page)[place.slot];
     if (pointer == nullptr) return nullptr;
-    *slot = nullptr;
-    --page_of(array, position / array->items_per_page)->used;
+    slots_of(page)[place.slot] = nullptr;
+    --page->used;
     --array->count;
     array->first_free = std::min(array->first_free, position);
-    if (position == array->end - 1) array->end = previous_used(array, position) + 1;
+    if (position == array->end - 1) array->end = previous_used(array, position).position + 1;
     return pointer;
 }
 
@@ -215,26 +243,24 @@ QV_API void *PagedPtrAt_L(const QV_PAGED_PTRS_T *array, int32_t position) {
 }
 
 QV_API void *NextPagedPtr_L(const QV_PAGED_PTRS_T *array, int32_t *position) {
-    int32_t at = step(array, position, true);
-    return at < 0 ? nullptr : *slot_at(array, at);
+    void **slot = step(array, position, true);
+    return slot ? *slot : nullptr;
 }
 
 QV_API void **NextPagedPtrAddress_L(const QV_PAGED_PTRS_T *array, int32_t *position) {
-    int32_t at = step(array, position, true);
-    return at < 0 ? nullptr : slot_at(array, at);
+    return step(array, position, true);
 }
 
 QV_API void *PreviousPagedPtr_L(const QV_PAGED_PTRS_T *array, int32_t *position) {
-    int32_t at = step(array, position, false);
-    return at < 0 ? nullptr : *slot_at(array, at);
+    void **slot = step(array, position, false);
+    return slot ? *slot : nullptr;
 }
 
 QV_API void ClearPagedPtrs_L(QV_PAGED_PTRS_T *array) {
     if (array == nullptr) return;
-    const int32_t per_page = array->items_per_page;
-    for (int32_t page = 0; page * int64_t{per_page} < array->end; ++page) {
+    for (int32_t page = 0; page * int64_t{array->items_per_page} < array->end; ++page) {
         Page *held = page_of(array, page);
-        int32_t slots = std::min(per_page, array->end - page * per_page);
+        int32_t slots = slots_below_end(array, page);
         if (array->flags & QV_PAGED_FREE_POINTERS)
             for (int32_t slot = 0; slot < slots; ++slot) std::free(slots_of(held)[slot]);
         std::memset(slots_of(held), 0, sizeof(void *) * static_cast<std::size_t>(slots));
