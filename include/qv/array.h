@@ -59,7 +59,8 @@ QV_API void *AddArrayItem_L(void **block, int32_t count, uint32_t item_size, con
 QV_API void *InsertArrayItem_L(void **block, int32_t count, uint32_t item_size, const void *item,
                                int32_t index);
 /* Removes the first item whose item_size bytes equal those at `item`, the items after it
- * moving down by one. Returns the new count (count unchanged when no item matched). */
+ * moving down by one. Returns the new count (count unchanged when no item matched, or
+ * for a null item). */
 QV_API int32_t DeleteArrayItem_L(void **block, int32_t count, uint32_t item_size, const void *item);
 /* Removes the item at `index` (0..count-1). Returns the new count. */
 QV_API int32_t DeleteArrayItemByIndex_L(void **block, int32_t count, uint32_t item_size,
