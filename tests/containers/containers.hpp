@@ -10,7 +10,7 @@
 #include <random>
 #include <string>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "qv/except.h"
 
 namespace qvtest {
