@@ -13,6 +13,7 @@
 #include "msgclass.h"
 #include "datatype.h"
 #include "date.h"
+#include "interval.h"
 #include "qvstring.h"
 #include "encoding.h"
 #include "textutil.h"
