@@ -123,6 +123,17 @@ const QV_INTERVAL_FORMAT_T *format_to_use(const char *text, const QV_INTERVAL_FO
 
 // ---- Printing and reading, both kinds -------------------------------------------------------
 
+// Digits a token prints at least: the count of its d, y or f letters, else 2.
+int printed_width(const pattern::Item &item) {
+    const IntervalToken &token = interval_tokens[item.token];
+    switch (token.component) {
+        case days_part:
+        case years_part: return item.length - (token.signed_ ? 1 : 0);
+        case fraction_part: return item.length;
+        default: return 2;
+    }
+}
+
 struct Fields {
     bool negative = false;
     uint64_t value[part_count] = {};
@@ -148,9 +159,7 @@ int32_t print_interval(const Fields &fields, const pattern::Parsed &parsed, char
             pattern::format_unsigned(digits, value, 9);
             writer.put(digits, item.length);
         } else {
-            const bool runs = token.component == days_part || token.component == years_part;
-            const int width = runs ? item.length - (token.signed_ ? 1 : 0) : 2;
-            writer.put(digits, pattern::format_unsigned(digits, value, width));
+            writer.put(digits, pattern::format_unsigned(digits, value, printed_width(item)));
         }
     }
     return writer.finish();
@@ -177,10 +186,7 @@ bool read_interval(const char *text, const pattern::Parsed &parsed, Fields &fiel
         sign_pending = false;
         const bool runs = token.component == days_part || token.component == years_part;
         const bool tight = (item.flags & pattern::item_number_follows) != 0;
-        const int most = tight                      ? item.length - (token.signed_ ? 1 : 0)
-                         : runs                     ? 10
-                         : item.token == t_fraction ? 9
-                                                    : 2;
+        const int most = tight ? printed_width(item) : runs ? 10 : item.token == t_fraction ? 9 : 2;
         uint64_t value = 0;
         int count = 0;
         char reason[128];
