@@ -24,21 +24,8 @@ constexpr int64_t floor_div(int64_t a, int64_t b) {
     return a / b - ((a % b != 0) && ((a < 0) != (b < 0)));
 }
 
-// Days from a March-based year's 1 March to the first of month `m` (1..12).
-constexpr int32_t march_day_of_month_start(int32_t m) {
-    return (153 * (m > 2 ? m - 3 : m + 9) + 2) / 5;
-}
-
-constexpr int64_t unix_epoch_day = 2440588;      // 1970-01-01
-constexpr int64_t gregorian_start_day = 2305448; // 1600-01-01
-
 constexpr int64_t gregorian_day(int64_t y, int32_t m, int32_t d) {
-    y -= m <= 2;
-    const int64_t era = floor_div(y, 400);
-    const int64_t yoe = y - era * 400;
-    const int64_t doy = march_day_of_month_start(m) + d - 1;
-    const int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-    return era * 146097 + doe - 719468 + unix_epoch_day;
+    return gregorian_day_number(y, m, d);
 }
 
 // The four-year count without its anchor: consecutive, 1461 days a cycle.
@@ -57,7 +44,8 @@ constexpr int64_t calendar_day(int64_t y, int32_t m, int32_t d) {
     return (y < -4712 || (y == -4712 && m <= 2)) ? number + 1 : number;
 }
 
-static_assert(calendar_day(2000, 1, 1) == 2451545);
+static_assert(calendar_day(2000, 1, 1) == 2451545 && calendar_day(2000, 3, 1) == 2451605);
+static_assert(calendar_day(32767, 12, 31) - calendar_day(1600, 1, 1) == 11383877);
 static_assert(calendar_day(1600, 1, 1) == gregorian_start_day);
 static_assert(calendar_day(1599, 12, 31) == gregorian_start_day - 1);
 static_assert(calendar_day(-4712, 3, 1) == calendar_day(-4712, 2, 28) + 1);
@@ -111,8 +99,9 @@ CivilDate civil_from_day_number(int64_t number) {
     return number >= gregorian_start_day ? gregorian_civil(number) : four_year_civil(number);
 }
 
-int64_t day_number_of(const QV_DATE_T &date) {
+int64_t any_day_number_of(const QV_DATE_T &date) {
     if (date.month == 0) return 0;
+    if (date.month <= 12) return calendar_day(date.year, date.month, date.day);
     return day_number(date.year, date.month, date.day);
 }
 
@@ -131,11 +120,6 @@ IsoWeek iso_week_of(int64_t number) {
     const int64_t thursday = number - iso_weekday_of(number) + 4;
     const int64_t year = civil_from_day_number(thursday).year;
     return {year, static_cast<int32_t>((thursday - day_number(year, 1, 1)) / 7 + 1)};
-}
-
-int64_t local_seconds(const QV_DATE_T &date) {
-    return day_number_of(date) * seconds_per_day + date.hour * 3600 + date.minute * 60 +
-           date.second;
 }
 
 namespace {
@@ -171,6 +155,13 @@ void add_months(QV_DATE_T &date, int64_t months) {
 }
 
 } // namespace
+
+void elapsed(const QV_DATE_T &a, const QV_DATE_T &b, int64_t &seconds, int64_t &nanoseconds) {
+    seconds = moment_seconds(a) - moment_seconds(b);
+    nanoseconds = static_cast<int64_t>(a.fraction) - b.fraction;
+    if (seconds > 0 && nanoseconds < 0) --seconds, nanoseconds += nanoseconds_per_second;
+    if (seconds < 0 && nanoseconds > 0) ++seconds, nanoseconds -= nanoseconds_per_second;
+}
 
 void add_to_date(QV_DATE_T &date, int64_t seconds, int64_t nanoseconds) {
     int64_t fraction = date.fraction + nanoseconds % nanoseconds_per_second;
@@ -361,20 +352,29 @@ QV_API int32_t AddIntervalToInternalDate_L(QV_DATE_T *date, const QV_INTERVAL_DS
 QV_API int32_t SecsBetweenInternalDate_L(const QV_DATE_T *a, const QV_DATE_T *b, int64_t *seconds,
                                          int32_t *nanoseconds) {
     if (a == nullptr || b == nullptr || seconds == nullptr) return -1;
-    int64_t whole = qv::moment_seconds(*a) - qv::moment_seconds(*b);
-    int64_t rest = static_cast<int64_t>(a->fraction) - b->fraction;
-    // Give the rest the sign of the whole.
-    if (whole > 0 && rest < 0) --whole, rest += qv::nanoseconds_per_second;
-    if (whole < 0 && rest > 0) ++whole, rest -= qv::nanoseconds_per_second;
-    *seconds = whole;
+    int64_t rest = 0;
+    qv::elapsed(*a, *b, *seconds, rest);
     if (nanoseconds != nullptr) *nanoseconds = static_cast<int32_t>(rest);
     return 0;
 }
 
 QV_API int32_t DaysBetweenInternalDate_L(const QV_DATE_T *a, const QV_DATE_T *b, int64_t *days) {
-    int64_t seconds = 0;
-    if (days == nullptr || SecsBetweenInternalDate_L(a, b, &seconds, nullptr) != 0) return -1;
-    *days = seconds / qv::seconds_per_day;
+    if (a == nullptr || b == nullptr || days == nullptr) return -1;
+    if (a->zone != b->zone) {
+        int64_t seconds = 0, rest = 0;
+        qv::elapsed(*a, *b, seconds, rest);
+        *days = seconds / qv::seconds_per_day;
+        return 0;
+    }
+    // In one zone: the difference of the days, less one where the times of day, which
+    // differ by less than a day, point the other way.
+    int64_t whole = qv::day_number_of(*a) - qv::day_number_of(*b);
+    const int32_t time =
+        (a->hour - b->hour) * 3600 + (a->minute - b->minute) * 60 + (a->second - b->second);
+    const int64_t order = time != 0 ? time : static_cast<int64_t>(a->fraction) - b->fraction;
+    if (whole > 0 && order < 0) --whole;
+    if (whole < 0 && order > 0) ++whole;
+    *days = whole;
     return 0;
 }
 

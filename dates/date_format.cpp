@@ -266,9 +266,18 @@ void put_name(pattern::Writer &writer, const char *name, bool short_form, patter
     writer.put(cased, size);
 }
 
-void put_number(pattern::Writer &writer, int64_t value, int width, bool plus = false) {
+// Numbers are written in place where they fit (the usual case), else through a copy.
+void put_number(pattern::Writer &writer, int64_t value, int width, bool plus = false,
+                std::size_t keep = SIZE_MAX) {
     char digits[32];
-    writer.put(digits, pattern::format_integer(digits, value, width, plus));
+    char *at = writer.reserve(sizeof digits);
+    const std::size_t length =
+        pattern::format_integer(at != nullptr ? at : digits, value, width, plus);
+    const std::size_t kept = std::min(length, keep);
+    if (at != nullptr)
+        writer.advance(kept);
+    else
+        writer.put(digits, kept);
 }
 
 // The last `keep` characters of value printed "%04d" (the ISO year tokens).
@@ -341,12 +350,7 @@ void print_token(pattern::Writer &w, const pattern::Item &item, const QV_DATE_T 
         case t_hh12: put_number(w, hour % 12 == 0 ? 12 : hour % 12, 2); break;
         case t_sssss: put_number(w, hour * 3600 + date.minute * 60 + date.second, 5); break;
         case t_ss: put_number(w, date.second, 2); break;
-        case t_fraction: {
-            char digits[32];
-            pattern::format_integer(digits, date.fraction, 9, false);
-            w.put(digits, item.length);
-            break;
-        }
+        case t_fraction: put_number(w, date.fraction, 9, false, item.length); break;
         case t_am:
         case t_pm: put_cased(w, hour < 12 ? "am" : "pm", item.casing); break;
         case token_count: break;

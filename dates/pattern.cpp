@@ -35,52 +35,6 @@ void *allocate_block(std::size_t header_size, uint32_t count, std::size_t text_s
     return QV_MALLOC(header_size + count * sizeof(Item) + text_size);
 }
 
-std::size_t format_unsigned(char *buffer, uint64_t value, int width) {
-    char digits[24];
-    int n = 0;
-    do digits[n++] = static_cast<char>('0' + value % 10), value /= 10;
-    while (value != 0);
-    std::size_t length = 0;
-    for (int pad = width - n; pad > 0; --pad) buffer[length++] = '0';
-    while (n > 0) buffer[length++] = digits[--n];
-    return length;
-}
-
-std::size_t format_integer(char *buffer, int64_t value, int width, bool plus) {
-    std::size_t length = 0;
-    if (value < 0 || plus) buffer[length++] = value < 0 ? '-' : '+';
-    const uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : value;
-    return length + format_unsigned(buffer + length, magnitude, width - static_cast<int>(length));
-}
-
-bool Cursor::digits(int max, uint64_t &value, int *count) {
-    int n = 0;
-    value = 0;
-    while (n < max && at != end && *at >= '0' && *at <= '9')
-        value = value * 10 + static_cast<uint64_t>(*at++ - '0'), ++n;
-    if (count != nullptr) *count = n;
-    return n > 0;
-}
-
-int Cursor::sign() {
-    if (at == end || (*at != '+' && *at != '-')) return 1;
-    return *at++ == '-' ? -1 : 1;
-}
-
-bool Cursor::literal(const Item &item, const char *pattern_text) {
-    const char *expected = pattern_text + item.offset;
-    if (static_cast<std::size_t>(end - at) < item.size) return false;
-    for (uint32_t i = 0; i < item.size; ++i) {
-        const char want = expected[i], have = at[i];
-        const bool same = (item.flags & item_quoted) != 0 ? want == have
-                          : is_separator(want)            ? is_separator(have)
-                                                          : lower(want) == lower(have);
-        if (!same) return false;
-    }
-    at += item.size;
-    return true;
-}
-
 std::size_t Cursor::word(std::string_view word) {
     if (word.empty() || static_cast<std::size_t>(end - at) < word.size()) return 0;
     for (std::size_t i = 0; i < word.size(); ++i)

@@ -46,8 +46,19 @@ struct Parsed {
     const char *text; // the pattern, terminated
 };
 
+// The separators ":-/_,.\"" and the blank.
 inline bool is_separator(char c) {
-    return c == ' ' || (c != '\0' && std::strchr(":-/_,.\"", c) != nullptr);
+    switch (c) {
+        case ' ':
+        case ':':
+        case '-':
+        case '/':
+        case '_':
+        case ',':
+        case '.':
+        case '"': return true;
+        default: return false;
+    }
 }
 inline char lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
@@ -191,13 +202,19 @@ class Writer {
           room_(out_ != nullptr ? static_cast<std::size_t>(size) - 1 : 0) {}
     void put(const char *text, std::size_t size) {
         if (written_ < room_) {
-            std::size_t n = std::min<std::size_t>(size, room_ - written_);
+            const std::size_t n = std::min<std::size_t>(size, room_ - written_);
             std::memcpy(out_ + written_, text, n);
             written_ += n;
         }
         length_ += size;
     }
     void put(std::string_view text) { put(text.data(), text.size()); }
+    // Where `size` more bytes can be written in place (then `advance` over those used), or
+    // null when they would not fit whole.
+    char *reserve(std::size_t size) {
+        return written_ == length_ && written_ + size <= room_ ? out_ + written_ : nullptr;
+    }
+    void advance(std::size_t size) { written_ += size, length_ += size; }
     int32_t finish() {
         if (out_ != nullptr) out_[written_] = '\0';
         return static_cast<int32_t>(std::min<std::size_t>(length_, INT32_MAX));
@@ -210,12 +227,27 @@ class Writer {
     std::size_t length_ = 0;
 };
 
+// printf("%0*llu") of value into buffer (24 bytes at least and `width` + 1); returns the
+// length.
+inline std::size_t format_unsigned(char *buffer, uint64_t value, int width) {
+    char digits[24];
+    int n = 0;
+    do digits[n++] = static_cast<char>('0' + value % 10), value /= 10;
+    while (value != 0);
+    std::size_t length = 0;
+    for (int pad = width - n; pad > 0; --pad) buffer[length++] = '0';
+    while (n > 0) buffer[length++] = digits[--n];
+    return length;
+}
+
 // printf("%0*lld") of value, with a '+' before a value >= 0 when `plus` ("%+0*lld"); the
-// sign counts in the width as printf counts it. Writes into buffer (24 bytes at least and
-// `width` + 2) and returns the length.
-std::size_t format_integer(char *buffer, int64_t value, int width, bool plus);
-// The same for an unsigned value without sign.
-std::size_t format_unsigned(char *buffer, uint64_t value, int width);
+// sign counts in the width as printf counts it.
+inline std::size_t format_integer(char *buffer, int64_t value, int width, bool plus) {
+    std::size_t length = 0;
+    if (value < 0 || plus) buffer[length++] = value < 0 ? '-' : '+';
+    const uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : value;
+    return length + format_unsigned(buffer + length, magnitude, width - static_cast<int>(length));
+}
 
 // A cursor over the text being read, up to `end`.
 struct Cursor {
@@ -226,12 +258,34 @@ struct Cursor {
     std::size_t position() const { return static_cast<std::size_t>(at - start) + 1; }
     bool ended() const { return at == end; }
     // Reads 1..max digits into value; false when there is none. *count gets how many.
-    bool digits(int max, uint64_t &value, int *count = nullptr);
+    bool digits(int max, uint64_t &value, int *count = nullptr) {
+        int n = 0;
+        value = 0;
+        while (n < max && at != end && *at >= '0' && *at <= '9')
+            value = value * 10 + static_cast<uint64_t>(*at++ - '0'), ++n;
+        if (count != nullptr) *count = n;
+        return n > 0;
+    }
     // Takes an optional '+' or '-'; -1 after '-', else 1.
-    int sign();
+    int sign() {
+        if (at == end || (*at != '+' && *at != '-')) return 1;
+        return *at++ == '-' ? -1 : 1;
+    }
     // Matches a pattern literal: separators and blanks match any separator or blank, other
     // characters themselves without case, quoted text exactly.
-    bool literal(const Item &item, const char *pattern_text);
+    bool literal(const Item &item, const char *pattern_text) {
+        const char *expected = pattern_text + item.offset;
+        if (static_cast<std::size_t>(end - at) < item.size) return false;
+        for (uint32_t i = 0; i < item.size; ++i) {
+            const char want = expected[i], have = at[i];
+            const bool same = (item.flags & item_quoted) != 0 ? want == have
+                              : is_separator(want)            ? is_separator(have)
+                                                              : lower(want) == lower(have);
+            if (!same) return false;
+        }
+        at += item.size;
+        return true;
+    }
     // Takes `word` when the text goes on with it (without case); the length taken, or 0.
     std::size_t word(std::string_view word);
 };
