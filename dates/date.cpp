@@ -17,6 +17,12 @@
 #include "dates/date.hpp"
 #include "qv/date.h"
 
+#include <type_traits>
+
+static_assert(std::is_standard_layout_v<QV_DATE_T> && std::is_trivially_copyable_v<QV_DATE_T>);
+static_assert(sizeof(QV_DATE_T) == 16 && offsetof(QV_DATE_T, fraction) == 8 &&
+              offsetof(QV_DATE_T, zone) == 12);
+
 namespace qv {
 namespace {
 
@@ -75,6 +81,9 @@ CivilDate four_year_civil(int64_t number) {
     const int64_t yoe = std::min<int64_t>(doe / 365, 3);
     return civil_from_march_based(era * 4 + yoe, doe - yoe * 365);
 }
+
+// Far more days than the 16-bit years hold; a larger count is refused.
+constexpr int64_t most_days = 1000000000000;
 
 constexpr uint8_t leap_month_days[13] = {0, 31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 
@@ -136,6 +145,11 @@ void set_time_of_day(QV_DATE_T &date, int64_t seconds_of_day) {
     date.second = static_cast<uint8_t>(seconds_of_day % 60);
 }
 
+// A year moved by a count, wrapping in 16 bits as the record's year does.
+int16_t wrapped_year(int16_t year, int64_t count) {
+    return static_cast<int16_t>(static_cast<uint64_t>(year) + static_cast<uint64_t>(count));
+}
+
 // The record an Add operation changes: `out` holding a copy of the date, or the date.
 QV_DATE_T &target(QV_DATE_T *date, QV_DATE_T *out) {
     if (out == nullptr) return *date;
@@ -146,10 +160,10 @@ QV_DATE_T &target(QV_DATE_T *date, QV_DATE_T *out) {
 // Month arithmetic on a date that has one; the day is clamped to the new month's end.
 void add_months(QV_DATE_T &date, int64_t months) {
     if (date.month == 0) return;
-    const int64_t m = date.month + months;
-    const int64_t years = floor_div(m - 1, 12);
-    date.year = static_cast<int16_t>(date.year + years);
-    date.month = static_cast<uint8_t>(m - 12 * years);
+    const int64_t m = date.month + months % 12; // -10 .. 23: no count can overflow
+    const int64_t carry = floor_div(m - 1, 12);
+    date.year = wrapped_year(date.year, months / 12 + carry);
+    date.month = static_cast<uint8_t>(m - 12 * carry);
     date.day =
         static_cast<uint8_t>(std::min<int32_t>(date.day, days_in_month(date.month, date.year)));
 }
@@ -309,14 +323,14 @@ QV_API int32_t AddYearsToInternalDate_L(QV_DATE_T *date, int64_t years, QV_DATE_
     if (date == nullptr) return -1;
     QV_DATE_T &changed = qv::target(date, out);
     if (changed.month == 0) return 0;
-    changed.year = static_cast<int16_t>(changed.year + years);
+    changed.year = qv::wrapped_year(changed.year, years);
     changed.day = static_cast<uint8_t>(
         std::min<int32_t>(changed.day, qv::days_in_month(changed.month, changed.year)));
     return 0;
 }
 
 QV_API int32_t AddDaysToInternalDate_L(QV_DATE_T *date, int64_t days, QV_DATE_T *out) {
-    if (date == nullptr) return -1;
+    if (date == nullptr || days > qv::most_days || days < -qv::most_days) return -1;
     QV_DATE_T &changed = qv::target(date, out);
     if (changed.month != 0)
         qv::set_civil(changed, qv::civil_from_day_number(qv::day_number_of(changed) + days));

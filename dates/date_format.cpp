@@ -761,7 +761,8 @@ bool read_date(const char *text, const QV_DATE_FORMAT_T &format, bool time_only,
         state.cursor, format.parsed, t_fraction,
         [&](const pattern::Item &item) { return read_token(state, item); },
         [&](const char *reason) { return state.fail("%s", reason); });
-    if (!read || !settle_time(state, date) || !settle_date(state, date)) return false;
+    if (!read || !settle_time(state, date)) return false;
+    if ((format.parsed.marks & has_date) != 0 && !settle_date(state, date)) return false;
     if (time_only) date.year = 0, date.month = 0, date.day = 0;
     *out = date;
     return true;

@@ -10,9 +10,15 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <type_traits>
 
 #include "dates/date.hpp"
 #include "qv/interval.h"
+
+static_assert(std::is_standard_layout_v<QV_INTERVAL_DS_T> &&
+              std::is_trivially_copyable_v<QV_INTERVAL_DS_T> && sizeof(QV_INTERVAL_DS_T) == 24);
+static_assert(std::is_standard_layout_v<QV_INTERVAL_YM_T> &&
+              std::is_trivially_copyable_v<QV_INTERVAL_YM_T> && sizeof(QV_INTERVAL_YM_T) == 12);
 
 namespace {
 
@@ -55,8 +61,13 @@ void signed_total(const QV_INTERVAL_DS_T &interval, int64_t &seconds, int64_t &n
 
 // Adds `count` to one field of magnitude `field`; the interval takes the sign of the
 // result.
+// Signed sums wrap instead of overflowing (the fields are not checked).
+int64_t wrapping_sum(int64_t a, int64_t b) {
+    return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
+}
+
 uint32_t add_to_field(uint8_t &negative, uint32_t field, int64_t count) {
-    const int64_t value = signed_value(negative, field) + count;
+    const int64_t value = wrapping_sum(signed_value(negative, field), count);
     negative = value < 0 ? 1 : 0;
     return static_cast<uint32_t>(value < 0 ? 0 - static_cast<uint64_t>(value) : value);
 }
@@ -109,7 +120,7 @@ QV_API int32_t AddMonthsToInternalInterval_L(QV_INTERVAL_YM_T *interval, int64_t
                                              QV_INTERVAL_YM_T *out) {
     if (interval == nullptr) return -1;
     QV_INTERVAL_YM_T &changed = target(interval, out);
-    return MonthsToInternalInterval_L(total_months(changed) + months, &changed);
+    return MonthsToInternalInterval_L(wrapping_sum(total_months(changed), months), &changed);
 }
 
 QV_API int32_t AddYearsToInternalInterval_L(QV_INTERVAL_YM_T *interval, int64_t years,

@@ -59,7 +59,8 @@ QV_API int32_t CurrentTimestamp_L(QV_DATE_T *out);
  * fraction and zone are kept. */
 QV_API int32_t AddMonthsToInternalDate_L(QV_DATE_T *date, int64_t months, QV_DATE_T *out);
 QV_API int32_t AddYearsToInternalDate_L(QV_DATE_T *date, int64_t years, QV_DATE_T *out);
-/* Adds a signed number of days; the time of day is kept. */
+/* Adds a signed number of days; the time of day is kept. -1 also for a count beyond
+ * +-10^12 (nothing changes). */
 QV_API int32_t AddDaysToInternalDate_L(QV_DATE_T *date, int64_t days, QV_DATE_T *out);
 /* Adds a signed number of seconds, fractions rounded to the nanosecond; the zone is kept.
  * -1 also for a count that is not finite or beyond +-9e18 (nothing changes). */

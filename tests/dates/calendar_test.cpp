@@ -165,6 +165,12 @@ TEST(Calendar, MonthAndYearArithmeticClampsToMonthEnd) {
     EXPECT_EQ(text(in_place), text(make(1900, 2, 28, 13, 14, 15, 16, -330)));
     EXPECT_EQ(AddMonthsToInternalDate_L(nullptr, 1, nullptr), -1);
     EXPECT_EQ(AddYearsToInternalDate_L(nullptr, 1, nullptr), -1);
+    // Counts far beyond the 16-bit years wrap the year (or are refused), never overflow.
+    QV_DATE_T far = make(2009, 5, 31);
+    EXPECT_EQ(AddMonthsToInternalDate_L(&far, INT64_MAX, nullptr), 0);
+    EXPECT_EQ(AddYearsToInternalDate_L(&far, INT64_MIN, nullptr), 0);
+    EXPECT_EQ(AddDaysToInternalDate_L(&far, INT64_MAX, nullptr), -1);
+    EXPECT_EQ(AddMonthsToInternalDate_L(&far, 65536 * 12, &far), 0);
     QV_DATE_T time = make(0, 0, 0, 10);
     EXPECT_EQ(AddMonthsToInternalDate_L(&time, 5, nullptr), 0);
     EXPECT_EQ(text(time), text(make(0, 0, 0, 10))); // a time has no month to move

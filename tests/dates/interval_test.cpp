@@ -120,6 +120,10 @@ TEST(Interval, AddYearsAndDaysSignRules) {
     EXPECT_EQ(text(minus_months), "-0-06"); // the input is left alone when out is given
     EXPECT_EQ(AddYearsToInternalInterval_L(&out, -3, nullptr), 0);
     EXPECT_EQ(text(out), "-2-06");
+    DS wide{0, 5, 0, 0, 0, 0};
+    EXPECT_EQ(AddDaysToInternalInterval_L(&wide, INT64_MAX, nullptr), 0); // wraps, unchecked
+    YM wide_months{1, 7, 0};
+    EXPECT_EQ(AddMonthsToInternalInterval_L(&wide_months, INT64_MIN, nullptr), 0);
     EXPECT_EQ(AddDaysToInternalInterval_L(nullptr, 1, nullptr), -1);
     EXPECT_EQ(AddYearsToInternalInterval_L(nullptr, 1, nullptr), -1);
 }
