@@ -17,24 +17,16 @@
 
 #include "messages/capture.hpp"
 #include "qv/alloc.h"
+#include "dates/date_records.hpp"
 #include "qv/date.h"
 #include "qv/message.h"
 
 namespace {
 
-using ::testing::HasSubstr;
+using qvtest::date_fields;
+using qvtest::make_date;
 
-QV_DATE_T make(int year, int month, int day, int hour = 0, int minute = 0, int second = 0,
-               int fraction = 0, int zone = 0) {
-    return QV_DATE_T{static_cast<int16_t>(year),
-                     static_cast<uint8_t>(month),
-                     static_cast<uint8_t>(day),
-                     static_cast<uint8_t>(hour),
-                     static_cast<uint8_t>(minute),
-                     static_cast<uint8_t>(second),
-                     fraction,
-                     static_cast<int16_t>(zone)};
-}
+using ::testing::HasSubstr;
 
 std::string print(QV_DATE_T d, const char *pattern) {
     char out[256];
@@ -48,13 +40,6 @@ std::optional<QV_DATE_T> read(const char *text, const char *pattern) {
     return d;
 }
 
-std::string fields(const QV_DATE_T &d) {
-    char out[64];
-    std::snprintf(out, sizeof out, "%d-%02d-%02d %02d:%02d:%02d.%09d %+d", d.year, d.month, d.day,
-                  d.hour, d.minute, d.second, d.fraction, d.zone);
-    return out;
-}
-
 std::string printf_text(const char *format, long long value) {
     char out[64];
     std::snprintf(out, sizeof out, format, value);
@@ -62,7 +47,7 @@ std::string printf_text(const char *format, long long value) {
 }
 
 TEST(DateFormat, PatternsSplitLongestFirst) {
-    const QV_DATE_T d = make(2009, 1, 2, 9, 5, 7, 123456789);
+    const QV_DATE_T d = make_date(2009, 1, 2, 9, 5, 7, 123456789);
     const std::tuple<const char *, const char *> cases[] = {
         {"hh24:mi", "09:05"},
         {"mm/dd", "01/02"},
@@ -99,7 +84,7 @@ TEST(DateFormat, RepeatedPartIsRefusedWithMessage) {
     EXPECT_EQ(ParseDateFormat_L(nullptr), nullptr);
     QV_DATE_FORMAT_T *format = ParseDateFormat_L("yyyy-mm-dd hh24:mi:ss");
     ASSERT_NE(format, nullptr);
-    QV_DATE_T d = make(2009, 1, 2, 3, 4, 5);
+    QV_DATE_T d = make_date(2009, 1, 2, 3, 4, 5);
     char out[64];
     EXPECT_EQ(InternalDateToChar_L(&d, "ignored", format, out, sizeof out), 19);
     EXPECT_STREQ(out, "2009-01-02 03:04:05");
@@ -111,7 +96,8 @@ TEST(DateFormat, SettledRulesMatchPrintf) {
     std::mt19937 random(11);
     for (int year = -9999; year <= 9999; year += 7) {
         const int hour = (year % 24 + 24) % 24, fraction = static_cast<int>(random() % 1000000000);
-        const QV_DATE_T d = make(year, 1 + (year & 7), 1 + (year & 15), hour, 59, 30, fraction);
+        const QV_DATE_T d =
+            make_date(year, 1 + (year & 7), 1 + (year & 15), hour, 59, 30, fraction);
         const std::string syyyy = printf_text(year > 0 ? "%04lld" : "%+05lld", year);
         ASSERT_EQ(print(d, "syyyy"), syyyy);
         ASSERT_EQ(print(d, "yyyy"), printf_text("%04lld", year));
@@ -128,12 +114,12 @@ TEST(DateFormat, SettledRulesMatchPrintf) {
                                                     printf_text(" %02lld", d.hour) + " 59 30");
         ASSERT_EQ(print(d, "hh"), printf_text("%02lld", d.hour));
     }
-    EXPECT_EQ(print(make(0, 1, 1), "syyyy"), "+0000");
-    EXPECT_EQ(print(make(-44, 1, 1), "syyyy"), "-0044");
-    EXPECT_EQ(print(make(2009, 1, 2), "j"), "2454834");
-    EXPECT_EQ(print(make(-4712, 1, 1), "j"), printf_text("%07lld", -9));
-    EXPECT_EQ(print(make(2009, 6, 1, 13), "Month AM"), "June PM");
-    EXPECT_EQ(print(make(2009, 6, 1, 11), "Pm"), "Am");
+    EXPECT_EQ(print(make_date(0, 1, 1), "syyyy"), "+0000");
+    EXPECT_EQ(print(make_date(-44, 1, 1), "syyyy"), "-0044");
+    EXPECT_EQ(print(make_date(2009, 1, 2), "j"), "2454834");
+    EXPECT_EQ(print(make_date(-4712, 1, 1), "j"), printf_text("%07lld", -9));
+    EXPECT_EQ(print(make_date(2009, 6, 1, 13), "Month AM"), "June PM");
+    EXPECT_EQ(print(make_date(2009, 6, 1, 11), "Pm"), "Am");
 }
 
 // Day and month names, ISO weeks and years, days of the year and of the week, every day of
@@ -143,8 +129,9 @@ TEST(DateFormat, DerivedTokensMatchStrftime) {
     for (chr::sys_days day = chr::year{1900} / 1 / 1; day <= chr::year{2100} / 12 / 31;
          day += chr::days{1}) {
         const chr::year_month_day ymd(day);
-        const QV_DATE_T d = make(static_cast<int>(ymd.year()), static_cast<unsigned>(ymd.month()),
-                                 static_cast<unsigned>(ymd.day()));
+        const QV_DATE_T d =
+            make_date(static_cast<int>(ymd.year()), static_cast<unsigned>(ymd.month()),
+                      static_cast<unsigned>(ymd.day()));
         struct tm t {};
         t.tm_year = d.year - 1900, t.tm_mon = d.month - 1, t.tm_mday = d.day;
         t.tm_wday = static_cast<int>(chr::weekday(day).c_encoding());
@@ -165,33 +152,33 @@ TEST(DateFormat, DerivedTokensMatchStrftime) {
 
 TEST(DateFormat, OtherTokensByExample) {
     const std::tuple<QV_DATE_T, const char *, const char *> cases[] = {
-        {make(2009, 1, 2), "y mmm", "9 jan"},
-        {make(2009, 1, 2), "yyy m", "009 1"},
-        {make(2009, 1, 2), "i", "9"},
-        {make(2009, 1, 2), "iyy", "009"},
-        {make(2008, 12, 29), "iyyy-iw mm", "2009-01 12"},
-        {make(2010, 1, 3), "iyyy-iw", "2009-53"},
-        {make(2009, 1, 1), "ddth", "01st"},
-        {make(2009, 1, 2), "ddth", "02nd"},
-        {make(2009, 1, 3), "Ddth", "03rd"},
-        {make(2009, 1, 11), "ddth", "11th"},
-        {make(2009, 1, 12), "ddth", "12th"},
-        {make(2009, 1, 13), "ddth", "13th"},
-        {make(2009, 1, 21), "DDTH", "21ST"},
-        {make(2009, 1, 22), "ddth", "22nd"},
-        {make(2009, 1, 23), "ddth", "23rd"},
-        {make(2009, 1, 31), "ddth", "31st"},
-        {make(2009, 1, 2, 0, 1, 2), "hh12 am sssss", "12 am 00062"},
-        {make(2009, 1, 2, 12), "hh12 AM", "12 PM"},
-        {make(2009, 1, 2), "DAY", "FRIDAY"},
-        {make(2009, 1, 2), "dy", "fri"},
+        {make_date(2009, 1, 2), "y mmm", "9 jan"},
+        {make_date(2009, 1, 2), "yyy m", "009 1"},
+        {make_date(2009, 1, 2), "i", "9"},
+        {make_date(2009, 1, 2), "iyy", "009"},
+        {make_date(2008, 12, 29), "iyyy-iw mm", "2009-01 12"},
+        {make_date(2010, 1, 3), "iyyy-iw", "2009-53"},
+        {make_date(2009, 1, 1), "ddth", "01st"},
+        {make_date(2009, 1, 2), "ddth", "02nd"},
+        {make_date(2009, 1, 3), "Ddth", "03rd"},
+        {make_date(2009, 1, 11), "ddth", "11th"},
+        {make_date(2009, 1, 12), "ddth", "12th"},
+        {make_date(2009, 1, 13), "ddth", "13th"},
+        {make_date(2009, 1, 21), "DDTH", "21ST"},
+        {make_date(2009, 1, 22), "ddth", "22nd"},
+        {make_date(2009, 1, 23), "ddth", "23rd"},
+        {make_date(2009, 1, 31), "ddth", "31st"},
+        {make_date(2009, 1, 2, 0, 1, 2), "hh12 am sssss", "12 am 00062"},
+        {make_date(2009, 1, 2, 12), "hh12 AM", "12 PM"},
+        {make_date(2009, 1, 2), "DAY", "FRIDAY"},
+        {make_date(2009, 1, 2), "dy", "fri"},
     };
     for (auto [d, pattern, expected] : cases) EXPECT_EQ(print(d, pattern), expected) << pattern;
 }
 
 TEST(DateFormat, ZonePrintingWritesTheDefaultZoneIntoTheDate) {
     SetDefaultTimeZone_L(-330);
-    QV_DATE_T d = make(2009, 1, 2, 3, 4, 5, 6);
+    QV_DATE_T d = make_date(2009, 1, 2, 3, 4, 5, 6);
     char out[64];
     EXPECT_EQ(InternalDateToChar_L(&d, GetInternalDatetimeTZFormat_L(), nullptr, out, sizeof out),
               36);
@@ -200,14 +187,14 @@ TEST(DateFormat, ZonePrintingWritesTheDefaultZoneIntoTheDate) {
     const std::tuple<int, const char *> zones[] = {
         {530, "+05:30"}, {-30, "-00:30"}, {1300, "+13:00"}, {-1200, "-12:00"}, {45, "+00:45"}};
     for (auto [zone, expected] : zones) {
-        QV_DATE_T zoned = make(2009, 1, 2, 0, 0, 0, 0, zone);
+        QV_DATE_T zoned = make_date(2009, 1, 2, 0, 0, 0, 0, zone);
         EXPECT_EQ(InternalTimezoneToChar_L(&zoned, out, sizeof out), 6);
         EXPECT_STREQ(out, expected);
     }
-    QV_DATE_T plain = make(2009, 1, 2);
+    QV_DATE_T plain = make_date(2009, 1, 2);
     EXPECT_EQ(print(plain, nullptr), "2009-01-02 00:00:00.000000000");
     EXPECT_EQ(plain.zone, 0); // no zone in the pattern, nothing written
-    QV_DATE_T time = make(0, 0, 0, 23, 59, 58, 1);
+    QV_DATE_T time = make_date(0, 0, 0, 23, 59, 58, 1);
     EXPECT_EQ(InternalTimeToChar_L(&time, nullptr, nullptr, out, sizeof out), 18);
     EXPECT_STREQ(out, "23:59:58.000000001");
     EXPECT_EQ(InternalTimeToChar_L(&time, GetInternalTimeTZFormat_L(), nullptr, out, sizeof out),
@@ -216,7 +203,7 @@ TEST(DateFormat, ZonePrintingWritesTheDefaultZoneIntoTheDate) {
 }
 
 TEST(DateFormat, OutputBufferIsCutAndTerminated) {
-    QV_DATE_T d = make(2009, 1, 2);
+    QV_DATE_T d = make_date(2009, 1, 2);
     char out[8] = "xxxxxxx";
     EXPECT_EQ(InternalDateToChar_L(&d, GetInternalDateFormat_L(), nullptr, out, 5), 10);
     EXPECT_STREQ(out, "2009");
@@ -263,8 +250,9 @@ TEST(DateFormat, PrintThenReadRoundTrips) {
     for (const RoundTrip &trip : trips) {
         std::uniform_int_distribution<int> year(trip.first_year, trip.last_year);
         for (int i = 0; i < 3000; ++i) {
-            QV_DATE_T d = make(year(random), 1 + random() % 12, 1, random() % 24, random() % 60,
-                               random() % 60, trip.fraction ? random() % 1000000000 : 0);
+            QV_DATE_T d =
+                make_date(year(random), 1 + random() % 12, 1, random() % 24, random() % 60,
+                          random() % 60, trip.fraction ? random() % 1000000000 : 0);
             d.day = static_cast<uint8_t>(1 + random() % DaysInMonth_L(d.month, d.year));
             if (trip.zone) { // never 0, which would print the default zone
                 const int hours = 1 + random() % 23, minutes = random() % 60;
@@ -278,7 +266,7 @@ TEST(DateFormat, PrintThenReadRoundTrips) {
                       0)
                 << trip.pattern << ": " << text << ": " << DateFormatError_L();
             if (trip.whole) {
-                ASSERT_EQ(fields(back), fields(d)) << trip.pattern << ": " << text;
+                ASSERT_EQ(date_fields(back), date_fields(d)) << trip.pattern << ": " << text;
             }
             ASSERT_EQ(print(back, trip.pattern), text) << trip.pattern;
         }
@@ -287,42 +275,42 @@ TEST(DateFormat, PrintThenReadRoundTrips) {
 
 TEST(DateFormat, ReadingRules) {
     const std::tuple<const char *, const char *, QV_DATE_T> cases[] = {
-        {" 2009-01-02 ", nullptr, make(2009, 1, 2)},
-        {"2009/01/02 10.20", nullptr, make(2009, 1, 2, 10, 20)},
+        {" 2009-01-02 ", nullptr, make_date(2009, 1, 2)},
+        {"2009/01/02 10.20", nullptr, make_date(2009, 1, 2, 10, 20)},
         {"2009-01-02 10:00:00 +05:30", GetInternalDatetimeTZFormat_L(),
-         make(2009, 1, 2, 10, 0, 0, 0, 530)},
+         make_date(2009, 1, 2, 10, 0, 0, 0, 530)},
         {"2009-01-02 10:00:00 CEST", GetInternalDatetimeTZFormat_L(),
-         make(2009, 1, 2, 10, 0, 0, 0, 200)},
+         make_date(2009, 1, 2, 10, 0, 0, 0, 200)},
         {"2009-01-02 10:00:00.5 -00:30", GetInternalDatetimeTZFormat_L(),
-         make(2009, 1, 2, 10, 0, 0, 500000000, -30)},
-        {"+0000-01-02", nullptr, make(0, 1, 2)},
-        {"-0044-03-15", nullptr, make(-44, 3, 15)},
-        {"12000-01-01", nullptr, make(12000, 1, 1)},
-        {"2009-7-4", "yyyy-mm-dd", make(2009, 7, 4)},
-        {"2009-07", "yyyy-mm-dd", make(2009, 7, 1)},
-        {"JULY 4TH 2009", "month ddth yyyy", make(2009, 7, 4)},
-        {"jul 4 2009", "Month dd yyyy", make(2009, 7, 4)},
-        {"2009 T 1", "yyyy \"T\" q", make(2009, 1, 1)},
-        {"2009 3", "yyyy q", make(2009, 7, 1)},
-        {"2009 060", "yyyy ddd", make(2009, 3, 1)},
-        {"2454834", "j", make(2009, 1, 2)},
-        {"2009-W53-7", "iyyy-\"W\"iw-d", make(2010, 1, 2)},
-        {"2009-53", "iyyy-iw", make(2009, 12, 28)},
-        {"2009-01-1 sunday", "yyyy-mm-w day", make(2009, 1, 4)},
-        {"10:30 PM", "hh:mi am", make(0, 0, 0, 22, 30)},
-        {"12:30 am", "hh12:mi am", make(0, 0, 0, 0, 30)},
-        {"37800", "sssss", make(0, 0, 0, 10, 30)},
+         make_date(2009, 1, 2, 10, 0, 0, 500000000, -30)},
+        {"+0000-01-02", nullptr, make_date(0, 1, 2)},
+        {"-0044-03-15", nullptr, make_date(-44, 3, 15)},
+        {"12000-01-01", nullptr, make_date(12000, 1, 1)},
+        {"2009-7-4", "yyyy-mm-dd", make_date(2009, 7, 4)},
+        {"2009-07", "yyyy-mm-dd", make_date(2009, 7, 1)},
+        {"JULY 4TH 2009", "month ddth yyyy", make_date(2009, 7, 4)},
+        {"jul 4 2009", "Month dd yyyy", make_date(2009, 7, 4)},
+        {"2009 T 1", "yyyy \"T\" q", make_date(2009, 1, 1)},
+        {"2009 3", "yyyy q", make_date(2009, 7, 1)},
+        {"2009 060", "yyyy ddd", make_date(2009, 3, 1)},
+        {"2454834", "j", make_date(2009, 1, 2)},
+        {"2009-W53-7", "iyyy-\"W\"iw-d", make_date(2010, 1, 2)},
+        {"2009-53", "iyyy-iw", make_date(2009, 12, 28)},
+        {"2009-01-1 sunday", "yyyy-mm-w day", make_date(2009, 1, 4)},
+        {"10:30 PM", "hh:mi am", make_date(0, 0, 0, 22, 30)},
+        {"12:30 am", "hh12:mi am", make_date(0, 0, 0, 0, 30)},
+        {"37800", "sssss", make_date(0, 0, 0, 10, 30)},
     };
     for (auto [text, pattern, expected] : cases) {
         const std::optional<QV_DATE_T> d = read(text, pattern);
         ASSERT_TRUE(d.has_value()) << text << ": " << DateFormatError_L();
-        EXPECT_EQ(fields(*d), fields(expected)) << text;
+        EXPECT_EQ(date_fields(*d), date_fields(expected)) << text;
     }
     QV_DATE_T time{};
     EXPECT_EQ(
         CharToInternalTime_L("2009-01-02 10:20:30", GetInternalDatetimeFormat_L(), nullptr, &time),
         0);
-    EXPECT_EQ(fields(time), fields(make(0, 0, 0, 10, 20, 30)));
+    EXPECT_EQ(date_fields(time), date_fields(make_date(0, 0, 0, 10, 20, 30)));
     QV_DATE_T now{};
     CurrentTimestamp_L(&now);
     EXPECT_EQ(read("07-04", "mm-dd")->year, now.year); // the current year
@@ -369,7 +357,7 @@ TEST(DateFormat, BadInputFailsWithItsReasonKept) {
         {"11 36001", "hh24 sssss", "the seconds since midnight do not agree with the time"},
     };
     for (auto [text, pattern, reason] : cases) {
-        QV_DATE_T untouched = make(1, 2, 3);
+        QV_DATE_T untouched = make_date(1, 2, 3);
         EXPECT_EQ(CharToInternalDate_L(text, pattern, nullptr, &untouched), -1) << text;
         EXPECT_THAT(DateFormatError_L(), HasSubstr(reason)) << text;
         EXPECT_EQ(untouched.day, 3);
@@ -387,7 +375,7 @@ TEST(DateFormat, AllocationFailures) {
     std::string pattern;
     const std::vector<const char *> raised = qvtest::fail_each_allocation(
         [&] {
-            QV_DATE_T d = make(2009, 1, 2);
+            QV_DATE_T d = make_date(2009, 1, 2);
             char out[64];
             InternalDateToChar_L(&d, pattern.c_str(), nullptr, out, sizeof out);
             QV_DATE_T back{};
