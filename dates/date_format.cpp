@@ -42,34 +42,18 @@ namespace {
 
 // ---- The token table ------------------------------------------------------------------------
 
+// clang-format off
 enum Component : uint8_t {
-    year_part,
-    week_part,
-    quarter_part,
-    zone_hours_part,
-    zone_minutes_part,
-    month_part,
-    minute_part,
-    day_part,
-    hour_part,
-    second_part,
-    fraction_part,
-    meridian_part
+    year_part, week_part, quarter_part, zone_hours_part, zone_minutes_part, month_part, minute_part,
+    day_part, hour_part, second_part, fraction_part, meridian_part
 };
+// clang-format on
 
+// clang-format off
 enum class Field : uint8_t {
-    none,
-    year,
-    month,
-    day,
-    hour,
-    minute,
-    second,
-    fraction,
-    zone_hours,
-    zone_minutes,
-    meridian
+    none, year, month, day, hour, minute, second, fraction, zone_hours, zone_minutes, meridian
 };
+// clang-format on
 
 struct DateToken {
     const char *text;
@@ -124,45 +108,13 @@ constexpr DateToken date_tokens[] = {
 };
 
 // The tokens by their place in the table.
+// clang-format off
 enum Token : uint8_t {
-    t_syyyy,
-    t_yyyy,
-    t_yyy,
-    t_yy,
-    t_y,
-    t_iyyy,
-    t_iyy,
-    t_iy,
-    t_iw,
-    t_i,
-    t_q,
-    t_stzh,
-    t_tzm,
-    t_month,
-    t_mon,
-    t_mmm,
-    t_mi,
-    t_mm,
-    t_m,
-    t_ww,
-    t_w,
-    t_day,
-    t_dy,
-    t_ddd,
-    t_ddth,
-    t_dd,
-    t_d,
-    t_j,
-    t_hh24,
-    t_hh12,
-    t_hh,
-    t_sssss,
-    t_ss,
-    t_fraction,
-    t_am,
-    t_pm,
-    token_count
+    t_syyyy, t_yyyy, t_yyy, t_yy, t_y, t_iyyy, t_iyy, t_iy, t_iw, t_i, t_q, t_stzh, t_tzm, t_month,
+    t_mon, t_mmm, t_mi, t_mm, t_m, t_ww, t_w, t_day, t_dy, t_ddd, t_ddth, t_dd, t_d, t_j, t_hh24,
+    t_hh12, t_hh, t_sssss, t_ss, t_fraction, t_am, t_pm, token_count
 };
+// clang-format on
 static_assert(std::size(date_tokens) == 36 && token_count == 36);
 static_assert(std::string_view(date_tokens[t_iw].text) == "iw" &&
               std::string_view(date_tokens[t_mi].text) == "mi" &&
@@ -177,17 +129,10 @@ constexpr uint32_t has_date = 0x4;    // holds a date token
 
 constexpr bool needs_day_number(uint8_t token) {
     switch (token) {
-        case t_iyyy:
-        case t_iyy:
-        case t_iy:
-        case t_i:
-        case t_iw:
-        case t_ww:
-        case t_day:
-        case t_dy:
-        case t_ddd:
-        case t_d:
-        case t_j: return true;
+        // clang-format off
+        case t_iyyy: case t_iyy: case t_iy: case t_i: case t_iw: case t_ww: case t_day:
+        case t_dy: case t_ddd: case t_d: case t_j: return true;
+        // clang-format on
         default: return false;
     }
 }
@@ -196,6 +141,7 @@ constexpr uint32_t needs_day_number_mark = 0x8;
 // ---- The last failure -------------------------------------------------------------------------
 
 char format_error[512];
+
 // ---- Parsing and the cache ----------------------------------------------------------------
 
 QV_DATE_FORMAT_T *parse_format(const char *pattern) {
@@ -375,25 +321,15 @@ int32_t print_date(QV_DATE_T &date, const QV_DATE_FORMAT_T &format, char *out, i
 // ---- Reading --------------------------------------------------------------------------------
 
 // What the tokens of a pattern gave.
+// clang-format off
 enum Part : uint32_t {
-    p_year = 1 << 0,
-    p_iso_year = 1 << 1,
-    p_month = 1 << 2,
-    p_day = 1 << 3,
-    p_day_of_year = 1 << 4,
-    p_julian = 1 << 5,
-    p_weekday = 1 << 6,
-    p_week = 1 << 7,
-    p_quarter = 1 << 8,
-    p_hour = 1 << 9,
-    p_minute = 1 << 10,
-    p_second = 1 << 11,
-    p_seconds_of_day = 1 << 12,
-    p_fraction = 1 << 13,
-    p_meridian = 1 << 14,
-    p_zone = 1 << 15,
+    p_year = 1 << 0, p_iso_year = 1 << 1, p_month = 1 << 2, p_day = 1 << 3,
+    p_day_of_year = 1 << 4, p_julian = 1 << 5, p_weekday = 1 << 6, p_week = 1 << 7,
+    p_quarter = 1 << 8, p_hour = 1 << 9, p_minute = 1 << 10, p_second = 1 << 11,
+    p_seconds_of_day = 1 << 12, p_fraction = 1 << 13, p_meridian = 1 << 14, p_zone = 1 << 15,
     p_zone_minutes = 1 << 16,
 };
+// clang-format on
 constexpr uint32_t date_parts = p_year | p_iso_year | p_month | p_day | p_day_of_year | p_julian |
                                 p_weekday | p_week | p_quarter;
 
@@ -433,17 +369,17 @@ int digits_to_read(const pattern::Item &item) {
     const bool tight = (item.flags & pattern::item_number_follows) != 0;
     switch (item.token) {
         case t_syyyy:
-        case t_yyyy: return tight ? 4 : 5;
+        case t_yyyy:
+        case t_iyyy: return tight ? 4 : 5;
         case t_yyy:
-        case t_iyy: return 3;
         case t_yy:
-        case t_iy: return 2;
         case t_y:
-        case t_i:
+        case t_iyy:
+        case t_iy:
+        case t_i: return item.length;
         case t_q:
         case t_w:
         case t_d: return 1;
-        case t_iyyy: return tight ? 4 : 5;
         case t_ddd: return 3;
         case t_j: return tight ? 7 : 8;
         case t_sssss: return 5;
@@ -533,17 +469,11 @@ bool read_number(ReadState &state, const pattern::Item &item) {
         case t_yyyy: r.year = sign * static_cast<int64_t>(value), r.have |= p_year; break;
         case t_yyy:
         case t_yy:
-        case t_y:
-            r.year = complete_year(value, date_tokens[item.token].max), r.have |= p_year;
-            break;
+        case t_y: r.year = complete_year(value, item.length), r.have |= p_year; break;
         case t_iyyy: r.year = number, r.have |= p_iso_year; break;
         case t_iyy:
         case t_iy:
-        case t_i: {
-            const int digits = item.token == t_iyy ? 3 : item.token == t_iy ? 2 : 1;
-            r.year = complete_year(value, digits), r.have |= p_iso_year;
-            break;
-        }
+        case t_i: r.year = complete_year(value, item.length), r.have |= p_iso_year; break;
         case t_iw:
         case t_ww:
         case t_w: r.week = number, r.week_token = item.token, r.have |= p_week; break;
@@ -733,7 +663,9 @@ bool settle_date(ReadState &state, QV_DATE_T &date) {
         if (day_of_month < 1 || day_of_month > qv::days_in_month(month, r.year))
             return state.fail("day %d does not exist in month %d of %lld", day_of_month, month,
                               static_cast<long long>(r.year));
-        if ((r.have & (date_parts & ~(p_year | p_month | p_day))) == 0) {
+        // Without derived tokens, Julian days or days of the year there is nothing to check.
+        const bool derived = (state.format.parsed.marks & has_derived) != 0;
+        if (!derived && (r.have & (p_day_of_year | p_julian)) == 0) {
             if (r.year < INT16_MIN || r.year > INT16_MAX)
                 return state.fail("year %lld is out of range", static_cast<long long>(r.year));
             date.year = static_cast<int16_t>(r.year);
