@@ -73,14 +73,14 @@ bool match_token(const char *at, std::string_view token, Casing &casing);
 
 enum class Outcome { parsed, repeated, no_memory };
 
-// Entries of a token table have: text, min, max (lengths), component (bit number), and a
-// number flag telling whether the token is read as digits.
 struct Match {
     int index = -1;
     uint8_t length = 0;
     Casing casing = Casing::lower;
 };
 
+// Entries of a token table have: text, min, max (lengths), component (bit number), and a
+// number flag telling whether the token is read as digits.
 template <class Entry>
 Match find_token(const char *at, std::span<const Entry> table) {
     for (std::size_t i = 0; i < table.size(); ++i) {
