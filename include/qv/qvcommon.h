@@ -17,6 +17,7 @@
 #include "handle.h"
 #include "datatype.h"
 #include "date.h"
+#include "interval.h"
 #include "qvstring.h"
 #include "encoding.h"
 #include "textutil.h"
