@@ -12,6 +12,7 @@
 #include "message.h"
 #include "msgclass.h"
 #include "datatype.h"
+#include "precise.h"
 #include "date.h"
 #include "qvstring.h"
 #include "encoding.h"

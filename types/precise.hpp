@@ -1,0 +1,67 @@
+// precise.hpp - what the files of the precise module share, and the hook through which the
+// values module reads values of other types as NUMBER.
+#pragma once
+
+#include <cstdint>
+
+#include "qv/precise.h"
+#include "types/bigint.hpp"
+
+namespace qv {
+
+// Reads `source` (of a type other than NUMBER, INTEGER or FLOAT) as a NUMBER into
+// `number`, which arrives zeroed and untyped: it takes the source's own NUMBER type.
+// Returns false when the source cannot be read as a number.
+using ValueToNumberConverter = bool (*)(const QV_VALUE_T *source, QV_PRECISE_T *number);
+// Installs the converter (the values module does at initialisation); with none, such
+// operands are refused.
+void install_value_to_number_converter(ValueToNumberConverter converter);
+
+namespace precise {
+
+inline constexpr int kMaxPrecision = QV_PRECISE_MAX_PRECISION;
+
+struct NumberType {
+    int32_t precision;
+    int32_t scale;
+};
+
+// A NUMBER record with 1 <= p <= 77 and 0 <= s <= p.
+inline bool is_valid(const QV_PRECISE_T *record) {
+    if (record == nullptr || record->descriptor.type != QV_TYPE_NUMBER) return false;
+    int32_t p = record->descriptor.precision, s = record->descriptor.scale;
+    return p >= 1 && p <= kMaxPrecision && s >= 0 && s <= p;
+}
+
+// Writes NUMBER(type) into the descriptor and `value`, rescaled from `from_scale` to the
+// type's scale, into the accumulator; the value is then not NULL. Returns 0, or -1 (the
+// accumulator zero) when it overflows or passes the precision.
+int32_t store(QV_PRECISE_T *record, big::Int value, int64_t from_scale, NumberType type);
+
+// Reads any numeric value as a NUMBER: a NUMBER as it is (null when invalid), others
+// converted into `scratch`. Null when the value cannot be read.
+const QV_PRECISE_T *as_number(const QV_VALUE_T *value, QV_PRECISE_T &scratch);
+
+// Separators of a number format, with the defaults "." and ",".
+struct Separator {
+    const char *text;
+    int32_t length;
+};
+Separator decimal_separator(const QV_NUMBER_FORMAT_T *format);
+Separator group_separator(const QV_NUMBER_FORMAT_T *format);
+
+// Formats `count` digits (no leading zeros, "0" for zero) at `scale` as text into out:
+// "-" when negative, "0" before a leading separator, trailing decimal zeros dropped.
+// Returns the digits before the separator, or -1 when `size` bytes do not hold the text.
+int32_t format_digits(const char *digits, int32_t count, bool negative, int32_t scale,
+                      Separator separator, char *out, int32_t size);
+// Bytes format_digits needs, terminator included.
+int32_t formatted_size(int32_t count, int32_t scale, Separator separator);
+
+// The number recognition of StringToBestNumberType_L; with `report` false nothing is
+// written to Msgbuf8.
+int32_t recognise_number(const char *text, QV_VALUE_T *value, bool classify_only,
+                         const QV_NUMBER_FORMAT_T *format, bool report);
+
+} // namespace precise
+} // namespace qv
