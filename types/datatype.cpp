@@ -13,12 +13,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <span>
 #include <string_view>
+#include <type_traits>
 
 #include <strings.h>
 
@@ -33,6 +35,19 @@
 extern "C" {
 char Msgbuf8[QV_MSGBUF8_SIZE];
 }
+
+// The layouts hosts read.
+static_assert(std::is_standard_layout_v<QV_VALUE_T> && std::is_trivially_copyable_v<QV_VALUE_T>);
+static_assert(std::is_standard_layout_v<QV_DATATYPE_SPEC_T>);
+static_assert(sizeof(QV_DATATYPE_T) == 16, "four 32-bit fields");
+static_assert(offsetof(QV_ACCUMULATOR_T, used) + 1 == QV_ACCUMULATOR_BYTES,
+              "the accumulator's significant bytes");
+static_assert(offsetof(QV_VALUE_T, payload) == 16 && alignof(QV_PAYLOAD_T) == 8 &&
+                  sizeof(QV_PAYLOAD_T) == (QV_ACCUMULATOR_BYTES + 7) / 8 * 8,
+              "the payload is the accumulator's 34 bytes rounded to its alignment");
+static_assert(offsetof(QV_VALUE_T, is_null) == 56 && offsetof(QV_VALUE_T, owns_payload) == 57 &&
+              offsetof(QV_VALUE_T, eval_flags) == 58 && offsetof(QV_VALUE_T, eval_data) == 64 &&
+              sizeof(QV_VALUE_T) == 72);
 
 namespace {
 
@@ -186,15 +201,16 @@ extern "C" char *DisplayDataType_L(const QV_DATATYPE_T *desc, uint8_t with_name)
 
 namespace {
 
-// A declaration's integer piece: an integer in the user's locale, read with the ordinary
-// decimal conversion. Empty when it is not one; values past 32 bits give INT32_MIN or
-// INT32_MAX.
+// A declaration's integer piece: an integer in the user's locale that the ordinary decimal
+// conversion reads whole (so no group separators). Empty when it is not one; values past 32
+// bits give INT32_MIN or INT32_MAX.
 std::optional<int32_t> integer_piece(std::string_view piece) {
     if (piece.empty()) return std::nullopt;
     qv::String text(piece);
     QV_STRING_T counted{text.data(), nullptr};
-    if (!IsLocaleInteger_SL(&counted)) return std::nullopt;
-    long long value = std::strtoll(text.c_str(), nullptr, 10);
+    char *end = nullptr;
+    long long value = std::strtoll(text.c_str(), &end, 10);
+    if (!IsLocaleInteger_SL(&counted) || *end != '\0') return std::nullopt;
     return static_cast<int32_t>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));
 }
 

@@ -257,7 +257,6 @@ std::optional<Failure> choose_type(QV_VALUE_T *value, const Digits &digits, bool
         case 0:
             if (proposal.type == QV_TYPE_NUMBER && digits.count > kMaxPrecision)
                 return Failure::kTooHigh;
-            if (proposal.type == QV_TYPE_NUMBER && proposal.precision == 0) proposal.precision = 1;
             target = proposal;
             return std::nullopt;
         case QV_TYPE_INTEGER:
@@ -267,8 +266,9 @@ std::optional<Failure> choose_type(QV_VALUE_T *value, const Digits &digits, bool
         case QV_TYPE_NUMBER:
             if (target.precision == 0) { // no precision given: the digits' own
                 if (digits.count > kMaxPrecision) return Failure::kTooHigh;
-                target = {QV_TYPE_NUMBER, std::max<int32_t>(proposal.precision, 1), proposal.scale,
-                          0};
+                auto d = static_cast<int32_t>(digits.count),
+                     f = static_cast<int32_t>(digits.decimals);
+                target = {QV_TYPE_NUMBER, std::max(d, 1), f, 0};
                 return std::nullopt;
             }
             if (!is_valid(value)) return Failure::kNotSuitable;
