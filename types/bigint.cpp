@@ -366,88 +366,20 @@ bool load_digits(Int &a, const char *digits, int count, bool negative) {
 }
 
 // ---------------------------------------------------------------------------------------
-// Comparison
-// ---------------------------------------------------------------------------------------
-
-int compare_magnitude(const Int &a, const Int &b) {
-    int n = width(a), m = width(b);
-    if (n != m) return n < m ? -1 : 1;
-    return limbs::compare_n(a.limb, b.limb, n);
-}
-
-int compare(const Int &a, const Int &b) {
-    bool a_negative = a.negative && width(a) != 0, b_negative = b.negative && width(b) != 0;
-    if (a_negative != b_negative) return a_negative ? -1 : 1;
-    int magnitude = compare_magnitude(a, b);
-    return a_negative ? -magnitude : magnitude;
-}
-
-int compare_power(const Int &a, int k) {
-    const Power &p = kPowers[k];
-    int n = width(a);
-    if (n != p.used) return n < p.used ? -1 : 1;
-    return limbs::compare_n(a.limb, p.limb.data(), n);
-}
-
-// ---------------------------------------------------------------------------------------
 // Arithmetic
 // ---------------------------------------------------------------------------------------
 
-namespace {
-
-// r = a + b (magnitudes, signs given); false on overflow.
-bool add_signed(Int &r, const Int &a, const Int &b, bool b_negative) {
-    Limb sum[kLimbs];
-    bool negative;
-    if (static_cast<bool>(a.negative) == b_negative) {
-        if (limbs::add_n(sum, a.limb, b.limb, kLimbs) != 0) return false;
-        negative = b_negative;
-    } else if (limbs::sub_n(sum, a.limb, b.limb, kLimbs) == 0) {
-        negative = a.negative;
-    } else { // |b| > |a|: negate the difference
-        Limb zero[kLimbs] = {};
-        limbs::sub_n(sum, zero, sum, kLimbs);
-        negative = b_negative;
-    }
-    std::memcpy(r.limb, sum, sizeof sum);
-    r.negative = negative;
-    settle(r);
-    return true;
-}
-
-} // namespace
-
-bool add(Int &r, const Int &a, const Int &b) {
-    return add_signed(r, a, b, b.negative);
-}
-
-bool subtract(Int &r, const Int &a, const Int &b) {
-    return add_signed(r, a, b, !b.negative && width(b) != 0);
-}
-
-bool multiply(Int &r, const Int &a, const Int &b) {
+bool multiply_wide(Int &r, const Int &a, const Int &b) {
     const int na = width(a), nb = width(b);
-    const bool negative = a.negative != b.negative;
-    if (na == 0 || nb == 0) {
-        set_zero(r);
-        return true;
-    }
-    if (na + nb > kLimbs + 1) return false; // at least 2^(64 (na + nb - 2)) x 2 bits
+    const Int &wide = na >= nb ? a : b, &narrow = na >= nb ? b : a;
+    const int nw = na >= nb ? na : nb, nn = na >= nb ? nb : na;
     Limb product[2 * kLimbs] = {};
-    if (na == 1 && nb == 1) {
-        Wide p = static_cast<Wide>(a.limb[0]) * b.limb[0];
-        product[0] = static_cast<Limb>(p);
-        product[1] = static_cast<Limb>(p >> 64);
-    } else {
-        const Int &wide = na >= nb ? a : b, &narrow = na >= nb ? b : a;
-        const int nw = na >= nb ? na : nb, nn = na >= nb ? nb : na;
-        product[nw] = limbs::mul_1(product, wide.limb, nw, narrow.limb[0]);
-        for (int i = 1; i < nn; ++i)
-            product[nw + i] = limbs::addmul_1(product + i, wide.limb, nw, narrow.limb[i]);
-    }
+    product[nw] = limbs::mul_1(product, wide.limb, nw, narrow.limb[0]);
+    for (int i = 1; i < nn; ++i)
+        product[nw + i] = limbs::addmul_1(product + i, wide.limb, nw, narrow.limb[i]);
     if (product[kLimbs] != 0) return false;
     std::memcpy(r.limb, product, sizeof r.limb);
-    r.negative = negative;
+    r.negative = a.negative != b.negative;
     settle(r);
     return true;
 }
@@ -477,9 +409,8 @@ bool power(Int &r, const Int &a, uint32_t n) {
     return true;
 }
 
-bool multiply_power(Int &a, int k) {
+bool multiply_power_wide(Int &a, int k) {
     int n = width(a);
-    if (n == 0) return true;
     while (k > 0) {
         int step = k < kChunkDigits ? k : kChunkDigits;
         Limb carry = limbs::mul_1(a.limb, a.limb, n, kPowers[step].limb[0]);
@@ -493,12 +424,7 @@ bool multiply_power(Int &a, int k) {
     return true;
 }
 
-void divide_power(Int &a, int k) {
-    if (k == 0 || width(a) == 0) return;
-    if (k > kMaxPower || compare_power(a, k) < 0) {
-        set_zero(a);
-        return;
-    }
+void divide_power_wide(Int &a, int k) {
     int n = width(a);
     while (k > 0) {
         int step = k < kChunkDigits ? k : kChunkDigits;

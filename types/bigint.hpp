@@ -260,6 +260,9 @@ inline void set_zero(Int &a) {
 inline bool is_zero(const Int &a) {
     return width(a) == 0;
 }
+inline bool is_negative(const Int &a) {
+    return a.negative != 0 && width(a) != 0;
+}
 
 void set_uint64(Int &a, uint64_t magnitude, bool negative);
 void set_int64(Int &a, int64_t value);
@@ -279,35 +282,138 @@ bool to_int64(const Int &a, int64_t &value);
 // least kMaxDigits bytes); returns the count. Works in chunks of 19 digits.
 inline constexpr int kMaxDigits = 78;
 int magnitude_to_text(const Int &a, char *out);
-// Loads `count` decimal digits (ASCII '0'..'9', count <= 77 + leading zeros) as the
-// magnitude; false when they pass 256 bits.
+// Loads `count` decimal digits (ASCII '0'..'9') as the magnitude; false when they pass
+// 256 bits.
 bool load_digits(Int &a, const char *digits, int count, bool negative);
 
-// Magnitude comparison, and signed comparison.
-int compare_magnitude(const Int &a, const Int &b);
-int compare(const Int &a, const Int &b);
+// ---- comparison ------------------------------------------------------------------------
+
+inline int compare_magnitude(const Int &a, const Int &b) {
+    int n = width(a), m = width(b);
+    if (n != m) return n < m ? -1 : 1;
+    return limbs::compare_n(a.limb, b.limb, n);
+}
+
+inline int compare(const Int &a, const Int &b) {
+    bool a_negative = is_negative(a), b_negative = is_negative(b);
+    if (a_negative != b_negative) return a_negative ? -1 : 1;
+    int magnitude = compare_magnitude(a, b);
+    return a_negative ? -magnitude : magnitude;
+}
+
 // -1, 0, 1: |a| against 10^k (k <= kMaxPower).
-int compare_power(const Int &a, int k);
+inline int compare_power(const Int &a, int k) {
+    const Power &p = kPowers[k];
+    int n = width(a);
+    if (n != p.used) return n < p.used ? -1 : 1;
+    return limbs::compare_n(a.limb, p.limb.data(), n);
+}
+
 // True when |a| < 10^digits: the value fits a precision of `digits`.
 inline bool fits_digits(const Int &a, int digits) {
-    const Power &p = kPowers[digits];
-    int n = width(a);
-    if (n != p.used) return n < p.used;
     return compare_power(a, digits) < 0;
 }
 
-// r = a + b, r = a - b, r = a * b; false on overflow. r may alias a or b.
-bool add(Int &r, const Int &a, const Int &b);
-bool subtract(Int &r, const Int &a, const Int &b);
-bool multiply(Int &r, const Int &a, const Int &b);
+// ---- add and subtract --------------------------------------------------------------------
+
+// r = a + b where b's sign is given; false on overflow (r then holds garbage). r may alias
+// a or b. Works on all four limbs (the unused ones are zero) limb by limb, so that the
+// result is written once, in place, without branching on widths.
+inline bool add_signed(Int &r, const Int &a, const Int &b, bool b_negative) {
+    const bool a_negative = a.negative != 0;
+    unsigned char carry = 0;
+    if (a_negative == b_negative) {
+        for (int i = 0; i < kLimbs; ++i) r.limb[i] = limbs::add_carry(a.limb[i], b.limb[i], carry);
+        if (carry != 0) return false;
+        r.negative = b_negative;
+    } else {
+        for (int i = 0; i < kLimbs; ++i) r.limb[i] = limbs::sub_borrow(a.limb[i], b.limb[i], carry);
+        r.negative = a_negative;
+        if (carry != 0) { // |b| > |a|: negate the difference
+            unsigned char borrow = 0;
+            for (int i = 0; i < kLimbs; ++i) r.limb[i] = limbs::sub_borrow(0, r.limb[i], borrow);
+            r.negative = b_negative;
+        }
+    }
+    const Limb *l = r.limb;
+    r.used = static_cast<uint8_t>(l[3] != 0 ? 4 : l[2] != 0 ? 3 : l[1] != 0 ? 2 : l[0] != 0);
+    r.negative &= r.used != 0;
+    return true;
+}
+
+inline bool add(Int &r, const Int &a, const Int &b) {
+    return add_signed(r, a, b, b.negative != 0);
+}
+inline bool subtract(Int &r, const Int &a, const Int &b) {
+    return add_signed(r, a, b, b.negative == 0);
+}
+
+// ---- multiply ----------------------------------------------------------------------------
+
+bool multiply_wide(Int &r, const Int &a, const Int &b);
+
+// r = a * b; false on overflow. r may alias a or b.
+inline bool multiply(Int &r, const Int &a, const Int &b) {
+    const int na = width(a), nb = width(b);
+    if (na == 0 || nb == 0) {
+        set_zero(r);
+        return true;
+    }
+    if (na + nb > kLimbs + 1) return false; // at least 2^(64 (na + nb - 2)) x 2 bits
+    if (na > 2 || nb > 2) return multiply_wide(r, a, b);
+    // Up to two limbs each: four products (the unused limbs are zero).
+    const Limb a0 = a.limb[0], a1 = a.limb[1], b0 = b.limb[0], b1 = b.limb[1];
+    const bool negative = (a.negative != 0) != (b.negative != 0);
+    Wide p00 = static_cast<Wide>(a0) * b0, p01 = static_cast<Wide>(a0) * b1;
+    Wide p10 = static_cast<Wide>(a1) * b0, p11 = static_cast<Wide>(a1) * b1;
+    Wide middle = (p00 >> 64) + static_cast<Limb>(p01) + static_cast<Limb>(p10);
+    Wide high = (p01 >> 64) + (p10 >> 64) + static_cast<Limb>(p11) + (middle >> 64);
+    r.limb[0] = static_cast<Limb>(p00);
+    r.limb[1] = static_cast<Limb>(middle);
+    r.limb[2] = static_cast<Limb>(high);
+    r.limb[3] = static_cast<Limb>(p11 >> 64) + static_cast<Limb>(high >> 64);
+    settle(r);
+    r.negative = negative && r.used != 0;
+    return true;
+}
+
 // q = a / b truncated toward zero; b must not be zero. q may alias a or b.
 void divide(Int &q, const Int &a, const Int &b);
 // r = a^n (n >= 0); false on overflow.
 bool power(Int &r, const Int &a, uint32_t n);
 
-// a *= 10^k; false on overflow. a /= 10^k truncating toward zero. k >= 0.
-bool multiply_power(Int &a, int k);
-void divide_power(Int &a, int k);
+// ---- powers of ten -----------------------------------------------------------------------
+
+bool multiply_power_wide(Int &a, int k);
+void divide_power_wide(Int &a, int k);
+
+// a *= 10^k (k >= 0); false on overflow.
+inline bool multiply_power(Int &a, int k) {
+    const int n = width(a);
+    if (k == 0 || n == 0) return true;
+    if (k > kChunkDigits) return multiply_power_wide(a, k);
+    Limb carry = limbs::mul_1(a.limb, a.limb, n, kPowers[k].limb[0]);
+    if (carry != 0) {
+        if (n == kLimbs) return false;
+        a.limb[n] = carry;
+        a.used = static_cast<uint8_t>(n + 1);
+    }
+    return true;
+}
+
+// a /= 10^k (k >= 0), truncating toward zero.
+inline void divide_power(Int &a, int k) {
+    if (k == 0 || width(a) == 0) return;
+    if (k > kMaxPower || compare_power(a, k) < 0) {
+        set_zero(a);
+        return;
+    }
+    if (k > kChunkDigits) return divide_power_wide(a, k);
+    const int n = width(a);
+    limbs::divrem_1(a.limb, a.limb, n, kPowerDivisors[k]);
+    settle(a, n);
+}
+
 // a *= 10^k for k >= 0, a /= 10^-k for k < 0.
 inline bool scale_by(Int &a, int k) {
     if (k > 0) return multiply_power(a, k);

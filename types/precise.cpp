@@ -60,31 +60,11 @@ consteval std::array<int, kMaxShedWords + 1> make_shed_powers() {
 constexpr std::array<int, kMaxShedWords + 1> kShedPowers = make_shed_powers();
 static_assert(kShedPowers[1] == 5 && kShedPowers[8] == 39);
 
-// A scale shift far enough to empty any accumulator, so int32 arithmetic on shifts
-// cannot overflow.
-constexpr int64_t kShiftLimit = 4 * kMaxPrecision;
-
-int32_t clamp_shift(int64_t shift) {
-    return static_cast<int32_t>(std::clamp<int64_t>(shift, -kShiftLimit, kShiftLimit));
-}
-
 const Int &accumulator(const QV_PRECISE_T *record) {
     return record->payload.number;
 }
 NumberType type_of(const QV_PRECISE_T *record) {
     return {record->descriptor.precision, record->descriptor.scale};
-}
-
-void set_type(QV_PRECISE_T *record, NumberType type) {
-    record->descriptor = {QV_TYPE_NUMBER, type.precision, type.scale, 0};
-}
-
-// Sets the descriptor and zero; -1 (the failure every operation reports).
-int32_t fail(QV_PRECISE_T *record, NumberType type) {
-    set_type(record, type);
-    big::set_zero(record->payload.number);
-    record->is_null = 0;
-    return -1;
 }
 
 // NewPrecise_L's limits: 1 <= p <= 77 (else 77), 0 <= s <= p.
@@ -95,12 +75,11 @@ NumberType limited(int32_t precision, int32_t scale) {
 
 } // namespace
 
-int32_t store(QV_PRECISE_T *record, Int value, int64_t from_scale, NumberType type) {
-    if (!big::scale_by(value, clamp_shift(type.scale - from_scale)) ||
-        !big::fits_digits(value, type.precision))
+int32_t finish_rescaled(QV_PRECISE_T *record, int32_t shift, NumberType type) {
+    Int &value = record->payload.number;
+    if (!big::scale_by(value, shift) || !big::fits_digits(value, type.precision))
         return fail(record, type);
-    set_type(record, type);
-    record->payload.number = value;
+    record->descriptor = {QV_TYPE_NUMBER, type.precision, type.scale, 0};
     record->is_null = 0;
     return 0;
 }
@@ -143,16 +122,24 @@ NumberType result_type(NumberType a, NumberType b, char op) {
 // The four operations, on valid operands, into a result of the given type
 // ---------------------------------------------------------------------------------------
 
+// The sum of operands of different scales: the one of the smaller scale is scaled up.
+[[gnu::noinline]] int32_t add_aligned(QV_PRECISE_T *result, const QV_PRECISE_T *a,
+                                      const QV_PRECISE_T *b, bool b_negative, NumberType type) {
+    const int32_t sa = a->descriptor.scale, sb = b->descriptor.scale;
+    Int x = accumulator(a), y = accumulator(b);
+    bool fits = (sa < sb ? big::multiply_power(x, sb - sa) : big::multiply_power(y, sa - sb)) &&
+                big::add_signed(result->payload.number, x, y, b_negative);
+    if (!fits) return fail(result, type);
+    return finish(result, std::max(sa, sb), type);
+}
+
 int32_t add_numbers(QV_PRECISE_T *result, const QV_PRECISE_T *a, const QV_PRECISE_T *b,
                     bool subtract, NumberType type) {
-    Int x = accumulator(a), y = accumulator(b);
-    const int32_t sa = a->descriptor.scale, sb = b->descriptor.scale;
-    const int32_t s = std::max(sa, sb);
-    if (!big::multiply_power(x, s - sa) || !big::multiply_power(y, s - sb))
+    const bool b_negative = big::is_negative(accumulator(b)) != subtract;
+    if (a->descriptor.scale != b->descriptor.scale) return add_aligned(result, a, b, b_negative, type);
+    if (!big::add_signed(result->payload.number, accumulator(a), accumulator(b), b_negative))
         return fail(result, type);
-    bool fits = subtract ? big::subtract(x, x, y) : big::add(x, x, y);
-    if (!fits) return fail(result, type);
-    return store(result, x, s, type);
+    return finish(result, a->descriptor.scale, type);
 }
 
 // Divides the operand by the power of ten that sheds `words` 16-bit words.
@@ -174,9 +161,8 @@ int32_t multiply_numbers(QV_PRECISE_T *result, const QV_PRECISE_T *a, const QV_P
         shed(x, sx, w1 - 16 * w1 / (w1 + w2));
         shed(y, sy, w2 - 16 * w2 / (w1 + w2));
     }
-    Int product;
-    if (!big::multiply(product, x, y)) return fail(result, type);
-    return store(result, product, sx + sy, type);
+    if (!big::multiply(result->payload.number, x, y)) return fail(result, type);
+    return finish(result, sx + sy, type);
 }
 
 int32_t divide_numbers(QV_PRECISE_T *result, const QV_PRECISE_T *a, const QV_PRECISE_T *b,
@@ -187,25 +173,19 @@ int32_t divide_numbers(QV_PRECISE_T *result, const QV_PRECISE_T *a, const QV_PRE
     const int32_t k = std::max(0, std::min(kMaxPrecision - p1, type.precision - p1 + 1));
     Int x = accumulator(a);
     if (!big::multiply_power(x, k)) return fail(result, type);
-    big::divide(x, x, divisor);
-    return store(result, x, int64_t{a->descriptor.scale} + k - b->descriptor.scale, type);
+    big::divide(result->payload.number, x, divisor);
+    return finish(result, int64_t{a->descriptor.scale} + k - b->descriptor.scale, type);
 }
 
 int32_t calculate(QV_PRECISE_T *result, const QV_PRECISE_T *a, const QV_PRECISE_T *b, char op) {
     NumberType type = result_type(type_of(a), type_of(b), op);
     switch (op) {
-        case '+': return add_numbers(result, a, b, false, type);
-        case '-': return add_numbers(result, a, b, true, type);
-        case '*': return multiply_numbers(result, a, b, type);
-        case '/': return divide_numbers(result, a, b, type);
-        default: return fail(result, type);
+    case '+': return add_numbers(result, a, b, false, type);
+    case '-': return add_numbers(result, a, b, true, type);
+    case '*': return multiply_numbers(result, a, b, type);
+    case '/': return divide_numbers(result, a, b, type);
+    default: return fail(result, type);
     }
-}
-
-int32_t checked_calculate(QV_PRECISE_T *result, const QV_PRECISE_T *a, const QV_PRECISE_T *b,
-                          char op) {
-    if (result == nullptr || !is_valid(a) || !is_valid(b)) return -1;
-    return calculate(result, a, b, op);
 }
 
 } // namespace
@@ -354,24 +334,29 @@ extern "C" int32_t PreciseToInteger_L(const QV_PRECISE_T *record, int64_t *value
 // Arithmetic
 // ---------------------------------------------------------------------------------------
 
+// The entry points type the result and go straight to their operation.
 extern "C" int32_t AddPrecise_L(QV_PRECISE_T *result, const QV_PRECISE_T *a,
                                 const QV_PRECISE_T *b) {
-    return checked_calculate(result, a, b, '+');
+    if (result == nullptr || !is_valid(a) || !is_valid(b)) return -1;
+    return add_numbers(result, a, b, false, result_type(type_of(a), type_of(b), '+'));
 }
 
 extern "C" int32_t SubtractPrecise_L(QV_PRECISE_T *result, const QV_PRECISE_T *a,
                                      const QV_PRECISE_T *b) {
-    return checked_calculate(result, a, b, '-');
+    if (result == nullptr || !is_valid(a) || !is_valid(b)) return -1;
+    return add_numbers(result, a, b, true, result_type(type_of(a), type_of(b), '-'));
 }
 
 extern "C" int32_t MultiplyPrecise_L(QV_PRECISE_T *result, const QV_PRECISE_T *a,
                                      const QV_PRECISE_T *b) {
-    return checked_calculate(result, a, b, '*');
+    if (result == nullptr || !is_valid(a) || !is_valid(b)) return -1;
+    return multiply_numbers(result, a, b, result_type(type_of(a), type_of(b), '*'));
 }
 
 extern "C" int32_t DividePrecise_L(QV_PRECISE_T *result, const QV_PRECISE_T *a,
                                    const QV_PRECISE_T *b) {
-    return checked_calculate(result, a, b, '/');
+    if (result == nullptr || !is_valid(a) || !is_valid(b)) return -1;
+    return divide_numbers(result, a, b, result_type(type_of(a), type_of(b), '/'));
 }
 
 extern "C" int32_t PreciseCalculate_L(const QV_VALUE_T *left, char op, const QV_VALUE_T *right,
@@ -425,20 +410,18 @@ extern "C" int32_t TruncatePrecise_L(QV_PRECISE_T *record, int32_t places) {
 
 namespace {
 
-// -1, 0, 1 as a is below, equal to or above b, exactly whatever the scales.
-int compare_numbers(const QV_PRECISE_T *a, const QV_PRECISE_T *b) {
+// -1, 0, 1 as a is below, equal to or above b when their scales differ.
+[[gnu::noinline]] int compare_scaled(const QV_PRECISE_T *a, const QV_PRECISE_T *b) {
+    const int32_t sx = a->descriptor.scale, sy = b->descriptor.scale;
     Int x = accumulator(a), y = accumulator(b);
-    bool x_negative = x.negative && !big::is_zero(x), y_negative = y.negative && !big::is_zero(y);
+    bool x_negative = big::is_negative(x), y_negative = big::is_negative(y);
     if (x_negative != y_negative) return x_negative ? -1 : 1;
     // Bring both to the larger scale; a magnitude that overflows is the larger one.
-    int32_t sx = a->descriptor.scale, sy = b->descriptor.scale, s = std::max(sx, sy);
     int magnitude;
-    if (!big::multiply_power(x, s - sx))
-        magnitude = 1;
-    else if (!big::multiply_power(y, s - sy))
-        magnitude = -1;
+    if (sx < sy)
+        magnitude = big::multiply_power(x, sy - sx) ? big::compare_magnitude(x, y) : 1;
     else
-        magnitude = big::compare_magnitude(x, y);
+        magnitude = big::multiply_power(y, sx - sy) ? big::compare_magnitude(x, y) : -1;
     return x_negative ? -magnitude : magnitude;
 }
 
@@ -455,7 +438,9 @@ constexpr Relation kRelations[] = {
 
 extern "C" int32_t PreciseCompare_L(const QV_PRECISE_T *a, const char *op, const QV_PRECISE_T *b) {
     if (!is_valid(a) || !is_valid(b)) return -2;
-    int order = compare_numbers(a, b);
+    int order = a->descriptor.scale == b->descriptor.scale
+                    ? big::compare(accumulator(a), accumulator(b))
+                    : compare_scaled(a, b);
     if (op == nullptr) return order;
     for (const Relation &relation : kRelations)
         if (relation.text == op)

@@ -29,14 +29,50 @@ struct NumberType {
 // A NUMBER record with 1 <= p <= 77 and 0 <= s <= p.
 inline bool is_valid(const QV_PRECISE_T *record) {
     if (record == nullptr || record->descriptor.type != QV_TYPE_NUMBER) return false;
-    int32_t p = record->descriptor.precision, s = record->descriptor.scale;
-    return p >= 1 && p <= kMaxPrecision && s >= 0 && s <= p;
+    auto p = static_cast<uint32_t>(record->descriptor.precision);
+    auto s = static_cast<uint32_t>(record->descriptor.scale);
+    return p - 1 < kMaxPrecision && s <= p;
 }
 
-// Writes NUMBER(type) into the descriptor and `value`, rescaled from `from_scale` to the
-// type's scale, into the accumulator; the value is then not NULL. Returns 0, or -1 (the
-// accumulator zero) when it overflows or passes the precision.
-int32_t store(QV_PRECISE_T *record, big::Int value, int64_t from_scale, NumberType type);
+// Sets the descriptor and zero, the value not NULL; -1 (the failure every operation
+// reports).
+inline int32_t fail(QV_PRECISE_T *record, NumberType type) {
+    record->descriptor = {QV_TYPE_NUMBER, type.precision, type.scale, 0};
+    big::set_zero(record->payload.number);
+    record->is_null = 0;
+    return -1;
+}
+
+// A scale shift far enough to empty any accumulator, so that int32 arithmetic on shifts
+// cannot overflow.
+inline int32_t clamp_shift(int64_t shift) {
+    constexpr int64_t limit = 4 * kMaxPrecision;
+    return static_cast<int32_t>(shift < -limit ? -limit : shift > limit ? limit : shift);
+}
+
+// finish when the value must first be rescaled by 10^shift (shift != 0).
+int32_t finish_rescaled(QV_PRECISE_T *record, int32_t shift, NumberType type);
+
+// Makes the record NUMBER(type) with the value in its accumulator, held at `from_scale`,
+// rescaled to the type's scale; the value is then not NULL. Returns 0, or -1 (the value
+// zero) when it overflows or passes the precision. Works in place, so an operation writes
+// its result into the accumulator once.
+inline int32_t finish(QV_PRECISE_T *record, int64_t from_scale, NumberType type) {
+    if (type.scale != from_scale) [[unlikely]]
+        return finish_rescaled(record, clamp_shift(type.scale - from_scale), type);
+    if (!big::fits_digits(record->payload.number, type.precision)) [[unlikely]]
+        return fail(record, type);
+    record->descriptor = {QV_TYPE_NUMBER, type.precision, type.scale, 0};
+    record->is_null = 0;
+    return 0;
+}
+
+// finish with `value` copied into the accumulator first.
+inline int32_t store(QV_PRECISE_T *record, const big::Int &value, int64_t from_scale,
+                     NumberType type) {
+    record->payload.number = value;
+    return finish(record, from_scale, type);
+}
 
 // Reads any numeric value as a NUMBER: a NUMBER as it is (null when invalid), others
 // converted into `scratch`. Null when the value cannot be read.
