@@ -50,7 +50,8 @@ constexpr struct {
 // A decimal text of `integer` digits (the first nonzero) and `decimals` digits.
 std::string random_text(std::mt19937 &random, int integer, int decimals, bool negative) {
     std::string text = negative ? "-" : "";
-    for (int i = 0; i < integer; ++i) text += static_cast<char>('0' + (i == 0 ? 1 + random() % 9 : random() % 10));
+    for (int i = 0; i < integer; ++i)
+        text += static_cast<char>('0' + (i == 0 ? 1 + random() % 9 : random() % 10));
     if (integer == 0) text += '0';
     if (decimals > 0) text += '.';
     for (int i = 0; i < decimals; ++i) text += static_cast<char>('0' + random() % 10);
@@ -84,18 +85,19 @@ Case make_case(Shape shape, Op op) {
     QV_PRECISE_T a, b, r;
     NewPrecise_L(&a, shape.p, c.scale_a);
     NewPrecise_L(&b, shape.p, c.scale_b);
-    char symbol = op == Op::kMultiply ? '*' : op == Op::kDivide ? '/' : op == Op::kSubtract ? '-' : '+';
+    char symbol = op == Op::kMultiply   ? '*'
+                  : op == Op::kDivide   ? '/'
+                  : op == Op::kSubtract ? '-'
+                                        : '+';
     PreciseCalculate_L(&a, symbol, &b, &r, 0);
     const int rs = c.result_scale = r.descriptor.scale, s = std::max(c.scale_a, c.scale_b);
     switch (op) {
-    case Op::kMultiply: c.final_shift = rs - c.scale_a - c.scale_b; break;
-    case Op::kDivide:
-        c.shift_a = std::max(0, std::min(77 - shape.p, r.descriptor.precision - shape.p + 1));
-        c.final_shift = rs - (c.scale_a + c.shift_a - c.scale_b);
-        break;
-    default:
-        c.shift_b = s - c.scale_b;
-        c.final_shift = rs - s;
+        case Op::kMultiply: c.final_shift = rs - c.scale_a - c.scale_b; break;
+        case Op::kDivide:
+            c.shift_a = std::max(0, std::min(77 - shape.p, r.descriptor.precision - shape.p + 1));
+            c.final_shift = rs - (c.scale_a + c.shift_a - c.scale_b);
+            break;
+        default: c.shift_b = s - c.scale_b; c.final_shift = rs - s;
     }
     return c;
 }
@@ -150,16 +152,18 @@ void run_library(benchmark::State &state, const Case &c) {
         const QV_PRECISE_T &x = a[i], &y = b[i];
         int32_t status = 0;
         switch (c.op) {
-        case Op::kAdd:
-        case Op::kAddAligned: status = AddPrecise_L(&r, &x, &y); break;
-        case Op::kSubtract: status = SubtractPrecise_L(&r, &x, &y); break;
-        case Op::kMultiply: status = MultiplyPrecise_L(&r, &x, &y); break;
-        case Op::kDivide: status = DividePrecise_L(&r, &x, &y); break;
-        case Op::kCompare: status = PreciseCompare_L(&x, nullptr, &y); break;
-        case Op::kToText: status = PreciseToSizedString_L(&x, text, sizeof text, nullptr); break;
-        case Op::kFromText:
-            r.descriptor = x.descriptor;
-            status = StringToPrecise_L(&r, c.a[i].c_str());
+            case Op::kAdd:
+            case Op::kAddAligned: status = AddPrecise_L(&r, &x, &y); break;
+            case Op::kSubtract: status = SubtractPrecise_L(&r, &x, &y); break;
+            case Op::kMultiply: status = MultiplyPrecise_L(&r, &x, &y); break;
+            case Op::kDivide: status = DividePrecise_L(&r, &x, &y); break;
+            case Op::kCompare: status = PreciseCompare_L(&x, nullptr, &y); break;
+            case Op::kToText:
+                status = PreciseToSizedString_L(&x, text, sizeof text, nullptr);
+                break;
+            case Op::kFromText:
+                r.descriptor = x.descriptor;
+                status = StringToPrecise_L(&r, c.a[i].c_str());
         }
         benchmark::DoNotOptimize(status);
         benchmark::DoNotOptimize(r);
@@ -193,39 +197,40 @@ void run_gmp(benchmark::State &state, const Case &c) {
         mpz_srcptr x = a[i].value, y = b[i].value;
         int result = 0;
         switch (c.op) {
-        case Op::kAdd:
-        case Op::kAddAligned:
-        case Op::kSubtract:
-            if (c.shift_b != 0) {
-                mpz_mul(t.value, y, powers[c.shift_b].value);
-                y = t.value;
+            case Op::kAdd:
+            case Op::kAddAligned:
+            case Op::kSubtract:
+                if (c.shift_b != 0) {
+                    mpz_mul(t.value, y, powers[c.shift_b].value);
+                    y = t.value;
+                }
+                (c.op == Op::kSubtract ? mpz_sub : mpz_add)(r.value, x, y);
+                if (c.final_shift < 0) mpz_tdiv_q(r.value, r.value, powers[-c.final_shift].value);
+                break;
+            case Op::kMultiply:
+                mpz_mul(r.value, x, y);
+                if (c.final_shift < 0) mpz_tdiv_q(r.value, r.value, powers[-c.final_shift].value);
+                break;
+            case Op::kDivide:
+                mpz_mul(t.value, x, powers[c.shift_a].value);
+                mpz_tdiv_q(r.value, t.value, y);
+                if (c.final_shift < 0) mpz_tdiv_q(r.value, r.value, powers[-c.final_shift].value);
+                if (c.final_shift > 0) mpz_mul(r.value, r.value, powers[c.final_shift].value);
+                break;
+            case Op::kCompare: result = mpz_cmp(x, y); break;
+            case Op::kToText:
+                mpz_get_str(text, 10, x);
+                result = static_cast<int>(
+                    place_point(text + (text[0] == '-'), text[0] == '-', c.scale_a, out));
+                break;
+            case Op::kFromText: {
+                const std::string &in = c.a[i];
+                size_t n = 0;
+                for (char ch : in)
+                    if (ch != '.') text[n++] = ch;
+                text[n] = '\0';
+                result = mpz_set_str(r.value, text, 10);
             }
-            (c.op == Op::kSubtract ? mpz_sub : mpz_add)(r.value, x, y);
-            if (c.final_shift < 0) mpz_tdiv_q(r.value, r.value, powers[-c.final_shift].value);
-            break;
-        case Op::kMultiply:
-            mpz_mul(r.value, x, y);
-            if (c.final_shift < 0) mpz_tdiv_q(r.value, r.value, powers[-c.final_shift].value);
-            break;
-        case Op::kDivide:
-            mpz_mul(t.value, x, powers[c.shift_a].value);
-            mpz_tdiv_q(r.value, t.value, y);
-            if (c.final_shift < 0) mpz_tdiv_q(r.value, r.value, powers[-c.final_shift].value);
-            if (c.final_shift > 0) mpz_mul(r.value, r.value, powers[c.final_shift].value);
-            break;
-        case Op::kCompare: result = mpz_cmp(x, y); break;
-        case Op::kToText:
-            mpz_get_str(text, 10, x);
-            result = static_cast<int>(place_point(text + (text[0] == '-'), text[0] == '-', c.scale_a, out));
-            break;
-        case Op::kFromText: {
-            const std::string &in = c.a[i];
-            size_t n = 0;
-            for (char ch : in)
-                if (ch != '.') text[n++] = ch;
-            text[n] = '\0';
-            result = mpz_set_str(r.value, text, 10);
-        }
         }
         benchmark::DoNotOptimize(result);
         benchmark::DoNotOptimize(r.value);
@@ -251,31 +256,32 @@ void run_int256(benchmark::State &state, const Case &c) {
         const int256_t &x = a[i], &y = b[i];
         int result = 0;
         switch (c.op) {
-        case Op::kAdd:
-        case Op::kAddAligned:
-        case Op::kSubtract: {
-            int256_t right = c.shift_b != 0 ? int256_t(y * powers[c.shift_b]) : y;
-            r = c.op == Op::kSubtract ? int256_t(x - right) : int256_t(x + right);
-            if (c.final_shift < 0) r /= powers[-c.final_shift];
-            break;
-        }
-        case Op::kMultiply:
-            r = x * y;
-            if (c.final_shift < 0) r /= powers[-c.final_shift];
-            break;
-        case Op::kDivide:
-            r = x * powers[c.shift_a] / y;
-            if (c.final_shift < 0) r /= powers[-c.final_shift];
-            if (c.final_shift > 0) r *= powers[c.final_shift];
-            break;
-        case Op::kCompare: result = x.compare(y); break;
-        case Op::kToText: {
-            std::string digits = x.str();
-            bool negative = digits[0] == '-';
-            result = static_cast<int>(place_point(digits.c_str() + negative, negative, c.scale_a, out));
-            break;
-        }
-        case Op::kFromText: r = int256_t(digits_of(c.a[i]));
+            case Op::kAdd:
+            case Op::kAddAligned:
+            case Op::kSubtract: {
+                int256_t right = c.shift_b != 0 ? int256_t(y * powers[c.shift_b]) : y;
+                r = c.op == Op::kSubtract ? int256_t(x - right) : int256_t(x + right);
+                if (c.final_shift < 0) r /= powers[-c.final_shift];
+                break;
+            }
+            case Op::kMultiply:
+                r = x * y;
+                if (c.final_shift < 0) r /= powers[-c.final_shift];
+                break;
+            case Op::kDivide:
+                r = x * powers[c.shift_a] / y;
+                if (c.final_shift < 0) r /= powers[-c.final_shift];
+                if (c.final_shift > 0) r *= powers[c.final_shift];
+                break;
+            case Op::kCompare: result = x.compare(y); break;
+            case Op::kToText: {
+                std::string digits = x.str();
+                bool negative = digits[0] == '-';
+                result = static_cast<int>(
+                    place_point(digits.c_str() + negative, negative, c.scale_a, out));
+                break;
+            }
+            case Op::kFromText: r = int256_t(digits_of(c.a[i]));
         }
         benchmark::DoNotOptimize(result);
         benchmark::DoNotOptimize(r);
@@ -302,19 +308,19 @@ void run_decimal(benchmark::State &state, const Case &c) {
         const Decimal &x = a[i], &y = b[i];
         int result = 0;
         switch (c.op) {
-        case Op::kAdd:
-        case Op::kAddAligned: r = x + y; break;
-        case Op::kSubtract: r = x - y; break;
-        case Op::kMultiply: r = x * y; break;
-        case Op::kDivide: r = x / y; break;
-        case Op::kCompare: result = x.compare(y); break;
-        case Op::kToText: {
-            text = x.str(c.scale_a, std::ios_base::fixed);
-            while (text.back() == '0') text.pop_back();
-            if (text.back() == '.') text.pop_back();
-            break;
-        }
-        case Op::kFromText: r = Decimal(c.a[i]);
+            case Op::kAdd:
+            case Op::kAddAligned: r = x + y; break;
+            case Op::kSubtract: r = x - y; break;
+            case Op::kMultiply: r = x * y; break;
+            case Op::kDivide: r = x / y; break;
+            case Op::kCompare: result = x.compare(y); break;
+            case Op::kToText: {
+                text = x.str(c.scale_a, std::ios_base::fixed);
+                while (text.back() == '0') text.pop_back();
+                if (text.back() == '.') text.pop_back();
+                break;
+            }
+            case Op::kFromText: r = Decimal(c.a[i]);
         }
         if (truncate) r = truncated(r);
         benchmark::DoNotOptimize(result);
@@ -345,9 +351,8 @@ bool registered = [] {
             if (op.op == c.op) op_name = op.name;
         for (const auto &peer : kPeers) {
             std::string name = std::string(op_name) + "/" + c.shape.name + "/" + peer.name;
-            benchmark::RegisterBenchmark(name.c_str(), [&c, run = peer.run](benchmark::State &state) {
-                run(state, c);
-            });
+            benchmark::RegisterBenchmark(
+                name.c_str(), [&c, run = peer.run](benchmark::State &state) { run(state, c); });
         }
     }
     return true;

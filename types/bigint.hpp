@@ -403,15 +403,16 @@ inline bool multiply_power(Int &a, int k) {
 
 // a /= 10^k (k >= 0), truncating toward zero.
 inline void divide_power(Int &a, int k) {
-    if (k == 0 || width(a) == 0) return;
-    if (k > kMaxPower || compare_power(a, k) < 0) {
-        set_zero(a);
-        return;
-    }
-    if (k > kChunkDigits) return divide_power_wide(a, k);
     const int n = width(a);
-    limbs::divrem_1(a.limb, a.limb, n, kPowerDivisors[k]);
-    settle(a, n);
+    if (k == 0 || n == 0) return;
+    if (k <= kChunkDigits) { // one pass by a tabled reciprocal
+        limbs::divrem_1(a.limb, a.limb, n, kPowerDivisors[k]);
+        settle(a, n);
+    } else if (k > kMaxPower || compare_power(a, k) < 0) {
+        set_zero(a);
+    } else {
+        divide_power_wide(a, k);
+    }
 }
 
 // a *= 10^k for k >= 0, a /= 10^-k for k < 0.

@@ -136,7 +136,8 @@ NumberType result_type(NumberType a, NumberType b, char op) {
 int32_t add_numbers(QV_PRECISE_T *result, const QV_PRECISE_T *a, const QV_PRECISE_T *b,
                     bool subtract, NumberType type) {
     const bool b_negative = big::is_negative(accumulator(b)) != subtract;
-    if (a->descriptor.scale != b->descriptor.scale) return add_aligned(result, a, b, b_negative, type);
+    if (a->descriptor.scale != b->descriptor.scale)
+        return add_aligned(result, a, b, b_negative, type);
     if (!big::add_signed(result->payload.number, accumulator(a), accumulator(b), b_negative))
         return fail(result, type);
     return finish(result, a->descriptor.scale, type);
@@ -150,19 +151,26 @@ void shed(Int &value, int64_t &scale, int words) {
     scale -= e;
 }
 
-int32_t multiply_numbers(QV_PRECISE_T *result, const QV_PRECISE_T *a, const QV_PRECISE_T *b,
-                         NumberType type) {
+// The product of operands too wide for one 256-bit product: each keeps its share of 16
+// words, dropping its lowest digits.
+[[gnu::noinline]] int32_t multiply_shed(QV_PRECISE_T *result, const QV_PRECISE_T *a,
+                                        const QV_PRECISE_T *b, NumberType type) {
     Int x = accumulator(a), y = accumulator(b);
     int64_t sx = a->descriptor.scale, sy = b->descriptor.scale;
-    if (big::is_zero(x) || big::is_zero(y)) return store(result, Int{}, 0, type);
-    // Operands too wide for one 256-bit product each keep their share of 16 words.
     const int w1 = big::words16(x), w2 = big::words16(y);
-    if (w1 + w2 >= 17) {
-        shed(x, sx, w1 - 16 * w1 / (w1 + w2));
-        shed(y, sy, w2 - 16 * w2 / (w1 + w2));
-    }
+    shed(x, sx, w1 - 16 * w1 / (w1 + w2));
+    shed(y, sy, w2 - 16 * w2 / (w1 + w2));
     if (!big::multiply(result->payload.number, x, y)) return fail(result, type);
     return finish(result, sx + sy, type);
+}
+
+int32_t multiply_numbers(QV_PRECISE_T *result, const QV_PRECISE_T *a, const QV_PRECISE_T *b,
+                         NumberType type) {
+    const Int &x = accumulator(a), &y = accumulator(b);
+    if (big::words16(x) + big::words16(y) >= 17 && !big::is_zero(x) && !big::is_zero(y))
+        return multiply_shed(result, a, b, type);
+    if (!big::multiply(result->payload.number, x, y)) return fail(result, type);
+    return finish(result, int64_t{a->descriptor.scale} + b->descriptor.scale, type);
 }
 
 int32_t divide_numbers(QV_PRECISE_T *result, const QV_PRECISE_T *a, const QV_PRECISE_T *b,
@@ -180,11 +188,11 @@ int32_t divide_numbers(QV_PRECISE_T *result, const QV_PRECISE_T *a, const QV_PRE
 int32_t calculate(QV_PRECISE_T *result, const QV_PRECISE_T *a, const QV_PRECISE_T *b, char op) {
     NumberType type = result_type(type_of(a), type_of(b), op);
     switch (op) {
-    case '+': return add_numbers(result, a, b, false, type);
-    case '-': return add_numbers(result, a, b, true, type);
-    case '*': return multiply_numbers(result, a, b, type);
-    case '/': return divide_numbers(result, a, b, type);
-    default: return fail(result, type);
+        case '+': return add_numbers(result, a, b, false, type);
+        case '-': return add_numbers(result, a, b, true, type);
+        case '*': return multiply_numbers(result, a, b, type);
+        case '/': return divide_numbers(result, a, b, type);
+        default: return fail(result, type);
     }
 }
 
@@ -436,16 +444,24 @@ constexpr Relation kRelations[] = {
 
 } // namespace
 
+namespace {
+
+// Whether the relation named by `op` holds for the order; -2 for an unknown operator.
+[[gnu::noinline]] int32_t holds(const char *op, int order) {
+    for (const Relation &relation : kRelations)
+        if (relation.text == op)
+            return order < 0 ? relation.below : order == 0 ? relation.equal : relation.above;
+    return -2;
+}
+
+} // namespace
+
 extern "C" int32_t PreciseCompare_L(const QV_PRECISE_T *a, const char *op, const QV_PRECISE_T *b) {
     if (!is_valid(a) || !is_valid(b)) return -2;
     int order = a->descriptor.scale == b->descriptor.scale
                     ? big::compare(accumulator(a), accumulator(b))
                     : compare_scaled(a, b);
-    if (op == nullptr) return order;
-    for (const Relation &relation : kRelations)
-        if (relation.text == op)
-            return order < 0 ? relation.below : order == 0 ? relation.equal : relation.above;
-    return -2;
+    return op == nullptr ? order : holds(op, order);
 }
 
 // ---------------------------------------------------------------------------------------
