@@ -111,12 +111,10 @@ void divide_by_many(Limb *q, Limb *numerator, int na, const Limb *d, int nb) {
         Limb n2 = window[nb], n1 = window[nb - 1], n0 = window[nb - 2];
         Limb digit;
         if (n2 == d1 && n1 == d0) [[unlikely]] {
+            // The digit is exactly B - 1: the window is below B x d, and subtracting
+            // (B - 1) x d leaves it at least d minus less than B^(nb - 1).
             digit = ~Limb{0};
-            Limb top = window[nb] - submul_1(window, d, nb, digit);
-            while (top != 0) { // the estimate was too large: add the divisor back
-                top += add_n(window, window, d, nb);
-                --digit;
-            }
+            submul_1(window, d, nb, digit);
             window[nb] = 0;
         } else {
             Limb r1, r0;

@@ -344,7 +344,6 @@ constexpr int kNoRank = -1;
 
 int rank(uint32_t type) {
     switch (type) {
-        case 0: return 0;
         case QV_TYPE_BOOLEAN: return 1;
         case QV_TYPE_INTEGER: return 2;
         case QV_TYPE_FLOAT: return 3;
@@ -376,9 +375,9 @@ QV_DATATYPE_T number_type(int32_t integer, int32_t scale) {
 }
 
 // The widening of two numeric types of different ranks.
-void widen_numeric(QV_DATATYPE_T *best, QV_DATATYPE_T *winner, Size a, Size b, Size won) {
-    int32_t integer = std::max(a.precision - a.scale, b.precision - b.scale);
-    int32_t scale = std::max(a.scale, b.scale);
+void widen_numeric(QV_DATATYPE_T *best, QV_DATATYPE_T *winner, Size won, Size lost) {
+    int32_t integer = std::max(won.precision - won.scale, lost.precision - lost.scale);
+    int32_t scale = std::max(won.scale, lost.scale);
     switch (winner->type) {
         case QV_TYPE_NUMBER:
             *winner = number_type(integer, scale);
@@ -391,10 +390,7 @@ void widen_numeric(QV_DATATYPE_T *best, QV_DATATYPE_T *winner, Size a, Size b, S
             winner->scale = best->scale = scale;
             if (winner->precision >= 16) winner->type = QV_TYPE_NUMBER;
             break;
-        default: // BOOLEAN
-            best->precision = 1;
-            best->scale = 0;
-    }
+    } // a BOOLEAN cannot win: every other rank is higher
 }
 
 // best becomes CHAR long enough for the winner's text and the loser's.
@@ -439,7 +435,7 @@ extern "C" void BestDataType_L(QV_DATATYPE_T *best, QV_DATATYPE_T *other, uint8_
     const int top = std::max(best_rank, other_rank);
     best->type = winner->type;
     if (top <= rank(QV_TYPE_NUMBER)) {
-        widen_numeric(best, winner, won, lost, won);
+        widen_numeric(best, winner, won, lost);
     } else if (top == rank(QV_TYPE_DATE)) {
         winner->precision = date_width(winner->type);
         winner->scale = 0;

@@ -172,7 +172,8 @@ void lay_out(const Scan &scan, Digits &digits) {
     char *out = digits.text;
     if (scan.exponent == 0) { // the common case: two runs as written
         std::memcpy(out, scan.integer + first, scan.integer_length - first);
-        std::memcpy(out + scan.integer_length - first, scan.fraction, scan.fraction_length);
+        if (scan.fraction_length > 0)
+            std::memcpy(out + scan.integer_length - first, scan.fraction, scan.fraction_length);
         return;
     }
     for (int64_t i = first; i < integer_end; ++i) *out++ = digit_at(i);
@@ -236,9 +237,8 @@ std::optional<Failure> store_value(QV_VALUE_T *value, const Scan &scan, const Di
             break;
         default: {
             Int number;
-            if (!big::load_digits(number, digits.text, static_cast<int>(digits.count),
-                                  scan.negative))
-                return Failure::kNoPrecisionScale;
+            // At most 77 digits: they always load.
+            big::load_digits(number, digits.text, static_cast<int>(digits.count), scan.negative);
             NumberType type{value->descriptor.precision, value->descriptor.scale};
             if (store(value, number, digits.decimals, type) != 0) return Failure::kNoPrecisionScale;
         }

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "tests/types/reference.hpp"
+#include "types/precise.hpp"
 
 namespace {
 
@@ -148,6 +149,7 @@ TEST(Precise, ResultTypes) {
         {{5, 0}, '/', {3, 0}, {21, 16}},    {{77, 0}, '+', {77, 77}, {77, 0}},
         {{70, 5}, '*', {70, 5}, {77, 0}},   {{19, 0}, '+', {19, 0}, {19, 0}},
         {{77, 77}, '/', {77, 77}, {77, 0}}, {{3, 2}, '%', {4, 1}, {5, 2}},
+        {{3, 0}, '%', {4, 0}, {4, 0}},
     };
     for (const auto &c : cases) {
         QV_PRECISE_T a = number(c.a.p, c.a.s, 0), b = number(c.b.p, c.b.s, 0), r{};
@@ -255,10 +257,11 @@ TEST(Precise, CompareTruncateConvertMatchTheModel) {
         for (const auto &relation : relations)
             ASSERT_EQ(PreciseCompare_L(&a, relation.op, &b), relation.holds) << relation.op;
 
-        int32_t places = random.uniform(-3, sa + 2);
+        int32_t places = random.uniform(0, 9) == 0 ? -100 : random.uniform(-3, sa + 2);
         QV_PRECISE_T t = a;
         ASSERT_EQ(TruncatePrecise_L(&t, places), 0);
         cpp_int unit = power_of_ten(std::max(0, sa - places));
+        if (places < -77) unit = limit_256(); // beyond every value: zero
         ASSERT_EQ(to_cpp(t.payload.number), x / unit * unit);
 
         QV_PRECISE_T target = number(b.descriptor.precision, sb, 0);
@@ -406,7 +409,15 @@ TEST(Precise, OperandsOfOtherTypesAndResultTypes) {
     ASSERT_EQ(PreciseCalculate_L(&real, '+', &n, &r, 1), 0);
     EXPECT_EQ(text_of(r), "1.75");
     SetDataType_L(&text.descriptor, QV_TYPE_CHAR, 3, 0);
+    char digits[] = "2.25";
+    text.payload.string.text = digits;
     EXPECT_EQ(PreciseCalculate_L(&text, '+', &n, &r, 1), -1) << "no converter installed";
+    qv::install_value_to_number_converter([](const QV_VALUE_T *source, QV_PRECISE_T *number) {
+        return StringToPrecise_L(number, source->payload.string.text) == 0;
+    });
+    ASSERT_EQ(PreciseCalculate_L(&text, '+', &n, &r, 1), 0);
+    EXPECT_EQ(text_of(r), "3.75");
+    qv::install_value_to_number_converter(nullptr);
 
     // BestResultType_L: masks resolved, NULL flags cleared, NUMBER types from the rules.
     QV_VALUE_T left{}, right{};
