@@ -19,10 +19,12 @@
 // holds no meaningful value and the caller replaces it (exact decimals store zero).
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #if defined(__x86_64__)
 #include <x86intrin.h>
@@ -428,6 +430,15 @@ inline int words16(const Int &a) {
     if (n == 0) return 0;
     int bits = 64 * (n - 1) + 64 - std::countl_zero(a.limb[n - 1]);
     return (bits + 15) / 16;
+}
+
+// The 16-bit words each factor of a too-wide product keeps: shares of 16 in proportion to
+// their widths w1, w2 (both nonzero), each at least one word.
+inline std::pair<int, int> kept_words(int w1, int w2) {
+    int k1 = 16 * w1 / (w1 + w2), k2 = 16 * w2 / (w1 + w2);
+    if (k1 == 0) k1 = 1, k2 = std::min(k2, 15);
+    if (k2 == 0) k2 = 1, k1 = std::min(k1, 15);
+    return {k1, k2};
 }
 
 // Square root of a magnitude given as `n` limbs (n <= kMaxDivideLimbs), truncated, into

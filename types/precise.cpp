@@ -150,14 +150,17 @@ void shed(Int &value, int64_t &scale, int words) {
 }
 
 // The product of operands too wide for one 256-bit product: each keeps its share of 16
-// words, dropping its lowest digits.
+// words, dropping its lowest digits. A share that truncates to nothing is raised to one
+// word, taken from the other operand, so a narrow operand is never shed to zero (a 16-word
+// number times 7 keeps 15 words and 1, and overflows as it should, instead of giving 0).
 [[gnu::noinline]] int32_t multiply_shed(QV_PRECISE_T *result, const QV_PRECISE_T *a,
                                         const QV_PRECISE_T *b, NumberType type) {
     Int x = accumulator(a), y = accumulator(b);
     int64_t sx = a->descriptor.scale, sy = b->descriptor.scale;
     const int w1 = big::words16(x), w2 = big::words16(y);
-    shed(x, sx, w1 - 16 * w1 / (w1 + w2));
-    shed(y, sy, w2 - 16 * w2 / (w1 + w2));
+    const auto [k1, k2] = big::kept_words(w1, w2);
+    shed(x, sx, w1 - k1);
+    shed(y, sy, w2 - k2);
     if (!big::multiply(result->payload.number, x, y)) return fail(result, type);
     return finish(result, sx + sy, type);
 }

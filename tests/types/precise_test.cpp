@@ -79,8 +79,11 @@ std::optional<cpp_int> expected(const QV_PRECISE_T &a, const QV_PRECISE_T &b, ch
             if (x == 0 || y == 0) return 0;
             int w1 = words(x), w2 = words(y);
             if (w1 + w2 >= 17) {
-                shed(x, sx, w1 - 16 * w1 / (w1 + w2));
-                shed(y, sy, w2 - 16 * w2 / (w1 + w2));
+                int k1 = 16 * w1 / (w1 + w2), k2 = 16 * w2 / (w1 + w2);
+                if (k1 == 0) k1 = 1, k2 = std::min(k2, 15); // each keeps at least a word
+                if (k2 == 0) k2 = 1, k1 = std::min(k1, 15);
+                shed(x, sx, w1 - k1);
+                shed(y, sy, w2 - k2);
             }
             auto product = engine(x * y);
             if (!product) return std::nullopt;
@@ -209,8 +212,10 @@ TEST(Precise, NearTheLimit) {
     EXPECT_EQ(MultiplyPrecise_L(&r, &wide, &wide), 0);
     EXPECT_EQ(text_of(r), power_of_ten(76).str());
     QV_PRECISE_T seven = number(1, 0, 7);
-    EXPECT_EQ(MultiplyPrecise_L(&r, &max, &seven), 0);
-    EXPECT_TRUE(IsZeroPrecise_L(&r)) << "a one-word operand beside a 16-word one sheds its word";
+    EXPECT_EQ(MultiplyPrecise_L(&r, &max, &seven), -1) << "a narrow factor keeps a word: overflow";
+    QV_PRECISE_T tenth = number(77, 76, nines); // 9.99...9 times 7 fits with fewer decimals
+    EXPECT_EQ(MultiplyPrecise_L(&r, &tenth, &seven), 0);
+    EXPECT_EQ(text_of(r).substr(0, 12), "69.999999999");
     // A zero divisor gives zero.
     QV_PRECISE_T zero = number(5, 2, 0);
     EXPECT_EQ(DividePrecise_L(&r, &max, &zero), 0);
