@@ -166,7 +166,7 @@ int dispatch(CLI::App &app, Arguments &a) {
     if (app.got_subcommand("repl") || (isatty(STDIN_FILENO) && isatty(STDOUT_FILENO)))
         return not_available("qv repl");
     std::fputs(app.help().c_str(), stderr);
-    return USAGE;
+    return usage_error("give a subcommand");
 }
 
 } // namespace
