@@ -21,7 +21,7 @@ bool starts_name(char c) {
 }
 
 std::string quoted(std::string_view text) {
-    return "'" + std::string(text) + "'";
+    return std::string(1, '\'').append(text).append(1, '\'');
 }
 
 } // namespace

@@ -141,7 +141,8 @@ void Run::read_columns() {
     if (reader_->next() != CsvReader::Status::Row) return;
     const std::vector<std::string_view> &first = reader_->fields();
     for (std::size_t i = 0; i < first.size(); ++i)
-        columns_.push_back({options_.header ? std::string(first[i]) : "c" + std::to_string(i + 1)});
+        columns_.push_back({options_.header ? std::string(first[i])
+                                            : std::string(1, 'c').append(std::to_string(i + 1))});
     if (!options_.header) sample_.add(first, reader_->line_number());
 }
 

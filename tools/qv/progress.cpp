@@ -53,7 +53,7 @@ std::string render_progress(std::uint64_t bytes, std::uint64_t total, std::uint6
                             double seconds) {
     const double fraction = total == 0 ? 1.0 : std::min(1.0, double(bytes) / double(total));
     const int filled = static_cast<int>(fraction * BAR_WIDTH);
-    std::string bar = "[" + std::string(filled, '=');
+    std::string bar = std::string(1, '[').append(filled, '=');
     if (filled < BAR_WIDTH) bar += '>' + std::string(BAR_WIDTH - filled - 1, ' ');
     bar += "]";
     const double left = bytes == 0 || seconds <= 0

@@ -195,7 +195,7 @@ QV_DATATYPE_T infer_type(std::string_view text) {
 std::string parse_type(std::string_view declaration, QV_DATATYPE_T &type) {
     type = make_type(0);
     declaration = trim(declaration);
-    const std::string quoted = "'" + std::string(declaration) + "': ";
+    const std::string quoted = std::string(1, '\'').append(declaration).append("': ");
     const std::size_t open = declaration.find('(');
     const TypeName *row = find_type_name(trim(declaration.substr(0, open)));
     if (row == nullptr) return quoted + "unknown type";
