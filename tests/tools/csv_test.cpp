@@ -133,6 +133,9 @@ const std::string TEXTS[] = {
     "\"a\"\"\"",
     "caf\xC3\xA9,\xE2\x82\xAC\n\"\xC3\xA9\"\"\",z\n",
     "x\ry\r\nz\n\"q\r\",w",
+    "a field longer than sixteen bytes,and,another one longer than sixteen\r\n"
+    "0123456789abcdef,0123456789abcde\n0123456789abcdef0\r0123456789abcdefghijklmnopqrstu,",
+    "\"quoted and longer than sixteen\",unquoted after it, with a quote\" in the middle\n",
 };
 
 TEST(CsvReader, MatchesTheModelWhereverTheBufferAndChunksEnd) {

@@ -5,6 +5,10 @@
 #include <cerrno>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace qvtool {
 
 std::ptrdiff_t MemorySource::read(char *buffer, std::size_t capacity) {
@@ -69,7 +73,7 @@ CsvReader::Scan CsvReader::scan_record() {
             if (quoted != Scan::Record) return quoted;
         } else {
             const char *const field = p;
-            while (p < end && !special_[static_cast<unsigned char>(*p)]) ++p;
+            p = unquoted_end(p, end);
             spans_.push_back({static_cast<std::uint32_t>(field - base),
                               static_cast<std::uint32_t>(p - base), false, false});
         }
@@ -87,6 +91,24 @@ CsvReader::Scan CsvReader::scan_record() {
         next_ = static_cast<std::size_t>(p - base) + (crlf ? 2 : 1);
         return Scan::Record;
     }
+}
+
+// The first delimiter, CR or LF at or after p (end if none): sixteen bytes at a time where
+// the processor has SSE2 (every x86-64 does), then byte by byte through the table.
+const char *CsvReader::unquoted_end(const char *p, const char *end) const {
+#if defined(__SSE2__)
+    const __m128i delimiter = _mm_set1_epi8(delimiter_), cr = _mm_set1_epi8('\r'),
+                  lf = _mm_set1_epi8('\n');
+    for (; end - p >= 16; p += 16) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+        const __m128i hits =
+            _mm_or_si128(_mm_cmpeq_epi8(bytes, delimiter),
+                         _mm_or_si128(_mm_cmpeq_epi8(bytes, cr), _mm_cmpeq_epi8(bytes, lf)));
+        if (const int mask = _mm_movemask_epi8(hits); mask != 0) return p + __builtin_ctz(mask);
+    }
+#endif
+    while (p < end && !special_[static_cast<unsigned char>(*p)]) ++p;
+    return p;
 }
 
 // A field that starts with a quote at p: on return p is past the closing quote, which must be

@@ -101,6 +101,7 @@ class CsvReader {
 
     Scan scan_record();
     Scan scan_quoted(const char *&p, const char *end);
+    const char *unquoted_end(const char *p, const char *end) const;
     bool refill();
     bool skip_byte_order_mark();
     void materialise();
