@@ -58,6 +58,7 @@ class Run {
     void settle_types();
     bool process(std::span<const std::string_view> fields, std::int64_t line);
     bool accept_field_count(std::span<const std::string_view> &fields, std::int64_t line);
+    bool write(std::span<const std::string_view> fields);
     void report_row(std::int64_t line, const std::string &text);
     int finish(int status);
     int reader_failed();
@@ -75,7 +76,7 @@ class Run {
     std::vector<Column> columns_;
     RowSample sample_;
     CsvReader::Status after_sample_ = CsvReader::Status::Row;
-    std::vector<std::string_view> row_, out_;
+    std::vector<std::string_view> row_, padded_, out_;
     std::string failure_, write_error_;
     std::int64_t read_ = 0, written_ = 0, dropped_ = 0, failed_ = 0;
 };
@@ -108,7 +109,7 @@ int Run::execute() {
     }
     if (options_.header && !columns_.empty()) {
         row_.assign(names.begin(), names.end());
-        writer_->write_row(row_);
+        if (!write(row_)) return finish(FAILED);
     }
     for (std::size_t i = 0; i < sample_.size(); ++i) {
         sample_.fields(i, row_);
@@ -180,12 +181,15 @@ bool Run::process(std::span<const std::string_view> fields, std::int64_t line) {
     }
     if (verdict == Verdict::Drop) ++dropped_;
     if (verdict != Verdict::Write) return true;
-    if (!writer_->write_row(out_)) {
-        write_error_ = "cannot write '" + output_->name() + "': " + std::strerror(errno);
-        return false;
-    }
+    if (!write(out_)) return false;
     ++written_;
     return true;
+}
+
+bool Run::write(std::span<const std::string_view> fields) {
+    if (writer_->write_row(fields)) return true;
+    write_error_ = "cannot write '" + output_->name() + "': " + std::strerror(errno);
+    return false;
 }
 
 // A row whose field count differs from the header's fails; under --on-error null it goes on
@@ -197,9 +201,9 @@ bool Run::accept_field_count(std::span<const std::string_view> &fields, std::int
                          std::to_string(columns_.size()));
     ++failed_;
     if (options_.on_error != OnError::Null) return false;
-    row_.assign(fields.begin(), fields.begin() + std::min(fields.size(), columns_.size()));
-    row_.resize(columns_.size());
-    fields = row_;
+    padded_.assign(fields.begin(), fields.begin() + std::min(fields.size(), columns_.size()));
+    padded_.resize(columns_.size());
+    fields = padded_;
     return true;
 }
 

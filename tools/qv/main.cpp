@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -195,5 +196,10 @@ int main(int argc, char **argv) {
         std::fprintf(stderr, "qv: %s\nRun '%s --help' for usage.\n", error.what(), command.c_str());
         return USAGE;
     }
-    return dispatch(app, arguments);
+    try {
+        return dispatch(app, arguments);
+    } catch (const std::bad_alloc &) { // a temporary output file is removed on the way out
+        std::fputs("qv: out of memory\n", stderr);
+        return 1;
+    }
 }
