@@ -17,7 +17,7 @@ A case is a folder holding:
   readonly    WORK_DIR is made read-only for the run (a root run drops to the user nobody;
               the case is skipped when that user cannot run the program)
   interrupt   standard input stays open after the stdin bytes; once a temporary output file
-              shows up in WORK_DIR the program gets SIGINT
+              shows up in WORK_DIR the program gets SIGINT, and must stop without more input
 
 Exit status 0 when everything matches, 1 with a description of the differences, 77 skipped.
 QV_UPDATE_CASES=1 writes what the program did into the case instead (review before use).
@@ -90,6 +90,10 @@ def run(qv, case, work):
         wait_for_temporary(work, process)
         time.sleep(0.2)
         process.send_signal(signal.SIGINT)
+        try:  # standard input still open: the program must not wait for more of it
+            process.wait(timeout=20)
+        except subprocess.TimeoutExpired:
+            process.kill()
         stdout, stderr = process.communicate(timeout=60)
     else:
         stdout, stderr = process.communicate(stdin, timeout=60)

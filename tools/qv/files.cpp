@@ -66,8 +66,9 @@ std::ptrdiff_t InputFile::read(char *buffer, std::size_t capacity) {
         }
         if (!regular_) {
             pollfd waits[2] = {{fd_, POLLIN, 0}, {interrupt::wake_fd(), POLLIN, 0}};
-            if (poll(waits, 2, -1) < 0 && errno != EINTR) return -1;
-            if (waits[1].revents != 0) continue; // the interrupt is seen above
+            const int ready = poll(waits, 2, -1);
+            if (ready < 0 && errno != EINTR) return -1;
+            if (ready <= 0 || waits[1].revents != 0) continue; // an interrupt is seen above
         }
         const ssize_t got = ::read(fd_, buffer, capacity);
         if (got >= 0 || errno != EINTR) return got;
