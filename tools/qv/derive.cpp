@@ -188,6 +188,7 @@ bool Run::process(std::span<const std::string_view> fields, std::int64_t line) {
 
 bool Run::write(std::span<const std::string_view> fields) {
     if (writer_->write_row(fields)) return true;
+    if (interrupt::requested()) return false; // a write cut short by Ctrl-C is no write error
     write_error_ = "cannot write '" + output_->name() + "': " + std::strerror(errno);
     return false;
 }
@@ -239,8 +240,10 @@ int Run::finish(int status) {
         say("interrupted at row " + std::to_string(read_));
         status = 128 + signal_number;
     }
+    // Rows done before a failure still go to standard output; an interrupted run just stops.
     std::string error = write_error_;
-    if (writer_ && error.empty() && (status == DONE || !output_->named()) && !writer_->flush()) {
+    const bool flush = status == DONE || (status == FAILED && !output_->named());
+    if (writer_ && error.empty() && flush && !writer_->flush()) {
         error = "cannot write '" + output_->name() + "': " + std::strerror(errno);
         status = FAILED;
     }

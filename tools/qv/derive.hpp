@@ -17,7 +17,8 @@
 //
 // Exit status: 0 done; 1 the run failed (a row under stop, malformed input, a read or write
 // error); 2 it could not start (a missing input, an unwritable output, bad --types); 128 + the
-// signal number when interrupted. On any failure the named output is left as it was.
+// signal number when interrupted. On any failure the named output is left as it was; on
+// standard output the rows done before a failure are written, an interrupted run just stops.
 #pragma once
 
 #include <qv/datatype.h>
