@@ -23,5 +23,7 @@
 #include "encoding.h"
 #include "textutil.h"
 #include "qvstrlib.h"
+#include "qvvar.h"
+#include "builtin.h"
 
 #endif
