@@ -16,6 +16,7 @@
 #include "pageptrs.h"
 #include "handle.h"
 #include "datatype.h"
+#include "precise.h"
 #include "date.h"
 #include "interval.h"
 #include "qvstring.h"
