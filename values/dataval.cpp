@@ -385,7 +385,7 @@ QV_API int32_t AppendArrayValue_L(QV_VALUE_T *value, const QV_VALUE_T *item) {
     return 0;
 }
 
-QV_API int32_t DeleteArrayItem_L(QV_VALUE_T *value, int64_t index) {
+QV_API int32_t DeleteArrayValue_L(QV_VALUE_T *value, int64_t index) {
     if (value == nullptr || index < 0 || index >= array_count(*value)) return -1;
     if (!value->owns_payload && !resize_array(*value, array_count(*value))) return -1;
     QV_VALUE_T *block = value->payload.array;

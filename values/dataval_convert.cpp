@@ -659,6 +659,10 @@ QV_API int32_t ValueToNumber_L(const QV_VALUE_T *value, QV_PRECISE_T *number) {
             read_number(*value, false, reading);
             if (fixed)
                 NewPrecise_L(&result, number->descriptor.precision, number->descriptor.scale);
+            if (fixed && reading.kind == Reading::Kind::kReal) { // rounded, not truncated
+                if (DoubleToPrecise_L(&result, reading.real) == 0) return QV_VALUE_OK;
+                return std::isfinite(reading.real) ? QV_VALUE_TOO_LARGE : QV_VALUE_NONE;
+            }
             QV_PRECISE_T exact;
             if (!reading_to_number(reading, exact))
                 return reading.kind == Reading::Kind::kReal && std::isfinite(reading.real)
