@@ -100,6 +100,7 @@ inline Value as_type(const QV_VALUE_T &source, uint32_t type, int32_t precision 
 }
 inline Value array(std::vector<Value> elements) {
     Value v;
+    ModifyArray_L(&v, 0);
     for (Value &e : elements) EXPECT_EQ(AppendArrayValue_L(&v, &e), 0);
     return v;
 }
