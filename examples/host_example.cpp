@@ -109,7 +109,7 @@ void show_date() {
     ConvertValue_L(&when, &text, 0, 0);
     MonthEnds_L(&when, 0);
     char printed[80];
-    InternalDateToChar_L(&when.payload.date, "Day, ddth Month yyyy, hh12:mi pm", nullptr, printed,
+    InternalDateToChar_L(&when.payload.date, "Month ddth, yyyy hh12:mi pm", nullptr, printed,
                          sizeof printed);
     show_value("month end (text form)", when);
     std::printf("  %-28s %s\n", "through a pattern", printed);
