@@ -1,5 +1,6 @@
-// bigint.cpp - the big-integer engine beneath exact decimals: division, the signed
-// operations on the accumulator, powers of ten, text and doubles. See bigint.hpp.
+// bigint.cpp - the big-integer engine beneath exact decimals: division, the wide paths of
+// multiplication and scaling, power, loads and stores, decimal text, doubles and square
+// roots. The short hot paths are inline in bigint.hpp.
 //
 // Part of the precise module.
 #define QV_MODULE "precise"
@@ -7,7 +8,6 @@
 
 #include <cmath>
 #include <limits>
-#include <type_traits>
 
 namespace qv::big {
 

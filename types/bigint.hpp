@@ -15,8 +15,8 @@
 // by a power of ten multiplies instead of dividing. Every operation dispatches on the real
 // width of its operands (the `used` count), so small numbers take one- or two-limb paths.
 //
-// Results that do not fit 256 bits are reported (false), never wrapped; the accumulator is
-// then left holding some valid value.
+// Results that do not fit 256 bits are reported (false), never wrapped; the target then
+// holds no meaningful value and the caller replaces it (exact decimals store zero).
 #pragma once
 
 #include <array>

@@ -4,10 +4,12 @@
 //
 // A NUMBER(p, s) record holds the unscaled integer N of its value N x 10^-s in the
 // accumulator of its payload (the engine of bigint.hpp: sign and a 256-bit magnitude).
-// Every operation works on copies of the operands' accumulators, so a result may be one
-// of its operands, and ends in `store`, which rescales to the result's scale (truncating
-// toward zero) and refuses a value of more than p digits. A failed operation leaves the
-// result's descriptor set and its value zero.
+// An operation writes its result once, straight into the result's accumulator (reading
+// each operand limb before writing it, so a result may be one of its operands), and ends
+// in `finish`, which rescales to the result's scale (truncating toward zero) and refuses a
+// value of more than p digits. A failed operation leaves the result's descriptor set and
+// its value zero. The rare paths (rescaling, aligning scales, shedding digits of wide
+// products) are kept out of line so that the common ones stay short.
 //
 // The module spans precise.cpp, precise_text.cpp, precise_binary.cpp and the engine
 // bigint.cpp; all report as "precise".
@@ -76,12 +78,8 @@ NumberType limited(int32_t precision, int32_t scale) {
 } // namespace
 
 int32_t finish_rescaled(QV_PRECISE_T *record, int32_t shift, NumberType type) {
-    Int &value = record->payload.number;
-    if (!big::scale_by(value, shift) || !big::fits_digits(value, type.precision))
-        return fail(record, type);
-    record->descriptor = {QV_TYPE_NUMBER, type.precision, type.scale, 0};
-    record->is_null = 0;
-    return 0;
+    if (!big::scale_by(record->payload.number, shift)) return fail(record, type);
+    return finish(record, type.scale, type);
 }
 
 // ---------------------------------------------------------------------------------------

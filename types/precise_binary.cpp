@@ -95,11 +95,11 @@ int32_t value_to_field(const QV_VALUE_T *value, uint8_t *field, int32_t precisio
     return 0;
 }
 
-// Stores a field's number as NUMBER(p, s); NULL with -1 when it was not loaded or holds
-// more digits than p (a nonzero leading nibble of an even-precision packed field).
-int32_t store_field(QV_VALUE_T *value, bool loaded, const big::Int &number, int32_t precision,
-                    int32_t scale) {
-    if (!loaded || store(value, number, scale, {precision, scale}) != 0) {
+// Makes the number loaded into value's accumulator NUMBER(p, s); NULL with -1 when it was
+// not loaded or holds more digits than p (a nonzero leading nibble of an even-precision
+// packed field).
+int32_t finish_field(QV_VALUE_T *value, bool loaded, int32_t precision, int32_t scale) {
+    if (!loaded || finish(value, scale, {precision, scale}) != 0) {
         value->is_null = 1;
         return -1;
     }
@@ -151,9 +151,8 @@ extern "C" int32_t BCDToValue_L(QV_VALUE_T *value, const uint8_t *field, int32_t
                                 int32_t scale) {
     if (value == nullptr || field == nullptr || !valid_layout(precision, scale)) return -1;
     NewPrecise_L(value, precision, scale);
-    big::Int number;
-    bool loaded = big::load_packed(number, field, packed_bytes(precision));
-    return store_field(value, loaded, number, precision, scale);
+    bool loaded = big::load_packed(value->payload.number, field, packed_bytes(precision));
+    return finish_field(value, loaded, precision, scale);
 }
 
 extern "C" int32_t ZonedToValue_L(QV_VALUE_T *value, const uint8_t *field, int32_t precision,
@@ -162,11 +161,10 @@ extern "C" int32_t ZonedToValue_L(QV_VALUE_T *value, const uint8_t *field, int32
     NewPrecise_L(value, precision, scale);
     char digits[kMaxPrecision];
     for (int i = 0; i < precision; ++i) digits[i] = static_cast<char>('0' + (field[i] & 0xF));
-    big::Int number;
-    bool loaded =
-        first_bad_zoned(field, precision) < 0 &&
-        big::load_digits(number, digits, precision, is_negative_sign(field[precision - 1] >> 4));
-    return store_field(value, loaded, number, precision, scale);
+    bool loaded = first_bad_zoned(field, precision) < 0 &&
+                  big::load_digits(value->payload.number, digits, precision,
+                                   is_negative_sign(field[precision - 1] >> 4));
+    return finish_field(value, loaded, precision, scale);
 }
 
 extern "C" int32_t ValueToBCD_L(const QV_VALUE_T *value, uint8_t *field, int32_t precision,

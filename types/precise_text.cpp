@@ -11,6 +11,7 @@
 // Part of the precise module.
 #define QV_MODULE "precise"
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -107,22 +108,39 @@ struct Scan {
 // An exponent beyond any number of digits a text can hold, so sums cannot overflow.
 constexpr int64_t kExponentLimit = 1'000'000'000;
 
+// The end of the run of digits at `at`, eight bytes at a time while eight remain before
+// `end`: a byte is a digit when neither adding 0x46 nor subtracting 0x30 sets its top bit
+// (a carry or borrow can only spoil the bytes after the first non-digit).
+const char *skip_digits(const char *at, const char *end) {
+    while (end - at >= 8) {
+        uint64_t bytes;
+        std::memcpy(&bytes, at, 8);
+        uint64_t other = ((bytes + 0x4646464646464646ull) | (bytes - 0x3030303030303030ull)) &
+                         0x8080808080808080ull;
+        if (other != 0) return at + std::countr_zero(other) / 8;
+        at += 8;
+    }
+    while (at < end && is_digit(*at)) ++at;
+    return at;
+}
+
 ScanResult scan_number(const char *text, Separator point, Scan &scan) {
     const char *at = text;
     while (is_blank(*at)) ++at;
     if (*at == '\0') return ScanResult::kBlank;
+    const char *end = at + std::strlen(at);
     scan.begin = at;
     if (*at == '-' || *at == '+') {
         scan.negative = *at == '-';
         if (*at++ == '+') scan.begin = at;
     }
     scan.integer = at;
-    while (is_digit(*at)) ++at;
+    at = skip_digits(at, end);
     scan.integer_length = at - scan.integer;
-    if (std::strncmp(at, point.text, point.length) == 0) {
+    if (end - at >= point.length && std::memcmp(at, point.text, point.length) == 0) {
         at += point.length;
         scan.fraction = at;
-        while (is_digit(*at)) ++at;
+        at = skip_digits(at, end);
         scan.fraction_length = at - scan.fraction;
     }
     if (scan.integer_length + scan.fraction_length == 0) return ScanResult::kInvalid;
@@ -138,7 +156,7 @@ ScanResult scan_number(const char *text, Separator point, Scan &scan) {
     }
     scan.end = at;
     while (is_blank(*at)) ++at;
-    return *at == '\0' ? ScanResult::kNumber : ScanResult::kInvalid;
+    return at == end ? ScanResult::kNumber : ScanResult::kInvalid;
 }
 
 // The plain decimal a scan stands for.
@@ -236,11 +254,11 @@ std::optional<Failure> store_value(QV_VALUE_T *value, const Scan &scan, const Di
             if (!read_double(scan, point, value->payload.real)) return Failure::kNoPrecision;
             break;
         default: {
-            Int number;
-            // At most 77 digits: they always load.
-            big::load_digits(number, digits.text, static_cast<int>(digits.count), scan.negative);
+            // At most 77 digits: they always load, straight into the accumulator.
+            big::load_digits(value->payload.number, digits.text, static_cast<int>(digits.count),
+                             scan.negative);
             NumberType type{value->descriptor.precision, value->descriptor.scale};
-            if (store(value, number, digits.decimals, type) != 0) return Failure::kNoPrecisionScale;
+            if (finish(value, digits.decimals, type) != 0) return Failure::kNoPrecisionScale;
         }
     }
     return std::nullopt;
