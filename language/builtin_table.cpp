@@ -87,16 +87,16 @@ int32_t code_from_number(const QV_VALUE_T &number) {
 int32_t exit_code(const QV_VALUE_T *code) {
     if (code == nullptr || code->is_null) return 0;
     switch (code->descriptor.type) {
-    case QV_TYPE_INTEGER: return clamped(code->payload.integer);
-    case QV_TYPE_FLOAT: {
-        double real = code->payload.real;
-        if (std::isnan(real)) return 0;
-        return static_cast<int32_t>(std::clamp<double>(std::trunc(real), INT32_MIN, INT32_MAX));
-    }
-    case QV_TYPE_NUMBER: return code_from_number(*code);
-    case QV_TYPE_BOOLEAN: return code->payload.boolean != 0;
-    case QV_TYPE_CHAR: return code_from_text(code->payload.string);
-    default: return 0;
+        case QV_TYPE_INTEGER: return clamped(code->payload.integer);
+        case QV_TYPE_FLOAT: {
+            double real = code->payload.real;
+            if (std::isnan(real)) return 0;
+            return static_cast<int32_t>(std::clamp<double>(std::trunc(real), INT32_MIN, INT32_MAX));
+        }
+        case QV_TYPE_NUMBER: return code_from_number(*code);
+        case QV_TYPE_BOOLEAN: return code->payload.boolean != 0;
+        case QV_TYPE_CHAR: return code_from_text(code->payload.string);
+        default: return 0;
     }
 }
 

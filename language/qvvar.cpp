@@ -34,11 +34,12 @@ static_assert(std::is_standard_layout_v<VARIABLE_T> && std::is_trivially_copyabl
 static_assert(std::is_standard_layout_v<VARIABLE_ARRAY_T> &&
               std::is_trivially_copyable_v<VARIABLE_ARRAY_T>);
 static_assert(std::is_standard_layout_v<QV_ID_T> && std::is_trivially_copyable_v<QV_ID_T>);
-static_assert(offsetof(VARIABLE_T, owner) == 0 && offsetof(VARIABLE_T, name) < offsetof(VARIABLE_T, value) &&
-              offsetof(VARIABLE_T, value) < offsetof(VARIABLE_T, read_only) &&
-              offsetof(VARIABLE_T, merged) == offsetof(VARIABLE_T, read_only) + 4 &&
-              offsetof(VARIABLE_T, expression) < offsetof(VARIABLE_T, script) &&
-              offsetof(VARIABLE_T, script) < offsetof(VARIABLE_T, message_handle),
+static_assert(offsetof(VARIABLE_T, owner) == 0 &&
+                  offsetof(VARIABLE_T, name) < offsetof(VARIABLE_T, value) &&
+                  offsetof(VARIABLE_T, value) < offsetof(VARIABLE_T, read_only) &&
+                  offsetof(VARIABLE_T, merged) == offsetof(VARIABLE_T, read_only) + 4 &&
+                  offsetof(VARIABLE_T, expression) < offsetof(VARIABLE_T, script) &&
+                  offsetof(VARIABLE_T, script) < offsetof(VARIABLE_T, message_handle),
               "owner, name, value, five flags, expression, script, message handle");
 
 namespace {
@@ -423,8 +424,8 @@ QV_API void ReportVariable_L(const VARIABLE_T *variable) {
     const bool named = owner != nullptr && owner->name != nullptr;
     qv::HeapText text(ValueToChar_L(&variable->value));
     const bool quoted = text != nullptr && is_text(variable->value);
-    Feedback_L(X_Variable_FL, quoted ? "%s%s%U = '%U'" : "%s%s%U = %U",
-               named ? owner->name : "", named ? "." : "", variable->name, text.get());
+    Feedback_L(X_Variable_FL, quoted ? "%s%s%U = '%U'" : "%s%s%U = %U", named ? owner->name : "",
+               named ? "." : "", variable->name, text.get());
 }
 
 QV_API void ReportAllVariables_L(uint8_t global_only) {
@@ -468,11 +469,11 @@ QV_API char *Get_Registry_L(uintptr_t root_key, const char *key_path, const char
         qv::RegistryValue found =
             qv::read_registry_value(root, key_path, value_name == nullptr ? "" : value_name);
         switch (found.outcome) {
-        case qv::RegistryOutcome::text:
-            if (found.text.size() >= qv::registry_buffer_size) return nullptr;
-            return QV_STRNDUP(found.text.data(), found.text.size());
-        case qv::RegistryOutcome::other: return QV_STRDUP(QV_REGISTRY_EXISTS);
-        default: return nullptr;
+            case qv::RegistryOutcome::text:
+                if (found.text.size() >= qv::registry_buffer_size) return nullptr;
+                return QV_STRNDUP(found.text.data(), found.text.size());
+            case qv::RegistryOutcome::other: return QV_STRDUP(QV_REGISTRY_EXISTS);
+            default: return nullptr;
         }
     });
 }

@@ -355,14 +355,18 @@ TEST_F(VariableTest, TheRegistryStoreGivesTextExistsOrNull) {
                        "\"Log Dir\" = expand_sz:\"$HOME/a = b\"\n"
                        "Retries = dword:3\n"
                        "@ = sz:default\n"
-                       "Long = sz:" + std::string(4095, 'x') + "\n"
-                       "TooLong = sz:" + std::string(4096, 'x') + "\n"
-                       "[hkcu/Software//Quillon/]\n"
-                       "User = SZ:me\n"
-                       "Blob = binary:01 02\n"
-                       "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillon\\Paths]\n"
-                       "InstallDir = sz:second\n"
-                       "Later = sz:found in a reopened key\n");
+                       "Long = sz:" +
+                           std::string(4095, 'x') +
+                           "\n"
+                           "TooLong = sz:" +
+                           std::string(4096, 'x') +
+                           "\n"
+                           "[hkcu/Software//Quillon/]\n"
+                           "User = SZ:me\n"
+                           "Blob = binary:01 02\n"
+                           "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillon\\Paths]\n"
+                           "InstallDir = sz:second\n"
+                           "Later = sz:found in a reopened key\n");
     qvtest::ScopedEnvironment store("QV_REGISTRY_FILE", (directory / "registry.txt").c_str());
     const uintptr_t machine = QV_HKEY_LOCAL_MACHINE, user = QV_HKEY_CURRENT_USER;
     struct Case {
