@@ -61,10 +61,9 @@ bool position_in(const QV_VALUE_T *index, std::size_t count, std::size_t &positi
 // ---- Order -----------------------------------------------------------------------------------
 
 constexpr uint32_t kComparable = QV_TYPE_CHAR | QV_TYPE_INTEGER | QV_TYPE_FLOAT | QV_TYPE_DATE |
-                                 QV_TYPE_BOOLEAN | QV_TYPE_NUMBER | QV_TYPE_BINARY |
-                                 QV_TYPE_CLOB | QV_TYPE_BLOB | QV_TYPE_INTERVAL_DS |
-                                 QV_TYPE_INTERVAL_YM | QV_TYPE_TIME | QV_TYPE_TIME_TZ |
-                                 QV_TYPE_DATE_TZ;
+                                 QV_TYPE_BOOLEAN | QV_TYPE_NUMBER | QV_TYPE_BINARY | QV_TYPE_CLOB |
+                                 QV_TYPE_BLOB | QV_TYPE_INTERVAL_DS | QV_TYPE_INTERVAL_YM |
+                                 QV_TYPE_TIME | QV_TYPE_TIME_TZ | QV_TYPE_DATE_TZ;
 
 // -1, 0, 1: the order of two items (see the header). Never raises: only values of one
 // type that CompareValue_L compares reach it.
@@ -97,8 +96,7 @@ void array_clear(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *array)
 
 // ArrayItem( array, index ): typed as the item (described: the item at a known index, else
 // the first item; untyped for an empty array).
-void array_item(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *array,
-                QV_VALUE_T *index) {
+void array_item(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *array, QV_VALUE_T *index) {
     std::span<QV_VALUE_T> items = items_of(array);
     std::size_t at = 0;
     const bool found = position_in(index, items.size(), at);
@@ -161,8 +159,8 @@ void array_sort(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *array) 
 // that IsSameValue_L finds equal to it. When sorted is TRUE the array is taken to be in the
 // order ArraySort gives and searched by halving, then walked back to the first of the
 // equal items. NULL for a NULL value or when nothing matches.
-void array_search(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *array,
-                  QV_VALUE_T *value, QV_VALUE_T *sorted) {
+void array_search(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *array, QV_VALUE_T *value,
+                  QV_VALUE_T *sorted) {
     if (!begin(result, frame, QV_TYPE_INTEGER)) return;
     if (!present(value)) return set_null(result);
     std::span<QV_VALUE_T> items = items_of(array);
@@ -192,7 +190,8 @@ Property property_named(const QV_VALUE_T *name) {
     if (!present(name) || !form.make_utf8(*name)) return Property::kNone;
     const std::string_view word = values::trimmed(form.view());
     auto is = [word](std::string_view known) {
-        return word.size() == known.size() && strncasecmp(word.data(), known.data(), word.size()) == 0;
+        return word.size() == known.size() &&
+               strncasecmp(word.data(), known.data(), word.size()) == 0;
     };
     if (is("DATATYPE")) return Property::kDataType;
     if (is("PRECISION")) return Property::kPrecision;
@@ -212,12 +211,12 @@ void variable_info(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *vari
     if (variable == nullptr || property == Property::kNone) return set_null(result);
     const QV_DATATYPE_T &type = variable->descriptor;
     switch (property) {
-    case Property::kDataType: {
-        const char *type_name = GetDataTypeSpec_L(type.type)->name;
-        return store_text_copy(result, type_name, nullptr);
-    }
-    case Property::kPrecision: return store_integer(result, type.precision);
-    default: return store_integer(result, type.scale);
+        case Property::kDataType: {
+            const char *type_name = GetDataTypeSpec_L(type.type)->name;
+            return store_text_copy(result, type_name, nullptr);
+        }
+        case Property::kPrecision: return store_integer(result, type.precision);
+        default: return store_integer(result, type.scale);
     }
 }
 

@@ -56,8 +56,7 @@ void if_then_else(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *condi
 
 // IfNull( value, NULL outcome ): the value unless it is NULL, else the outcome unless it is
 // NULL, else NULL of the value's type.
-void if_null(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *value,
-             QV_VALUE_T *outcome) {
+void if_null(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *value, QV_VALUE_T *outcome) {
     if (!evaluating(frame)) return begin_widened(result, frame, value, outcome);
     copy_or_null(result, present(value) ? value : outcome, value);
 }

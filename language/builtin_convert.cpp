@@ -24,8 +24,7 @@ void to_char(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *value, QV_
 
 // ToDouble( value [, places] ): a FLOAT, rounded to `places` decimals when given (as Round
 // rounds a FLOAT).
-void to_double(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *value,
-               QV_VALUE_T *places) {
+void to_double(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *value, QV_VALUE_T *places) {
     if (!begin(result, frame, QV_TYPE_FLOAT)) return;
     double x = 0;
     int64_t n = 0;

@@ -43,20 +43,20 @@ void absolute(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *x) {
     if (!begin_number(result, frame, x)) return;
     if (!present(x)) return set_null(result);
     switch (number_type(x)) {
-    case QV_TYPE_INTEGER: {
-        const int64_t v = x->payload.integer;
-        if (v == INT64_MIN) return set_null(result);
-        return store_integer(result, v < 0 ? -v : v);
-    }
-    case QV_TYPE_NUMBER:
-        if (!qv::precise::is_valid(x)) return set_null(result);
-        CopyValue_L(result, x);
-        return AbsPrecise_L(result);
-    default: {
-        double v = 0;
-        if (!read_double(x, v)) return set_null(result);
-        return store_double(result, v > 0 ? v : -v);
-    }
+        case QV_TYPE_INTEGER: {
+            const int64_t v = x->payload.integer;
+            if (v == INT64_MIN) return set_null(result);
+            return store_integer(result, v < 0 ? -v : v);
+        }
+        case QV_TYPE_NUMBER:
+            if (!qv::precise::is_valid(x)) return set_null(result);
+            CopyValue_L(result, x);
+            return AbsPrecise_L(result);
+        default: {
+            double v = 0;
+            if (!read_double(x, v)) return set_null(result);
+            return store_double(result, v > 0 ? v : -v);
+        }
     }
 }
 
@@ -64,17 +64,18 @@ void sign(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *x) {
     if (!begin(result, frame, QV_TYPE_INTEGER)) return;
     if (!present(x)) return set_null(result);
     switch (number_type(x)) {
-    case QV_TYPE_INTEGER: return store_integer(result, (x->payload.integer > 0) - (x->payload.integer < 0));
-    case QV_TYPE_NUMBER: {
-        if (!qv::precise::is_valid(x)) return set_null(result);
-        const big::Int &n = x->payload.number;
-        return store_integer(result, big::is_zero(n) ? 0 : big::is_negative(n) ? -1 : 1);
-    }
-    default: {
-        double v = 0;
-        if (!read_double(x, v) || std::isnan(v)) return set_null(result);
-        return store_integer(result, (v > 0) - (v < 0));
-    }
+        case QV_TYPE_INTEGER:
+            return store_integer(result, (x->payload.integer > 0) - (x->payload.integer < 0));
+        case QV_TYPE_NUMBER: {
+            if (!qv::precise::is_valid(x)) return set_null(result);
+            const big::Int &n = x->payload.number;
+            return store_integer(result, big::is_zero(n) ? 0 : big::is_negative(n) ? -1 : 1);
+        }
+        default: {
+            double v = 0;
+            if (!read_double(x, v) || std::isnan(v)) return set_null(result);
+            return store_integer(result, (v > 0) - (v < 0));
+        }
     }
 }
 
@@ -100,18 +101,18 @@ void whole(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *x) {
     if (!present(x)) return set_null(result);
     int64_t out = 0;
     switch (number_type(x)) {
-    case QV_TYPE_INTEGER: return store_integer(result, x->payload.integer);
-    case QV_TYPE_NUMBER:
-        if (!number_whole(x, Up, out)) return set_null(result);
-        return store_integer(result, out);
-    default: {
-        double v = 0, w = 0;
-        if (!read_double(x, v) ||
-            !checked_math([v] { return Up ? std::ceil(v) : std::floor(v); }, w) ||
-            !whole_to_integer(w, out))
-            return set_null(result);
-        return store_integer(result, out);
-    }
+        case QV_TYPE_INTEGER: return store_integer(result, x->payload.integer);
+        case QV_TYPE_NUMBER:
+            if (!number_whole(x, Up, out)) return set_null(result);
+            return store_integer(result, out);
+        default: {
+            double v = 0, w = 0;
+            if (!read_double(x, v) ||
+                !checked_math([v] { return Up ? std::ceil(v) : std::floor(v); }, w) ||
+                !whole_to_integer(w, out))
+                return set_null(result);
+            return store_integer(result, out);
+        }
     }
 }
 
@@ -238,25 +239,25 @@ void places(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *x, QV_VALUE
     int64_t n = 0;
     if (!present(x) || !optional_integer(count, 0, n)) return set_null(result);
     switch (type) {
-    case QV_TYPE_INTEGER: {
-        int64_t out = 0;
-        if (!round_integer(x->payload.integer, n, Cut, out)) return set_null(result);
-        return store_integer(result, out);
-    }
-    case QV_TYPE_NUMBER:
-        if (!Cut) {
-            if (!round_number(result, x, n)) set_null(result);
-            return;
+        case QV_TYPE_INTEGER: {
+            int64_t out = 0;
+            if (!round_integer(x->payload.integer, n, Cut, out)) return set_null(result);
+            return store_integer(result, out);
         }
-        if (!qv::precise::is_valid(x)) return set_null(result);
-        CopyValue_L(result, x);
-        TruncatePrecise_L(result, clamp32(n));
-        return;
-    default: {
-        double v = 0;
-        if (!read_double(x, v)) return set_null(result);
-        return store_double(result, round_double(v, n, Cut));
-    }
+        case QV_TYPE_NUMBER:
+            if (!Cut) {
+                if (!round_number(result, x, n)) set_null(result);
+                return;
+            }
+            if (!qv::precise::is_valid(x)) return set_null(result);
+            CopyValue_L(result, x);
+            TruncatePrecise_L(result, clamp32(n));
+            return;
+        default: {
+            double v = 0;
+            if (!read_double(x, v)) return set_null(result);
+            return store_double(result, round_double(v, n, Cut));
+        }
     }
 }
 
@@ -338,12 +339,10 @@ QV_API void BI_rand(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1,
                     QV_VALUE_T *a3, QV_VALUE_T *a4) {
     run<random_step>(result, frame, a1, a2, a3, a4);
 }
-QV_API void BI_round(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1,
-                     QV_VALUE_T *a2) {
+QV_API void BI_round(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1, QV_VALUE_T *a2) {
     run<places<false>>(result, frame, a1, a2);
 }
-QV_API void BI_trunc(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1,
-                     QV_VALUE_T *a2) {
+QV_API void BI_trunc(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1, QV_VALUE_T *a2) {
     run<places<true>>(result, frame, a1, a2);
 }
 QV_API void BI_cos(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1) {
@@ -367,8 +366,7 @@ QV_API void BI_ln(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1) {
 QV_API void BI_log(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1) {
     run<logarithm<c_log10>>(result, frame, a1);
 }
-QV_API void BI_power(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1,
-                     QV_VALUE_T *a2) {
+QV_API void BI_power(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1, QV_VALUE_T *a2) {
     run<power>(result, frame, a1, a2);
 }
 

@@ -89,8 +89,7 @@ void in_string(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s, QV_VA
 }
 
 // CountStr( string, search ): non-overlapping occurrences, as an INTEGER.
-void count_string(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s,
-                  QV_VALUE_T *search) {
+void count_string(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s, QV_VALUE_T *search) {
     if (!begin(result, frame, QV_TYPE_INTEGER)) return;
     TextArgument text, needle;
     if (!text.read(s) || !needle.read(search)) return set_null(result);
@@ -98,15 +97,14 @@ void count_string(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s,
 }
 
 // ExtractStr( string, n [, separator] ): the field number is checked before the string.
-void extract_string(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s,
-                    QV_VALUE_T *field, QV_VALUE_T *separator) {
+void extract_string(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s, QV_VALUE_T *field,
+                    QV_VALUE_T *separator) {
     if (!begin(result, frame, QV_TYPE_CHAR)) return;
     int64_t n = 0;
     TextArgument text, by;
     if (!read_integer(field, n) || n < 1 || !text.read(s)) return set_null(result);
     QV_STRING_T out{};
-    if (ExtractString_SL(text.get(), clamp32(n), by.read(separator) ? by.get() : nullptr, &out) <
-        0)
+    if (ExtractString_SL(text.get(), clamp32(n), by.read(separator) ? by.get() : nullptr, &out) < 0)
         return set_null(result);
     store_text(result, out);
 }
@@ -143,8 +141,7 @@ void translate(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s, QV_VA
     TextArgument text, old_chars, new_chars;
     if (!text.read(s) || !old_chars.read(from)) return set_null(result);
     QV_STRING_T out{};
-    Translate_SL(text.get(), old_chars.get(), new_chars.read(to) ? new_chars.get() : nullptr,
-                 &out);
+    Translate_SL(text.get(), old_chars.get(), new_chars.read(to) ? new_chars.get() : nullptr, &out);
     store_text(result, out);
 }
 
@@ -267,8 +264,7 @@ const QV_ENCODING_T *named_encoding(const QV_VALUE_T *name) {
 
 // I18NString( string [, encoding] ): the string's bytes, unchanged, taken as text in the
 // named encoding. NULL for an unknown encoding.
-void i18n_string(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s,
-                 QV_VALUE_T *encoding) {
+void i18n_string(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s, QV_VALUE_T *encoding) {
     if (!begin(result, frame, QV_TYPE_CHAR)) return;
     TextArgument text;
     const QV_ENCODING_T *target = nullptr;
@@ -304,8 +300,7 @@ QV_API void BI_substr(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a
 QV_API void BI_left(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1, QV_VALUE_T *a2) {
     run<edge<false>>(result, frame, a1, a2);
 }
-QV_API void BI_right(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1,
-                     QV_VALUE_T *a2) {
+QV_API void BI_right(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1, QV_VALUE_T *a2) {
     run<edge<true>>(result, frame, a1, a2);
 }
 QV_API void BI_length(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1) {
@@ -323,8 +318,8 @@ QV_API void BI_extract_str(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE
                            QV_VALUE_T *a2, QV_VALUE_T *a3) {
     run<extract_string>(result, frame, a1, a2, a3);
 }
-QV_API void BI_replace(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1,
-                       QV_VALUE_T *a2, QV_VALUE_T *a3) {
+QV_API void BI_replace(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1, QV_VALUE_T *a2,
+                       QV_VALUE_T *a3) {
     run<replace>(result, frame, a1, a2, a3);
 }
 QV_API void BI_translate(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1,
