@@ -110,10 +110,10 @@ class Reader {
 
     OwnedPtr number() {
         const std::size_t start = at_++;
-        while (at_ < text_.size() && (std::isalnum(static_cast<unsigned char>(text_[at_])) ||
-                                      text_[at_] == '.' ||
-                                      ((text_[at_] == '-' || text_[at_] == '+') &&
-                                       (text_[at_ - 1] == 'e' || text_[at_ - 1] == 'E'))))
+        while (at_ < text_.size() &&
+               (std::isalnum(static_cast<unsigned char>(text_[at_])) || text_[at_] == '.' ||
+                ((text_[at_] == '-' || text_[at_] == '+') &&
+                 (text_[at_ - 1] == 'e' || text_[at_ - 1] == 'E'))))
             ++at_;
         auto value = std::make_unique<Owned>();
         const std::string digits(text_.substr(start, at_ - start));
@@ -189,8 +189,12 @@ class Reader {
         std::vector<QV_VALUE_T *> pointers;
         for (OwnedPtr &argument : arguments) pointers.push_back(&argument->value);
         auto result = std::make_unique<Owned>();
-        EXP_CALL_FRAME_T frame{row, static_cast<int32_t>(pointers.size()), pointers.data(),
-                               QV_MODE_DESCRIBE, nullptr, nullptr};
+        EXP_CALL_FRAME_T frame{row,
+                               static_cast<int32_t>(pointers.size()),
+                               pointers.data(),
+                               QV_MODE_DESCRIBE,
+                               nullptr,
+                               nullptr};
         CallFunction_L(&result->value, &frame);
         if (described != nullptr) *described = result->value.descriptor.type;
         FreeValue_L(&result->value);

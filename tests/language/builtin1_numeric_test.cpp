@@ -23,8 +23,8 @@ TEST_F(Numbers, AbsKeepsTheArgumentsTypeAndTheNegativeZeroRule) {
         {"Abs(-9223372036854775807)", integer(INT64_MAX)},
         {"Abs(-9223372036854775808)", null_of(INTEGER)}, // no 64-bit absolute value
         {"Abs(-2.5)", real(2.5)},
-        {"Abs(0.0)", real(-0.0)},      // every value not above zero is negated
-        {"Abs(Abs(0.0))", real(0.0)},  // so -0.0 becomes 0.0
+        {"Abs(0.0)", real(-0.0)},     // every value not above zero is negated
+        {"Abs(Abs(0.0))", real(0.0)}, // so -0.0 becomes 0.0
         {"Abs(ToDouble('-Infinity'))", real(INFINITY)},
         {"Abs(ToNumber('-12.345', 10, 3))", is(NUMBER, "12.345")},
         {"Abs(ToNumber('0', 10, 3))", is(NUMBER, "0")},
@@ -42,8 +42,9 @@ TEST_F(Numbers, BandCountsBandsFromMin) {
         {"Band(13, 10, -1)", null_of(INTEGER)},
         {"Band(12.9, 10, 0.5)", integer(5)},
         {"Band(-1, -10, 3)", integer(3)},
-        {"Band(ToDouble('NaN'), 0, 1)", null_of(INTEGER)},         // passes both tests
-        {"Band(ToDouble('1e308'), ToDouble('-1e308'), ToDouble('1e-300'))", null_of(INTEGER)},         // beyond 64 bits
+        {"Band(ToDouble('NaN'), 0, 1)", null_of(INTEGER)}, // passes both tests
+        {"Band(ToDouble('1e308'), ToDouble('-1e308'), ToDouble('1e-300'))",
+         null_of(INTEGER)}, // beyond 64 bits
         {"Band(ToNumber('25.5', 5, 1), 0, 10)", integer(2)},
         {"Band(NULL, 0, 1)", null_of(INTEGER)},
     });
@@ -111,7 +112,7 @@ TEST_F(Numbers, MathematicalFunctionsFollowTheCLibraryAndItsErrno) {
         {"Ln", [](double x) { return std::log(x); }, true},
         {"Log", [](double x) { return std::log10(x); }, true},
     };
-    const char *arguments[] = {"0",   "0.5",   "-0.5", "1",    "2",    "3.25",      "-10",
+    const char *arguments[] = {"0",   "0.5",   "-0.5", "1",    "2",     "3.25",    "-10",
                                "100", "0.001", "710",  "-746", "1e300", "-1e-300", "12345678"};
     std::vector<Case> cases;
     for (const Function &f : functions) {
@@ -124,8 +125,8 @@ TEST_F(Numbers, MathematicalFunctionsFollowTheCLibraryAndItsErrno) {
             const std::string literal = std::strchr(argument, 'e') != nullptr
                                             ? std::string("ToDouble('") + argument + "')"
                                             : std::string(argument);
-            cases.push_back({std::string(f.name) + "(" + literal + ")",
-                             none ? null_of(FLOAT) : real(y)});
+            cases.push_back(
+                {std::string(f.name) + "(" + literal + ")", none ? null_of(FLOAT) : real(y)});
         }
     }
     check_all(cases);
@@ -213,10 +214,12 @@ TEST_F(Numbers, RoundAndTruncOnNumbers) {
         {"Round(ToNumber('-1250', 10, 0), -2)", is(NUMBER, "-1300")},
         {"Round(ToNumber('1.5', 10, 1), 5)", is(NUMBER, "1.5")},
         {"Round(ToNumber('12345', 10, 0), -80)", is(NUMBER, "0")},
-        {"Round(ToNumber('99999999999999999999999999999999999999999999999999999999999999999999999999999',"
+        {"Round(ToNumber('"
+         "99999999999999999999999999999999999999999999999999999999999999999999999999999',"
          " 77, 0), -1)",
          null_of(NUMBER)}, // 10^77 has 78 digits
-        {"Round(ToNumber('49999999999999999999999999999999999999999999999999999999999999999999999999999',"
+        {"Round(ToNumber('"
+         "49999999999999999999999999999999999999999999999999999999999999999999999999999',"
          " 77, 0), -77)",
          is(NUMBER, "0")},
         {"Trunc(ToNumber('-1.239', 10, 3), 2)", is(NUMBER, "-1.23")},
