@@ -133,8 +133,7 @@ TEST_F(Strings, EveryTextFunctionAgreesWithTheCodePointModel) {
             {call("InStr", ", 'o', 1, 2"), integer(find_nth(s, U"o", 1, 2))},
             {call("InStr", ", 'o', NULL, 3"), integer(find_nth(s, U"o", 1, 3))},
             {call("InStr", ", 'zzz'"), integer(0)},
-            {call("CountStr", ", 'e'"),
-             integer(std::count(s.begin(), s.end(), U'e'))},
+            {call("CountStr", ", 'e'"), integer(std::count(s.begin(), s.end(), U'e'))},
             {call("Replace", ", " + p + ", '<ñ>'"), text_or_null(replaced(s, part, U"<ñ>"))},
             {call("Replace", ", " + w), text_or_null(replaced(s, word, U""))},
             {call("Translate", ", 'eoé', 'EØ'"),
@@ -146,9 +145,9 @@ TEST_F(Strings, EveryTextFunctionAgreesWithTheCodePointModel) {
             {call("RTrim", ", '" + encode(s.substr(s.size() - 1)) + "'"),
              text_or_null(s.substr(0, s.size() - 1))},
             {call("Trim", ", " + w), text_or_null(s.substr(2))},
-            {call("ExtractStr", ", 2, ' '"), text_or_null(window(s, 0, -1).substr(
-                                                  s.find(U' ') + 1,
-                                                  s.find(U' ', s.find(U' ') + 1) - s.find(U' ') - 1))},
+            {call("ExtractStr", ", 2, ' '"),
+             text_or_null(window(s, 0, -1).substr(s.find(U' ') + 1, s.find(U' ', s.find(U' ') + 1) -
+                                                                        s.find(U' ') - 1))},
             {call("ExtractStr", ", 0, ' '"), null_of(CHAR)},
             {call("ExtractStr", ", 100, ' '"), null_of(CHAR)},
         });
@@ -166,7 +165,7 @@ TEST_F(Strings, WhiteSpaceSetsAndEdgesOfTheEditFunctions) {
         {"LTrim('  a b  ')", text("a b  ")},
         {"RTrim('  a b  ')", text("  a b")},
         {"Trim('xxaxx', 'x')", text("a")},
-        {"Trim('   ')", null_of(CHAR)}, // nothing left: NULL
+        {"Trim('   ')", null_of(CHAR)},             // nothing left: NULL
         {"Trim('\u3000日本\u3000')", text("日本")}, // Unicode white space
         {"Collapse('  many   inner\t\tgaps  ')", text("many inner gaps")},
         {"LPad('abc', 0)", null_of(CHAR)},
@@ -203,8 +202,9 @@ TEST_F(Strings, WhiteSpaceSetsAndEdgesOfTheEditFunctions) {
         {"InitCap('hello wORLD-wide o''neil 3rd')", text("Hello World-Wide O'Neil 3rd")},
         {"Length('')", integer(0)},
         {"Replace('abc', 'b', '→')", text("a→c")}, // ASCII text grows into UTF-8
-        {"Replace(I18NConvert('abc', 'ISO-8859-1'), 'b', '→')", text("a\x1A" "c")}, // Latin-1 cannot
-        {"Length(12.5)", integer(4)},       // the text form of a number
+        {"Replace(I18NConvert('abc', 'ISO-8859-1'), 'b', '→')", text("a\x1A"
+                                                                     "c")}, // Latin-1 cannot
+        {"Length(12.5)", integer(4)},          // the text form of a number
         {"Length('2009-04-30')", integer(29)}, // a date literal: its timestamp text form
         {"Left('2009-04-30', 4)", text("2009")},
         {"SubStr(12345, 2)", null_of(CHAR)}, // SubStr takes CHAR or CLOB only
