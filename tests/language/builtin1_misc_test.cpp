@@ -24,7 +24,7 @@ TEST_F(Misc, ChooseIfAndIfNullCopyAnArgument) {
             {"Choose(NULL, 'a')", null_of(CHAR)},
             {"Choose(15, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16)", integer(15)},
             {"Choose(16, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16)",
-             null_of(INTEGER)}, // 15 is the last honoured
+             null_of(INTEGER)},                 // 15 is the last honoured
             {"Choose(2, 'a', 2.5)", real(2.5)}, // the outcome's own type
             {"If(TRUE, 'yes', 'no')", text("yes")},
             {"If(FALSE, 'yes', 'no')", text("no")},
@@ -63,8 +63,8 @@ TEST_F(Misc, Conversions) {
         {"ToDouble('x')", null_of(FLOAT)},
         {"ToNumber('123.456', 10, 2)", is(NUMBER, "123.45")}, // cut to the scale
         {"ToNumber(2.5, 3, 1)", is(NUMBER, "2.5")},
-        {"ToNumber('12345', 4, 0)", null_of(NUMBER)},          // too many digits
-        {"ToNumber('1', 78, 0)", null_of(NUMBER)},             // no such precision
+        {"ToNumber('12345', 4, 0)", null_of(NUMBER)}, // too many digits
+        {"ToNumber('1', 78, 0)", null_of(NUMBER)},    // no such precision
         {"ToNumber('1', 5, 6)", null_of(NUMBER)},
         {"ToNumber('abc', 5, 0)", null_of(NUMBER)},
         {"ToHex(255)", text("FF")},
@@ -144,7 +144,7 @@ TEST_F(Misc, ProcessFunctions) {
         {"OpSys()", text("WIN32")},
         {"Length(OpSys())", integer(5)},
         {"Delay(0)", truth(true)},
-        {"Delay(-1)", null_of(BOOLEAN)}, // sleeps not at all
+        {"Delay(-1)", null_of(BOOLEAN)},             // sleeps not at all
         {"Delay(9223372036854775807)", truth(true)}, // past 32 bits of milliseconds: 0
         {"Delay(NULL)", null_of(BOOLEAN)},
         {"System('exit 3')", integer(3)},
