@@ -302,26 +302,41 @@ char *reusable_text(const QV_VALUE_T &dest, std::size_t size) {
     return malloc_usable_size(text) >= size ? text : nullptr;
 }
 
-// dest (a text type) holds the form's text as its own; false (dest NULL) after an
-// allocation failure whose raise returned.
-bool store_text(QV_VALUE_T &dest, TextForm &form) {
-    const std::size_t zeros = terminator_width(form.encoding());
-    if (char *text = reusable_text(dest, form.size() + zeros)) {
-        std::memcpy(text, form.data(), form.size());
-        std::memset(text + form.size(), 0, zeros);
-        dest.payload.string.encoding = form.encoding();
+// dest (a text type) holds `text` as its own: copied into dest's block when it has room,
+// else in the heap text `detach()` gives. False (dest NULL) after an allocation failure
+// whose raise returned.
+template <class Detach>
+bool store_text(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *encoding,
+                Detach detach) {
+    const std::size_t zeros = terminator_width(encoding);
+    if (char *own = reusable_text(dest, text.size() + zeros)) {
+        std::memcpy(own, text.data(), text.size());
+        std::memset(own + text.size(), 0, zeros);
+        dest.payload.string.encoding = encoding;
     } else {
-        char *copy = form.detach();
+        char *copy = detach();
         release_payload(dest);
         if (copy == nullptr) {
             dest.is_null = 1;
             return false;
         }
-        dest.payload.string = {copy, form.encoding()};
+        dest.payload.string = {copy, encoding};
         dest.owns_payload = 1;
     }
     dest.is_null = 0;
     return true;
+}
+
+// dest holds the text form of src; false (dest NULL) when src has none.
+bool store_text_form(QV_VALUE_T &dest, const QV_VALUE_T &src) {
+    char printed[kFixedTextSize];
+    const int length = print_fixed(src, printed); // the fixed-size types, without a form
+    if (length >= 0)
+        return store_text(dest, {printed, static_cast<std::size_t>(length)}, nullptr,
+                          [&] { return QV_STRNDUP(printed, length); });
+    TextForm form;
+    return form.make(src) &&
+           store_text(dest, form.view(), form.encoding(), [&] { return form.detach(); });
 }
 
 // dest borrows src's payload.
@@ -371,8 +386,7 @@ int32_t to_char(QV_VALUE_T &dest, const QV_VALUE_T &src, bool share, bool no_tru
     if (share && own_text(src, text)) {
         borrow(dest, src, 0x3);
     } else {
-        TextForm form;
-        if (!form.make(src) || !store_text(dest, form)) {
+        if (!store_text_form(dest, src)) {
             make_null(dest);
             return QV_CONVERT_OK;
         }
@@ -400,8 +414,7 @@ int32_t to_clob(QV_VALUE_T &dest, const QV_VALUE_T &src, bool share) {
         dest.is_null = 0;
         set_flags(dest, taken.descriptor.extra & 0x21);
     } else {
-        TextForm form;
-        if (!form.make(src) || !store_text(dest, form)) {
+        if (!store_text_form(dest, src)) {
             make_null(dest);
             return QV_CONVERT_OK;
         }
