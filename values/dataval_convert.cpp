@@ -142,29 +142,38 @@ void read_interval_number(const QV_INTERVAL_DS_T &interval, Reading &reading) {
 // ---- Texts for the date and interval readers ----------------------------------------------
 
 // The trimmed text form of a text value as a terminated text of its own.
-bool trimmed_text(const QV_VALUE_T &value, String &out) {
+// Reads a text value with `read(trimmed text, out)`: QV_VALUE_OK with *out set, or
+// QV_VALUE_NONE (*out unchanged).
+template <class Out, class Read>
+int32_t read_text_as(const QV_VALUE_T &value, Out *out, Read read) {
     TextForm form;
-    if (!is_one_of(type_of(value), kTextTypes) || !form.make_utf8(value)) return false;
-    out = trimmed(form.view());
-    return true;
+    if (!form.make_utf8(value)) return QV_VALUE_NONE;
+    const String text(trimmed(form.view()));
+    Out result{};
+    if (!read(text.c_str(), result)) return QV_VALUE_NONE;
+    *out = result;
+    return QV_VALUE_OK;
 }
 
-bool text_to_date(const QV_VALUE_T &value, QV_DATE_T &out) {
-    String text;
-    if (!trimmed_text(value, text)) return false;
-    return IsInternalDate_L(text.c_str(), &out, nullptr) ||
-           CharToInternalDate_L(text.c_str(), GetInternalDatetimeTZFormat_L(), nullptr, &out) == 0;
+bool text_to_date(const char *text, QV_DATE_T &out) {
+    return IsInternalDate_L(text, &out, nullptr) ||
+           CharToInternalDate_L(text, GetInternalDatetimeTZFormat_L(), nullptr, &out) == 0;
 }
 
-bool text_to_time(const QV_VALUE_T &value, QV_DATE_T &out) {
-    String text;
-    if (!trimmed_text(value, text)) return false;
-    if (CharToInternalTime_L(text.c_str(), GetInternalTimeTZFormat_L(), nullptr, &out) == 0)
-        return true;
-    if (!IsInternalDate_L(text.c_str(), &out, nullptr)) return false;
+bool text_to_time(const char *text, QV_DATE_T &out) {
+    if (CharToInternalTime_L(text, GetInternalTimeTZFormat_L(), nullptr, &out) == 0) return true;
+    if (!IsInternalDate_L(text, &out, nullptr)) return false;
     out.year = 0;
     out.month = out.day = 0;
     return true;
+}
+
+bool text_to_interval(const char *text, QV_INTERVAL_DS_T &out) {
+    return CharToInternalInterval_L(text, nullptr, nullptr, &out) == 0;
+}
+
+bool text_to_interval_ym(const char *text, QV_INTERVAL_YM_T &out) {
+    return CharToInternalIntervalYM_L(text, nullptr, nullptr, &out) == 0;
 }
 
 // A signed count of nanoseconds as a day-second interval; false beyond 2^32 days.
@@ -743,12 +752,8 @@ QV_API int32_t ValueToDateTime_L(const QV_VALUE_T *value, QV_DATE_T *out) {
         return QV_VALUE_OK;
     }
     return QV_C_ENTRY(([&] {
+        if (is_one_of(type_of(*value), kTextTypes)) return read_text_as(*value, out, text_to_date);
         QV_DATE_T date{};
-        if (is_one_of(type_of(*value), kTextTypes)) {
-            if (!text_to_date(*value, date)) return QV_VALUE_NONE;
-            *out = date;
-            return QV_VALUE_OK;
-        }
         Reading reading;
         read_plain_number(*value, true, reading);
         double day = 0;
@@ -778,12 +783,8 @@ QV_API int32_t ValueToTime_L(const QV_VALUE_T *value, QV_DATE_T *out) {
         return QV_VALUE_OK;
     }
     return QV_C_ENTRY(([&] {
+        if (is_one_of(type_of(*value), kTextTypes)) return read_text_as(*value, out, text_to_time);
         QV_DATE_T time{};
-        if (is_one_of(type_of(*value), kTextTypes)) {
-            if (!text_to_time(*value, time)) return QV_VALUE_NONE;
-            *out = time;
-            return QV_VALUE_OK;
-        }
         Reading reading;
         read_plain_number(*value, true, reading);
         Int128 nanoseconds = 0;
@@ -807,15 +808,9 @@ QV_API int32_t ValueToInterval_L(const QV_VALUE_T *value, QV_INTERVAL_DS_T *out)
         return QV_VALUE_OK;
     }
     return QV_C_ENTRY(([&] {
+        if (is_one_of(type_of(*value), kTextTypes))
+            return read_text_as(*value, out, text_to_interval);
         QV_INTERVAL_DS_T interval{};
-        if (is_one_of(type_of(*value), kTextTypes)) {
-            qv::String text;
-            if (!trimmed_text(*value, text) ||
-                CharToInternalInterval_L(text.c_str(), nullptr, nullptr, &interval) != 0)
-                return QV_VALUE_NONE;
-            *out = interval;
-            return QV_VALUE_OK;
-        }
         Reading reading;
         read_plain_number(*value, true, reading);
         Int128 nanoseconds = 0;
@@ -838,15 +833,9 @@ QV_API int32_t ValueToIntervalYM_L(const QV_VALUE_T *value, QV_INTERVAL_YM_T *ou
         return QV_VALUE_OK;
     }
     return QV_C_ENTRY(([&] {
+        if (is_one_of(type_of(*value), kTextTypes))
+            return read_text_as(*value, out, text_to_interval_ym);
         QV_INTERVAL_YM_T interval{};
-        if (is_one_of(type_of(*value), kTextTypes)) {
-            qv::String text;
-            if (!trimmed_text(*value, text) ||
-                CharToInternalIntervalYM_L(text.c_str(), nullptr, nullptr, &interval) != 0)
-                return QV_VALUE_NONE;
-            *out = interval;
-            return QV_VALUE_OK;
-        }
         int64_t months = 0;
         if (!is_one_of(type_of(*value), kNumberTypes) ||
             ValueToInteger_L(value, &months) != QV_VALUE_OK ||
