@@ -7,6 +7,7 @@
 // Each loop walks 1024 generated values. Conversions write into one destination value, as
 // the evaluator converts row after row into its result slot.
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 #include <time.h>
 #include <zlib.h>
 
@@ -116,6 +117,29 @@ void BM_ToChars_Integer(benchmark::State &state) {
     }
 }
 BENCHMARK(BM_ToChars_Integer);
+
+// The same work as the conversion's: the digits copied into a heap text that is kept and
+// reused while it has room.
+void BM_ToChars_IntegerIntoHeapText(benchmark::State &state) {
+    std::vector<int64_t> all = integers();
+    char *text = static_cast<char *>(std::malloc(8));
+    std::size_t i = 0;
+    for (auto _ : state) {
+        char digits[24];
+        const auto length = static_cast<std::size_t>(
+            std::to_chars(digits, digits + 23, all[i++ % kCount]).ptr - digits);
+        if (malloc_usable_size(text) < length + 1) {
+            std::free(text);
+            text = static_cast<char *>(std::malloc(length + 1));
+        }
+        std::memcpy(text, digits, length);
+        text[length] = '\0';
+        benchmark::DoNotOptimize(text);
+        benchmark::ClobberMemory();
+    }
+    std::free(text);
+}
+BENCHMARK(BM_ToChars_IntegerIntoHeapText);
 
 // ---- FLOAT to CHAR --------------------------------------------------------------------------
 
