@@ -140,7 +140,15 @@ TEST(Record, FileBackedLargeObjects) {
     EXPECT_NE(access(path.c_str(), F_OK), 0) << "the owner deletes it";
     EXPECT_EQ(shown(copy), "content of the file");
 
-    // A BLOB whose file is gone has no bytes.
+    // A BLOB of an empty file has no bytes; one whose file is gone has no value.
+    write_file(directory / "empty", "");
+    const std::string empty_path = (directory / "empty").string();
+    Value empty(QV_TYPE_BLOB);
+    empty.is_null = 0;
+    empty.descriptor.extra = QV_VALUE_IN_FILE;
+    empty.payload.binary.bytes =
+        reinterpret_cast<uint8_t *>(const_cast<char *>(empty_path.c_str()));
+    EXPECT_EQ(shown(empty), "");
     Value gone(QV_TYPE_BLOB);
     gone.is_null = 0;
     gone.descriptor.extra = QV_VALUE_IN_FILE;
