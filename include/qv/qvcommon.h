@@ -19,6 +19,7 @@
 #include "precise.h"
 #include "date.h"
 #include "interval.h"
+#include "dataval.h"
 #include "qvstring.h"
 #include "encoding.h"
 #include "textutil.h"
