@@ -442,6 +442,16 @@ TEST_F(VariableTest, AllocationFailuresLeaveArraysAsTheyWere) {
         TestFailAllocation_L(0);
         NewVariableArray_L("x");
     });
+
+    TerminateAndFreeVariables_L();
+    raised = qvtest::fail_each_allocation(
+        [] {
+            InitialiseVariables_L();
+            EXPECT_NE(GetGlobalVariables_L(), nullptr);
+        },
+        [] { TerminateVariables_L(); });
+    EXPECT_EQ(raised.size(), 3u) << "array, name, stack";
+    EXPECT_EQ(GetVariableStructure_L(nullptr), 1);
 }
 
 TEST_F(VariableTest, NullArgumentsDoNothing) {
