@@ -24,5 +24,7 @@
 #include "encoding.h"
 #include "textutil.h"
 #include "qvstrlib.h"
+#include "qvvar.h"
+#include "builtin.h"
 
 #endif
