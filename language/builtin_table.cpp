@@ -303,8 +303,9 @@ QV_API const ExpFunction *Get_DummyBuiltInFns_L(void) {
 }
 
 QV_API void BI_exit(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *code) {
+    const int32_t status = exit_code(code); // read before the result, which may be the argument
     if (result == nullptr || !exit_result(result, frame)) return;
-    except_raise(STATUS_RAISED, QV_MODULE, __LINE__, EXC_RAISE, exit_code(code), "exit_code");
+    except_raise(STATUS_RAISED, QV_MODULE, __LINE__, EXC_RAISE, status, "exit_code");
 }
 
 QV_API void BI_dummy_exit(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *) {

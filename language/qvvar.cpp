@@ -118,7 +118,10 @@ void read_literal(const char *text, QV_VALUE_T *value) {
         SetTextValue_L(value, inner.c_str(), nullptr);
         return;
     }
-    if (StricmpUTF8_L(text, "NULL") == 0) return; // an untyped NULL
+    if (StricmpUTF8_L(text, "NULL") == 0) {
+        FreeValue_L(value); // an untyped NULL
+        return;
+    }
     if (StricmpUTF8_L(text, "TRUE") == 0 || StricmpUTF8_L(text, "FALSE") == 0) {
         SetBooleanValue_L(value, StricmpUTF8_L(text, "TRUE") == 0);
         return;
@@ -138,9 +141,10 @@ void read_literal(const char *text, QV_VALUE_T *value) {
 }
 
 bool is_text(const QV_VALUE_T &value) {
-    return (value.descriptor.type & (QV_TYPE_CHAR | QV_TYPE_CLOB)) != 0 &&
-           (value.descriptor.type & ~(QV_TYPE_CHAR | QV_TYPE_CLOB)) == 0;
+    return value.descriptor.type == QV_TYPE_CHAR || value.descriptor.type == QV_TYPE_CLOB;
 }
+
+using ArrayOwner = std::unique_ptr<VARIABLE_ARRAY_T, decltype(&FreeVariableArray_L)>;
 
 } // namespace
 
@@ -150,14 +154,9 @@ extern "C" {
 
 QV_API void InitialiseVariables_L(void) {
     if (global_array != nullptr) return;
-    VARIABLE_ARRAY_T *global = NewVariableArray_L("Global");
-    if (global == nullptr) return;
-    if (PushVariableArray_L(global) == nullptr || scopes.count == 0 ||
-        scopes.arrays[scopes.count - 1] != global) {
-        FreeVariableArray_L(global);
-        return;
-    }
-    global_array = global;
+    ArrayOwner global(NewVariableArray_L("Global"), FreeVariableArray_L);
+    if (global == nullptr || PushVariableArray_L(global.get()) == nullptr) return;
+    global_array = global.release();
 }
 
 QV_API void TerminateVariables_L(void) {

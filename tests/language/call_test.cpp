@@ -126,6 +126,7 @@ TEST(Dispatcher, RefusesFramesItCannotCall) {
         {"form A above 16", &result, &seventeen, 1, given, true},
         {"form A without limit", &result, &unlimited, 1, given, true},
         {"more arguments than the maximum", &result, &two, 3, given, true},
+        {"a count of INT32_MAX", &result, &two, INT32_MAX, given, true},
         {"a count without arguments", &result, &two, 1, nullptr, true},
     };
     for (const Case &c : cases) {
@@ -225,6 +226,8 @@ TEST_F(CallTest, DescribedOrDummyExitSetsItsResultAndEndsNothing) {
         EXPECT_EQ(result->is_null, 0);
         EXPECT_EQ(result->payload.boolean, 1);
     }
+    EXPECT_EQ(call_exit(Get_BuiltInFns_L(), code.get(), code.get()), STATUS_RAISED);
+    EXPECT_EQ(Exc_Status, 3) << "the argument is read before the result, its alias, is set";
     BI_exit(nullptr, nullptr, nullptr); // nothing to set, nothing raised
     Value result;
     BI_exit(result.get(), nullptr, code.get()); // no frame: described
