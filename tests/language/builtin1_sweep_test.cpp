@@ -46,8 +46,7 @@ std::vector<Extreme> extremes() {
         {"empty text", [](QV_VALUE_T *v) { SetTextValue_L(v, "", nullptr); }},
         {"1 MB text", [](QV_VALUE_T *v) { SetTextValue_L(v, megabyte.c_str(), nullptr); }},
         {"invalid UTF-8", [](QV_VALUE_T *v) { SetTextValue_L(v, "\xff\xfe\xc3(\x80", nullptr); }},
-        {"Latin-1 text",
-         [](QV_VALUE_T *v) { SetTextValue_L(v, "\xe9t\xe9", Latin1Encoding_L()); }},
+        {"Latin-1 text", [](QV_VALUE_T *v) { SetTextValue_L(v, "\xe9t\xe9", Latin1Encoding_L()); }},
         {"UTF-16 text",
          [](QV_VALUE_T *v) {
              const char16_t text[] = u"\xfeff-12x";
@@ -101,8 +100,8 @@ void ordinary(QV_VALUE_T *v, uint32_t mask) {
 }
 
 // Calls the row with `count` arguments made by `make`, described then evaluated.
-void call(const ExpFunction &row, uint32_t count, const std::function<void(uint32_t, QV_VALUE_T *)> &make,
-          const std::string &what) {
+void call(const ExpFunction &row, uint32_t count,
+          const std::function<void(uint32_t, QV_VALUE_T *)> &make, const std::string &what) {
     std::vector<Owned> arguments(count);
     std::vector<QV_VALUE_T *> pointers;
     for (uint32_t i = 0; i < count; ++i) {
@@ -110,8 +109,8 @@ void call(const ExpFunction &row, uint32_t count, const std::function<void(uint3
         pointers.push_back(&arguments[i].value);
     }
     Owned result;
-    EXP_CALL_FRAME_T frame{&row, static_cast<int32_t>(count), pointers.data(), QV_MODE_DESCRIBE,
-                           nullptr, nullptr};
+    EXP_CALL_FRAME_T frame{
+        &row, static_cast<int32_t>(count), pointers.data(), QV_MODE_DESCRIBE, nullptr, nullptr};
     ASSERT_EQ(CallFunction_L(&result.value, &frame), 0) << what;
     frame.mode = QV_MODE_EVALUATE;
     const char *raised = qvtest::raised_by([&] { CallFunction_L(&result.value, &frame); });
@@ -134,19 +133,21 @@ TEST_F(Sweep, EveryPositionTakesEveryExtremeValue) {
             return mask;
         };
         // The fewest arguments, all ordinary.
-        call(*row, row->min_args, [&](uint32_t i, QV_VALUE_T *v) { ordinary(v, mask_of(i)); },
-             std::string(row->name) + " with its fewest arguments");
+        call(
+            *row, row->min_args, [&](uint32_t i, QV_VALUE_T *v) { ordinary(v, mask_of(i)); },
+            std::string(row->name) + " with its fewest arguments");
         for (uint32_t position = 0; position < positions; ++position) {
             for (const Extreme &extreme : values) {
-                call(*row, positions,
-                     [&](uint32_t i, QV_VALUE_T *v) {
-                         if (i == position)
-                             extreme.make(v);
-                         else
-                             ordinary(v, mask_of(i));
-                     },
-                     std::string(row->name) + " position " + std::to_string(position + 1) +
-                         ": " + extreme.what);
+                call(
+                    *row, positions,
+                    [&](uint32_t i, QV_VALUE_T *v) {
+                        if (i == position)
+                            extreme.make(v);
+                        else
+                            ordinary(v, mask_of(i));
+                    },
+                    std::string(row->name) + " position " + std::to_string(position + 1) + ": " +
+                        extreme.what);
                 ++calls;
             }
         }

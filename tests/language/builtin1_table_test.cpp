@@ -28,7 +28,15 @@ const Row rows[] = {
     {"Band", "Band( number, min, grain )", 2003, 1, 3, 3, 2, {N, N, N}, false},
     {"Ceil", "Ceil( number )", 2004, 1, 1, 1, 2, {N}, false},
     {"Char", "Char( number )", 2005, 2, 1, 1, 2, {N}, false},
-    {"Choose", "Choose( index, outcome1 [, outcome2 ... ] )", 2006, 4, 2, MANY, ANB, {N, ANY}, true},
+    {"Choose",
+     "Choose( index, outcome1 [, outcome2 ... ] )",
+     2006,
+     4,
+     2,
+     MANY,
+     ANB,
+     {N, ANY},
+     true},
     {"Collapse", "Collapse( string )", 2015, 2, 1, 1, 1, {S}, false},
     {"Concat", "Concat( value [, value ... ] )", 2007, 2, 1, MANY, 1, {ANY}, true},
     {"ConcatSep", "ConcatSep( string, value [, value ... ] )", 2008, 2, 2, MANY, 1, {S, ANY}, true},
@@ -43,7 +51,15 @@ const Row rows[] = {
     {"If", "If( value, TRUE outcome, FALSE outcome )", 2029, 4, 3, 3, 0, {ANY, ANY, ANY}, false},
     {"IfNull", "IfNull( value, NULL outcome )", 2030, 4, 2, 2, 0, {ANY, ANY}, false},
     {"Initcap", "InitCap( string )", 2031, 2, 1, 1, 1, {S}, false},
-    {"InStr", "InStr( string, string [, number [, number]] )", 2032, 2, 2, 4, 2, {S, S, N, N}, false},
+    {"InStr",
+     "InStr( string, string [, number [, number]] )",
+     2032,
+     2,
+     2,
+     4,
+     2,
+     {S, S, N, N},
+     false},
     {"IsAlpha", "IsAlpha( string )", 2033, 2, 1, 1, 16, {S}, false},
     {"IsAlphanumeric", "IsAlphaNumeric( string )", 2034, 2, 1, 1, 16, {S}, false},
     {"IsDigit", "IsDigit( string )", 2035, 2, 1, 1, 16, {S}, false},
@@ -96,7 +112,15 @@ const Row rows[] = {
     {"ArraySearch", "ArraySearch( array, value, sorted )", 2092, 9, 2, 3, 2, {256, ANB, 16}, false},
     {"ArraySort", "ArraySort( array )", 2093, 9, 1, 1, 2, {256}, false},
     {"ToHex", "ToHex( value )", 2094, 5, 1, 1, 1, {ANY}, false},
-    {"ArrayModifyItem", "ArrayModifyItem( array, index, value )", 2096, 9, 3, 3, 2, {256, 2, ANY}, false},
+    {"ArrayModifyItem",
+     "ArrayModifyItem( array, index, value )",
+     2096,
+     9,
+     3,
+     3,
+     2,
+     {256, 2, ANY},
+     false},
     {"UUID", "UUID()", 3006, 9, 0, 0, 1, {}, false},
 };
 
@@ -142,8 +166,12 @@ TEST(BuiltInRows, DescribedTypesFallWithinTheResultMasks) {
             pointers.push_back(&arguments[i].value);
         }
         qvtest::builtin1::Owned result;
-        EXP_CALL_FRAME_T frame{row, static_cast<int32_t>(pointers.size()), pointers.data(),
-                               QV_MODE_DESCRIBE, nullptr, nullptr};
+        EXP_CALL_FRAME_T frame{row,
+                               static_cast<int32_t>(pointers.size()),
+                               pointers.data(),
+                               QV_MODE_DESCRIBE,
+                               nullptr,
+                               nullptr};
         ASSERT_EQ(CallFunction_L(&result.value, &frame), 0);
         const uint32_t type = result.value.descriptor.type;
         EXPECT_NE(type, 0u);
