@@ -2,12 +2,11 @@
 //
 // A form-A handler of maximum count N is called with N argument pointers. The 17 call
 // shapes (N = 0..16) are made by one template and kept in a table indexed by N, so a call
-// costs the checks of the frame, one indexed load and two indirect calls. A frame that gives
-// fewer arguments than N is padded with null pointers in a local array; the evaluator's
-// frames, which hold N pointers already, are passed as they are.
+// costs the checks of the frame, one indexed load and two indirect calls. Each shape passes
+// the given arguments and a null pointer for every position past the count, without
+// reading the frame's array there: a frame may hold just the arguments given.
 #define QV_MODULE "builtin"
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <utility>
@@ -17,23 +16,25 @@
 namespace {
 
 using Arguments = QV_VALUE_T *const *;
-using Caller = void (*)(EXP_HANDLER_T, QV_VALUE_T *, EXP_CALL_FRAME_T *, Arguments);
+using Caller = void (*)(EXP_HANDLER_T, QV_VALUE_T *, EXP_CALL_FRAME_T *, Arguments, uint32_t);
 
 template <std::size_t>
 using ArgumentPointer = QV_VALUE_T *;
 
-// Calls `handler` as handler(result, frame, arguments[0], ..., arguments[N - 1]).
+// Calls `handler` as handler(result, frame, argument 1, ..., argument N), position i
+// getting arguments[i] when i < given and null otherwise.
 template <std::size_t... Position>
 void call_form_a(EXP_HANDLER_T handler, QV_VALUE_T *result, EXP_CALL_FRAME_T *frame,
-                 Arguments arguments, std::index_sequence<Position...>) {
+                 Arguments arguments, uint32_t given, std::index_sequence<Position...>) {
     using Handler = void (*)(QV_VALUE_T *, EXP_CALL_FRAME_T *, ArgumentPointer<Position>...);
-    reinterpret_cast<Handler>(handler)(result, frame, arguments[Position]...);
+    reinterpret_cast<Handler>(handler)(result, frame,
+                                       (Position < given ? arguments[Position] : nullptr)...);
 }
 
 template <std::size_t N>
 void call_with(EXP_HANDLER_T handler, QV_VALUE_T *result, EXP_CALL_FRAME_T *frame,
-               Arguments arguments) {
-    call_form_a(handler, result, frame, arguments, std::make_index_sequence<N>{});
+               Arguments arguments, uint32_t given) {
+    call_form_a(handler, result, frame, arguments, given, std::make_index_sequence<N>{});
 }
 
 template <std::size_t... N>
@@ -57,18 +58,10 @@ QV_API int32_t CallFunction_L(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame) {
         return 0;
     }
     const uint32_t maximum = function.max_args;
-    const int32_t count = frame->argument_count;
-    if (maximum > QV_MAX_ARGUMENTS || (count > 0 && static_cast<uint32_t>(count) > maximum) ||
-        (count > 0 && frame->arguments == nullptr))
+    const uint32_t given = frame->argument_count > 0 ? frame->argument_count : 0;
+    if (maximum > QV_MAX_ARGUMENTS || given > maximum || (given > 0 && frame->arguments == nullptr))
         return -1;
-    const Caller caller = form_a_callers[maximum];
-    if (count >= 0 && static_cast<uint32_t>(count) == maximum) {
-        caller(function.handler, result, frame, frame->arguments);
-        return 0;
-    }
-    QV_VALUE_T *padded[QV_MAX_ARGUMENTS] = {};
-    if (count > 0) std::copy_n(frame->arguments, count, padded);
-    caller(function.handler, result, frame, padded);
+    form_a_callers[maximum](function.handler, result, frame, frame->arguments, given);
     return 0;
 }
 

@@ -238,6 +238,11 @@ QV_API VARIABLE_T *CreateVariable_L(VARIABLE_ARRAY_T *array, const char *name, u
     if (name == nullptr) return nullptr;
     Variable variable = new_variable(name);
     if (variable == nullptr) return nullptr;
+    if (type == 0 && initial != nullptr) { // the initial value's type, also when it is NULL
+        type = initial->descriptor.type;
+        precision = initial->descriptor.precision;
+        scale = initial->descriptor.scale;
+    }
     SetValueTypePrecScale_L(&variable->value, type, precision, scale);
     FreeValue_L(&variable->value); // a NULL of the type
     if (initial != nullptr) ConvertValue_L(&variable->value, initial, 0, 0);
@@ -435,12 +440,14 @@ QV_API void ReportAllVariables_L(uint8_t global_only) {
 QV_API QV_ID_T *SetID_L(QV_ID_T *id, const char *name, const char *second, const char *third) {
     if (id == nullptr) return nullptr;
     FreeID_L(id);
+    // Emptied again unless all three are copied, also when a raise passes.
+    std::unique_ptr<QV_ID_T, decltype(&FreeID_L)> partial(id, FreeID_L);
     auto copy = [](const char *text, char *&part) {
         return text == nullptr || (part = QV_STRDUP(text)) != nullptr;
     };
-    if (copy(name, id->name) && copy(second, id->second) && copy(third, id->third)) return id;
-    FreeID_L(id);
-    return nullptr;
+    if (!copy(name, id->name) || !copy(second, id->second) || !copy(third, id->third))
+        return nullptr;
+    return partial.release();
 }
 
 QV_API void FreeID_L(QV_ID_T *id) {

@@ -3,6 +3,7 @@
 // change merging as a table, copies, reports, the registry-like store's three outcomes,
 // allocation failures and bad input.
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -81,16 +82,13 @@ TEST_F(VariableTest, PoppingFromTheMiddleKeepsTheOthersInOrder) {
 TEST_F(VariableTest, The101stPushGrowsTheStackAndKeepsEveryEntry) {
     std::vector<VARIABLE_ARRAY_T *> pushed = stack(); // "Global"
     auto push = [&] {
-        VARIABLE_ARRAY_T *array = NewVariableArray_L(std::to_string(pushed.size()).c_str());
+        std::unique_ptr<VARIABLE_ARRAY_T, decltype(&FreeVariableArray_L)> array(
+            NewVariableArray_L(std::to_string(pushed.size()).c_str()), FreeVariableArray_L);
         TestFailAllocation_L(0); // only a push that must grow allocates
-        if (PushVariableArray_L(array) == nullptr) {
-            TestFailAllocation_L(-1);
-            FreeVariableArray_L(array);
-            return false;
-        }
+        const bool done = PushVariableArray_L(array.get()) != nullptr;
         TestFailAllocation_L(-1);
-        pushed.push_back(array);
-        return true;
+        if (done) pushed.push_back(array.release());
+        return done;
     };
     while (pushed.size() < 100) ASSERT_TRUE(push()) << pushed.size();
     EXPECT_EQ(raised_by([&] { EXPECT_FALSE(push()); }), ALLOC_FAILURE) << "the 101st grows";

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -77,7 +78,9 @@ void expect_matches(const EXP_FUNCTION_STRUCT_T &functions, const std::vector<Le
         ASSERT_EQ(declared[i]->record, &records[i]) << i;
         ASSERT_EQ(records[i].number, top[i].second) << i;
     }
-    if (records != nullptr) EXPECT_TRUE(all_zero(records[count])) << "terminator";
+    if (records != nullptr) {
+        EXPECT_TRUE(all_zero(records[count])) << "terminator";
+    }
 }
 
 TEST_F(RegistryTest, RandomSequencesKeepRecordsAtTheirIndexAndTheTerminatorZero) {
@@ -93,8 +96,11 @@ TEST_F(RegistryTest, RandomSequencesKeepRecordsAtTheirIndexAndTheTerminatorZero)
             EXP_USER_FUNCTION_T *function = NewFunction("f", "owner", nullptr, 7);
             ASSERT_NE(function, nullptr);
             EXPECT_EQ(functions.validated, 0);
-            for (auto &[earlier, id] : top)
-                if (was_validated) EXPECT_EQ(earlier->body, nullptr) << "script kept";
+            for (auto &[earlier, id] : top) {
+                if (was_validated) {
+                    EXPECT_EQ(earlier->body, nullptr) << "script kept";
+                }
+            }
             EXPECT_STREQ(function->id.second, "owner");
             EXPECT_EQ(function->flag, 7);
             EXPECT_STREQ(function->parameters->name, "f");
@@ -151,6 +157,7 @@ TEST_F(RegistryTest, TerminatingFreesEveryLevelAndTwiceDoesNoHarm) {
     TerminateFunctions_L(); // the default struct: no files, no arrays, an empty stack
     Set_Function_Struct_L(&functions);
     TerminateFunctions_L();
+    Set_Function_Struct_L(&functions);
     InitialiseFunctions_L(); // starts afresh
     EXPECT_EQ(functions.depth, 1);
 }
