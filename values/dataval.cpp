@@ -342,11 +342,9 @@ QV_API QV_VALUE_T *CopyValue_L(QV_VALUE_T *dest, const QV_VALUE_T *src) {
         return dest;
     }
     if (contains(*dest, src)) { // src would go with dest's block: copy from a stand-in
-        QV_VALUE_T original = *src;
-        const_cast<QV_VALUE_T *>(src)->owns_payload = 0;
+        HeldValue original(*src);
         FreeValue_L(dest);
-        copy_value(*dest, original);
-        release_payload(original);
+        copy_value(*dest, *original);
         return dest;
     }
     FreeValue_L(dest);
@@ -372,20 +370,17 @@ QV_API int32_t AppendArrayValue_L(QV_VALUE_T *value, const QV_VALUE_T *item) {
     if (value == nullptr) return -1;
     const int64_t count = array_count(*value);
     if (count >= kMaxArrayCount) return -1;
-    QV_VALUE_T copy{};
+    HeldValue copy;
     if (item == nullptr)
-        copy.is_null = 1;
-    else if (!copy_value(copy, *item)) // first: item may be in the block that moves
+        copy->is_null = 1;
+    else if (!copy_value(*copy, *item)) // first: item may be in the block that moves
         return -1;
-    if (!resize_array(*value, count + 1)) {
-        release_payload(copy);
-        return -1;
-    }
-    value->payload.array[count + 1] = copy;
+    if (!resize_array(*value, count + 1)) return -1;
+    value->payload.array[count + 1] = copy.take();
     return 0;
 }
 
-QV_API int32_t DeleteArrayItem_L(QV_VALUE_T *value, int64_t index) {
+QV_API int32_t DeleteArrayValue_L(QV_VALUE_T *value, int64_t index) {
     if (value == nullptr || index < 0 || index >= array_count(*value)) return -1;
     if (!value->owns_payload && !resize_array(*value, array_count(*value))) return -1;
     QV_VALUE_T *block = value->payload.array;

@@ -56,6 +56,31 @@ void release_payload(QV_VALUE_T &value);
 // release_payload, then the value is NULL of the same type.
 void make_null(QV_VALUE_T &value);
 
+// A value record that frees what it owns when it goes, also when a raise passes.
+class HeldValue {
+  public:
+    HeldValue() : value_{} {}
+    // Takes over what `source` owns (source then only borrows it): the stand-in for a source
+    // that would go with the destination it is converted into.
+    explicit HeldValue(const QV_VALUE_T &source) : value_(source) {
+        const_cast<QV_VALUE_T &>(source).owns_payload = 0;
+    }
+    HeldValue(const HeldValue &) = delete;
+    HeldValue &operator=(const HeldValue &) = delete;
+    ~HeldValue() { release_payload(value_); }
+    QV_VALUE_T &operator*() { return value_; }
+    QV_VALUE_T *operator->() { return &value_; }
+    // Hands the record over; nothing is left to free.
+    QV_VALUE_T take() {
+        QV_VALUE_T value = value_;
+        value_ = {};
+        return value;
+    }
+
+  private:
+    QV_VALUE_T value_;
+};
+
 // dest becomes a deep copy of src (dest must own nothing). False after an allocation failure
 // whose raise returned; dest is then NULL.
 bool copy_value(QV_VALUE_T &dest, const QV_VALUE_T &src);

@@ -358,8 +358,12 @@ int32_t step_value(QV_VALUE_T *value, int64_t step) {
     if (is_null(value)) return -1;
     QV_VALUE_T &v = *value;
     switch (type_of(v)) {
-        case QV_TYPE_INTEGER:
-            return __builtin_add_overflow(v.payload.integer, step, &v.payload.integer) ? -1 : 0;
+        case QV_TYPE_INTEGER: {
+            int64_t sum = 0;
+            if (__builtin_add_overflow(v.payload.integer, step, &sum)) return -1;
+            v.payload.integer = sum;
+            return 0;
+        }
         case QV_TYPE_FLOAT: v.payload.real += static_cast<double>(step); return 0;
         case QV_TYPE_NUMBER: {
             QV_PRECISE_T one, sum = v;

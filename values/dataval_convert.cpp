@@ -388,16 +388,17 @@ int32_t to_clob(QV_VALUE_T &dest, const QV_VALUE_T &src, bool share) {
     if (share && text_source) {
         borrow(dest, src, 0x21);
     } else if (text_source) {
-        QV_VALUE_T copy;
-        release_payload(dest);
-        if (!copy_value(copy, src) || copy.is_null) {
+        HeldValue copy;
+        if (!copy_value(*copy, src) || copy->is_null) {
             make_null(dest);
             return QV_CONVERT_OK;
         }
-        dest.payload = copy.payload;
-        dest.owns_payload = copy.owns_payload;
+        release_payload(dest);
+        const QV_VALUE_T taken = copy.take();
+        dest.payload = taken.payload;
+        dest.owns_payload = taken.owns_payload;
         dest.is_null = 0;
-        set_flags(dest, copy.descriptor.extra & 0x21);
+        set_flags(dest, taken.descriptor.extra & 0x21);
     } else {
         TextForm form;
         if (!form.make(src) || !store_text(dest, form)) {
@@ -463,14 +464,10 @@ int32_t to_blob(QV_VALUE_T &dest, const QV_VALUE_T &src, bool share) {
 
 int32_t to_array(QV_VALUE_T &dest, const QV_VALUE_T &src, bool share) {
     if (type_of(src) != QV_TYPE_ARRAY) {
-        QV_VALUE_T copy;
-        if (!copy_value(copy, src)) return QV_CONVERT_OK;
+        HeldValue copy;
+        if (!copy_value(*copy, src)) return QV_CONVERT_OK;
         make_null(dest);
-        if (!resize_array(dest, 1)) {
-            release_payload(copy);
-            return QV_CONVERT_OK;
-        }
-        dest.payload.array[1] = copy;
+        if (resize_array(dest, 1)) dest.payload.array[1] = copy.take();
         return QV_CONVERT_OK;
     }
     const int64_t count = array_count(src);
@@ -563,13 +560,8 @@ QV_API int32_t ConvertValue_L(QV_VALUE_T *dest, const QV_VALUE_T *src, uint8_t s
         if (!contains(*dest, src)) return convert(*dest, *src, share != 0, no_truncate != 0);
         // src is dest, or goes with dest's array: convert from a stand-in that owns its
         // payload, without sharing, so that dest keeps nothing of it.
-        QV_VALUE_T original = *src;
-        const_cast<QV_VALUE_T *>(src)->owns_payload = 0;
-        struct Release {
-            QV_VALUE_T &value;
-            ~Release() { release_payload(value); }
-        } release{original};
-        return convert(*dest, original, false, no_truncate != 0);
+        HeldValue original(*src);
+        return convert(*dest, *original, false, no_truncate != 0);
     }));
 }
 
@@ -659,6 +651,10 @@ QV_API int32_t ValueToNumber_L(const QV_VALUE_T *value, QV_PRECISE_T *number) {
             read_number(*value, false, reading);
             if (fixed)
                 NewPrecise_L(&result, number->descriptor.precision, number->descriptor.scale);
+            if (fixed && reading.kind == Reading::Kind::kReal) { // rounded, not truncated
+                if (DoubleToPrecise_L(&result, reading.real) == 0) return QV_VALUE_OK;
+                return std::isfinite(reading.real) ? QV_VALUE_TOO_LARGE : QV_VALUE_NONE;
+            }
             QV_PRECISE_T exact;
             if (!reading_to_number(reading, exact))
                 return reading.kind == Reading::Kind::kReal && std::isfinite(reading.real)

@@ -53,8 +53,9 @@
  *                   day number
  *   to FLOAT        INTEGER, NUMBER, BOOLEAN; DATE its Julian day with the time of day as
  *                   the fraction
- *   to NUMBER       INTEGER exactly, FLOAT through its 15 significant digits, BOOLEAN 1/0,
- *                   truncated to the target's scale
+ *   to NUMBER       INTEGER exactly, FLOAT through its 15 significant digits (rounded half
+ *                   away from zero at the target's scale), BOOLEAN 1/0; the rest truncated
+ *                   to the target's scale
  *   to BOOLEAN      numbers: zero is false, anything else (NaN included) true
  *   to DATE         from INTEGER, FLOAT, NUMBER as a Julian day (the fraction is the time of
  *                   day); from either zone type the fields as they stand, the zone dropped
@@ -245,7 +246,7 @@ QV_API int32_t ModifyArray_L(QV_VALUE_T *value, int64_t count);
  * an ARRAY as in ModifyArray_L. item may be an element of the array. Returns 0 or -1. */
 QV_API int32_t AppendArrayValue_L(QV_VALUE_T *value, const QV_VALUE_T *item);
 /* Frees element `index` and closes the gap. Returns 0, -1 when out of range. */
-QV_API int32_t DeleteArrayItem_L(QV_VALUE_T *value, int64_t index);
+QV_API int32_t DeleteArrayValue_L(QV_VALUE_T *value, int64_t index);
 
 /* ---- Dates ----------------------------------------------------------------------------- */
 
