@@ -10,6 +10,7 @@
 // masks, so that lookups, condition arguments and counts cost what they will.
 #include <benchmark/benchmark.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 #include "language/express.hpp"
@@ -55,7 +56,9 @@ const char *const expressions[] = {
 constexpr int32_t mask = EXP_MASK_EXPRESSION | EXP_MASK_CONDITION;
 
 void label(benchmark::State &state) {
-    state.SetLabel("E" + std::to_string(state.range(0) + 1));
+    char name[8];
+    std::snprintf(name, sizeof name, "E%d", static_cast<int>(state.range(0) + 1));
+    state.SetLabel(name);
 }
 
 void BM_Parse_Expression_L(benchmark::State &state) {
