@@ -12,7 +12,8 @@
 
 // Resizes `block` of `count` elements to `count + added`; null after a raise (the block is
 // then unchanged). Raises ALLOC_FAILURE with the caller's module and line.
-#define QV_GROW(block, count, added) ::qv::grow_block((block), (count), (added), QV_MODULE, __LINE__)
+#define QV_GROW(block, count, added)                                                               \
+    ::qv::grow_block((block), (count), (added), QV_MODULE, __LINE__)
 
 namespace qv {
 

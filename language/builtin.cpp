@@ -48,7 +48,8 @@ static_assert(sizeof(void *) != 8 ||
               "name, usage, number, handler, category, maximum, minimum, result, 16 masks, "
               "repeat, six texts, three words");
 static_assert(offsetof(EXP_CALL_FRAME_T, function) == 0 &&
-                  offsetof(EXP_CALL_FRAME_T, argument_count) < offsetof(EXP_CALL_FRAME_T, arguments) &&
+                  offsetof(EXP_CALL_FRAME_T, argument_count) <
+                      offsetof(EXP_CALL_FRAME_T, arguments) &&
                   offsetof(EXP_CALL_FRAME_T, arguments) < offsetof(EXP_CALL_FRAME_T, mode) &&
                   offsetof(EXP_CALL_FRAME_T, mode) < offsetof(EXP_CALL_FRAME_T, argument_slots),
               "record, count, arguments, mode, then the evaluator's fields");
@@ -334,11 +335,12 @@ QV_API void FreeExpFunction(ExpFunction *record) {
 
 QV_API int32_t FreeFunctionScripts(void) {
     int32_t result = 0;
-    qv::guarded("FreeFunctionScripts", QV_MODULE, __LINE__, [] { free_scripts(); },
-                [&](const char *raised) {
-                    result = -1;
-                    if (raised != GENERAL_ERROR) QV_RERAISE();
-                });
+    qv::guarded(
+        "FreeFunctionScripts", QV_MODULE, __LINE__, [] { free_scripts(); },
+        [&](const char *raised) {
+            result = -1;
+            if (raised != GENERAL_ERROR) QV_RERAISE();
+        });
     return result;
 }
 

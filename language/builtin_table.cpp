@@ -87,16 +87,16 @@ int32_t code_from_number(const QV_VALUE_T &number) {
 int32_t exit_code(const QV_VALUE_T *code) {
     if (code == nullptr || code->is_null) return 0;
     switch (code->descriptor.type) {
-    case QV_TYPE_INTEGER: return clamped(code->payload.integer);
-    case QV_TYPE_FLOAT: {
-        double real = code->payload.real;
-        if (std::isnan(real)) return 0;
-        return static_cast<int32_t>(std::clamp<double>(std::trunc(real), INT32_MIN, INT32_MAX));
-    }
-    case QV_TYPE_NUMBER: return code_from_number(*code);
-    case QV_TYPE_BOOLEAN: return code->payload.boolean != 0;
-    case QV_TYPE_CHAR: return code_from_text(code->payload.string);
-    default: return 0;
+        case QV_TYPE_INTEGER: return clamped(code->payload.integer);
+        case QV_TYPE_FLOAT: {
+            double real = code->payload.real;
+            if (std::isnan(real)) return 0;
+            return static_cast<int32_t>(std::clamp<double>(std::trunc(real), INT32_MIN, INT32_MAX));
+        }
+        case QV_TYPE_NUMBER: return code_from_number(*code);
+        case QV_TYPE_BOOLEAN: return code->payload.boolean != 0;
+        case QV_TYPE_CHAR: return code_from_text(code->payload.string);
+        default: return 0;
     }
 }
 
@@ -126,8 +126,9 @@ QV_API const ExpFunction *Get_DummyBuiltInFns_L(void) {
 }
 
 QV_API void BI_exit(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *code) {
+    const int32_t status = exit_code(code); // read before the result, which may be the argument
     if (result == nullptr || !exit_result(result, frame)) return;
-    except_raise(STATUS_RAISED, QV_MODULE, __LINE__, EXC_RAISE, exit_code(code), "exit_code");
+    except_raise(STATUS_RAISED, QV_MODULE, __LINE__, EXC_RAISE, status, "exit_code");
 }
 
 QV_API void BI_dummy_exit(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *) {

@@ -34,11 +34,12 @@ static_assert(std::is_standard_layout_v<VARIABLE_T> && std::is_trivially_copyabl
 static_assert(std::is_standard_layout_v<VARIABLE_ARRAY_T> &&
               std::is_trivially_copyable_v<VARIABLE_ARRAY_T>);
 static_assert(std::is_standard_layout_v<QV_ID_T> && std::is_trivially_copyable_v<QV_ID_T>);
-static_assert(offsetof(VARIABLE_T, owner) == 0 && offsetof(VARIABLE_T, name) < offsetof(VARIABLE_T, value) &&
-              offsetof(VARIABLE_T, value) < offsetof(VARIABLE_T, read_only) &&
-              offsetof(VARIABLE_T, merged) == offsetof(VARIABLE_T, read_only) + 4 &&
-              offsetof(VARIABLE_T, expression) < offsetof(VARIABLE_T, script) &&
-              offsetof(VARIABLE_T, script) < offsetof(VARIABLE_T, message_handle),
+static_assert(offsetof(VARIABLE_T, owner) == 0 &&
+                  offsetof(VARIABLE_T, name) < offsetof(VARIABLE_T, value) &&
+                  offsetof(VARIABLE_T, value) < offsetof(VARIABLE_T, read_only) &&
+                  offsetof(VARIABLE_T, merged) == offsetof(VARIABLE_T, read_only) + 4 &&
+                  offsetof(VARIABLE_T, expression) < offsetof(VARIABLE_T, script) &&
+                  offsetof(VARIABLE_T, script) < offsetof(VARIABLE_T, message_handle),
               "owner, name, value, five flags, expression, script, message handle");
 
 namespace {
@@ -117,7 +118,10 @@ void read_literal(const char *text, QV_VALUE_T *value) {
         SetTextValue_L(value, inner.c_str(), nullptr);
         return;
     }
-    if (StricmpUTF8_L(text, "NULL") == 0) return; // an untyped NULL
+    if (StricmpUTF8_L(text, "NULL") == 0) {
+        FreeValue_L(value); // an untyped NULL
+        return;
+    }
     if (StricmpUTF8_L(text, "TRUE") == 0 || StricmpUTF8_L(text, "FALSE") == 0) {
         SetBooleanValue_L(value, StricmpUTF8_L(text, "TRUE") == 0);
         return;
@@ -137,9 +141,10 @@ void read_literal(const char *text, QV_VALUE_T *value) {
 }
 
 bool is_text(const QV_VALUE_T &value) {
-    return (value.descriptor.type & (QV_TYPE_CHAR | QV_TYPE_CLOB)) != 0 &&
-           (value.descriptor.type & ~(QV_TYPE_CHAR | QV_TYPE_CLOB)) == 0;
+    return value.descriptor.type == QV_TYPE_CHAR || value.descriptor.type == QV_TYPE_CLOB;
 }
+
+using ArrayOwner = std::unique_ptr<VARIABLE_ARRAY_T, decltype(&FreeVariableArray_L)>;
 
 } // namespace
 
@@ -149,14 +154,9 @@ extern "C" {
 
 QV_API void InitialiseVariables_L(void) {
     if (global_array != nullptr) return;
-    VARIABLE_ARRAY_T *global = NewVariableArray_L("Global");
-    if (global == nullptr) return;
-    if (PushVariableArray_L(global) == nullptr || scopes.count == 0 ||
-        scopes.arrays[scopes.count - 1] != global) {
-        FreeVariableArray_L(global);
-        return;
-    }
-    global_array = global;
+    ArrayOwner global(NewVariableArray_L("Global"), FreeVariableArray_L);
+    if (global == nullptr || PushVariableArray_L(global.get()) == nullptr) return;
+    global_array = global.release();
 }
 
 QV_API void TerminateVariables_L(void) {
@@ -423,8 +423,8 @@ QV_API void ReportVariable_L(const VARIABLE_T *variable) {
     const bool named = owner != nullptr && owner->name != nullptr;
     qv::HeapText text(ValueToChar_L(&variable->value));
     const bool quoted = text != nullptr && is_text(variable->value);
-    Feedback_L(X_Variable_FL, quoted ? "%s%s%U = '%U'" : "%s%s%U = %U",
-               named ? owner->name : "", named ? "." : "", variable->name, text.get());
+    Feedback_L(X_Variable_FL, quoted ? "%s%s%U = '%U'" : "%s%s%U = %U", named ? owner->name : "",
+               named ? "." : "", variable->name, text.get());
 }
 
 QV_API void ReportAllVariables_L(uint8_t global_only) {
@@ -468,11 +468,11 @@ QV_API char *Get_Registry_L(uintptr_t root_key, const char *key_path, const char
         qv::RegistryValue found =
             qv::read_registry_value(root, key_path, value_name == nullptr ? "" : value_name);
         switch (found.outcome) {
-        case qv::RegistryOutcome::text:
-            if (found.text.size() >= qv::registry_buffer_size) return nullptr;
-            return QV_STRNDUP(found.text.data(), found.text.size());
-        case qv::RegistryOutcome::other: return QV_STRDUP(QV_REGISTRY_EXISTS);
-        default: return nullptr;
+            case qv::RegistryOutcome::text:
+                if (found.text.size() >= qv::registry_buffer_size) return nullptr;
+                return QV_STRNDUP(found.text.data(), found.text.size());
+            case qv::RegistryOutcome::other: return QV_STRDUP(QV_REGISTRY_EXISTS);
+            default: return nullptr;
         }
     });
 }

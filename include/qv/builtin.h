@@ -114,7 +114,7 @@ QV_EXTERN_C_BEGIN
 #define QV_MASK_DATE (QV_TYPE_DATE | QV_TYPE_DATE_TZ)                     /* 65544 */
 /* Any value: every type but LIST and POINTER, 130975. */
 #define QV_MASK_ANY                                                                                \
-    (QV_TYPE_CHAR | QV_TYPE_INTEGER | QV_TYPE_FLOAT | QV_TYPE_DATE | QV_TYPE_BOOLEAN |              \
+    (QV_TYPE_CHAR | QV_TYPE_INTEGER | QV_TYPE_FLOAT | QV_TYPE_DATE | QV_TYPE_BOOLEAN |             \
      QV_TYPE_NUMBER | QV_TYPE_ARRAY | QV_TYPE_BINARY | QV_TYPE_CLOB | QV_TYPE_BLOB |               \
      QV_TYPE_INTERVAL_DS | QV_TYPE_INTERVAL_YM | QV_TYPE_TIME | QV_TYPE_TIME_TZ | QV_TYPE_DATE_TZ)
 #define QV_MASK_ANY_BUT_ARRAY (QV_MASK_ANY & ~QV_TYPE_ARRAY) /* 130719 */
@@ -145,18 +145,18 @@ typedef void (*EXP_FORM_B_HANDLER_T)(QV_VALUE_T *result, struct EXP_CALL_FRAME_T
 
 /* The function record. */
 typedef struct ExpFunction {
-    const char *name;     /* script name; owned by a user-defined function's record */
-    const char *usage;    /* usage line; likewise */
-    int32_t number;       /* function number */
-    EXP_HANDLER_T handler;
-    int32_t category;     /* QV_CATEGORY_... */
-    uint32_t max_args;    /* QV_UNLIMITED_ARGUMENTS: no limit */
-    uint32_t min_args;
-    uint32_t result_type; /* type mask; 0: as the value returned */
+    const char *name;      /* script name; owned by a user-defined function's record */
+    const char *usage;     /* usage line; likewise */
+    int32_t number;        /* function number */
+    EXP_HANDLER_T handler; /* null for a user-defined function */
+    int32_t category;      /* QV_CATEGORY_... */
+    uint32_t max_args;     /* QV_UNLIMITED_ARGUMENTS: no limit */
+    uint32_t min_args;     /* fewest arguments */
+    uint32_t result_type;  /* type mask; 0: as the value returned */
     uint32_t arg_types[QV_MAX_ARGUMENTS]; /* type mask of argument positions 1..16 */
-    uint8_t repeat;       /* the last mask repeats; form B */
-    char *texts[6];       /* owned texts of a user-defined function, set by the script layer */
-    uint32_t words[3];    /* the script layer's; 0 in the constant tables */
+    uint8_t repeat;                       /* the last mask repeats; form B */
+    char *texts[6];    /* owned texts of a user-defined function, set by the script layer */
+    uint32_t words[3]; /* the script layer's; 0 in the constant tables */
 } ExpFunction;
 
 /* The call frame, owned by the caller of a handler. */
@@ -184,18 +184,18 @@ typedef struct EXP_EXTRA_T {
 
 /* A user-defined function. */
 typedef struct EXP_USER_FUNCTION_T {
-    QV_ID_T id;                    /* name and two further parts (SetID_L) */
-    uint8_t flag;                  /* given to NewFunction, kept as it is */
-    VARIABLE_ARRAY_T *parameters;  /* named after the function */
-    QV_VALUE_T *parameter_values;  /* owned: one value per parameter, or null */
-    VARIABLE_ARRAY_T *locals;      /* or null */
-    char *text1;                   /* owned texts of the script layer */
-    struct EXPRESSION_T *body;     /* the function's script, or null */
-    char *text2[2];
-    ExpFunction *record;           /* its record in the current function array */
-    char *text3;
-    int32_t extra_count;
-    EXP_EXTRA_T **extras;          /* owned: extra_count owned blocks */
+    QV_ID_T id;                   /* name and two further parts (SetID_L) */
+    uint8_t flag;                 /* given to NewFunction, kept as it is */
+    VARIABLE_ARRAY_T *parameters; /* named after the function */
+    QV_VALUE_T *parameter_values; /* owned: one value per parameter, or null */
+    VARIABLE_ARRAY_T *locals;     /* or null */
+    char *text1;                  /* owned texts of the script layer */
+    struct EXPRESSION_T *body;    /* the function's script, or null */
+    char *text2[2];               /* owned texts */
+    ExpFunction *record;          /* its record in the current function array */
+    char *text3;                  /* an owned text */
+    int32_t extra_count;          /* blocks in extras */
+    EXP_EXTRA_T **extras;         /* owned: extra_count owned blocks */
 } EXP_USER_FUNCTION_T;
 
 /* One level of user-defined functions and libraries. */

@@ -72,8 +72,9 @@ TEST(Dispatcher, FormAGetsEveryGivenArgumentThenNullsUpToItsMaximum) {
             std::array<QV_VALUE_T *, QV_MAX_ARGUMENTS> given;
             given.fill(&poison);
             for (uint32_t i = 0; i < count; ++i) given[i] = &values[i];
-            EXP_CALL_FRAME_T frame{&record, static_cast<int32_t>(count), given.data(),
-                                   QV_MODE_EVALUATE, nullptr, nullptr};
+            EXP_CALL_FRAME_T frame{&record,      static_cast<int32_t>(count),
+                                   given.data(), QV_MODE_EVALUATE,
+                                   nullptr,      nullptr};
             const int calls = seen.calls;
             ASSERT_EQ(CallFunction_L(&result, &frame), 0);
             ASSERT_EQ(seen.calls, calls + 1);
@@ -92,7 +93,8 @@ TEST(Dispatcher, FormBGetsTheResultAndTheFrameWhateverTheCount) {
     QV_VALUE_T *given[20] = {};
     std::fill(std::begin(given), std::end(given), &value);
     for (uint32_t maximum : {0u, 1u, 16u, 17u, QV_UNLIMITED_ARGUMENTS}) {
-        ExpFunction record = record_of(maximum, reinterpret_cast<EXP_HANDLER_T>(form_b_recorder), 1);
+        ExpFunction record =
+            record_of(maximum, reinterpret_cast<EXP_HANDLER_T>(form_b_recorder), 1);
         EXP_CALL_FRAME_T frame{&record, 20, given, QV_MODE_DESCRIBE, nullptr, nullptr};
         ASSERT_EQ(CallFunction_L(&result, &frame), 0);
         EXPECT_EQ(seen.result, &result);
@@ -124,6 +126,7 @@ TEST(Dispatcher, RefusesFramesItCannotCall) {
         {"form A above 16", &result, &seventeen, 1, given, true},
         {"form A without limit", &result, &unlimited, 1, given, true},
         {"more arguments than the maximum", &result, &two, 3, given, true},
+        {"a count of INT32_MAX", &result, &two, INT32_MAX, given, true},
         {"a count without arguments", &result, &two, 1, nullptr, true},
     };
     for (const Case &c : cases) {
@@ -223,6 +226,8 @@ TEST_F(CallTest, DescribedOrDummyExitSetsItsResultAndEndsNothing) {
         EXPECT_EQ(result->is_null, 0);
         EXPECT_EQ(result->payload.boolean, 1);
     }
+    EXPECT_EQ(call_exit(Get_BuiltInFns_L(), code.get(), code.get()), STATUS_RAISED);
+    EXPECT_EQ(Exc_Status, 3) << "the argument is read before the result, its alias, is set";
     BI_exit(nullptr, nullptr, nullptr); // nothing to set, nothing raised
     Value result;
     BI_exit(result.get(), nullptr, code.get()); // no frame: described
@@ -249,8 +254,8 @@ TEST(BuiltInTable, EveryRowIsWellFormedAndTheTableEndsWithAZeroRow) {
         EXPECT_TRUE(names.insert(lowered).second) << "names are unique without case";
         EXPECT_TRUE(numbers.insert(row->number).second || row->number == 2068);
         const int32_t n = row->number;
-        EXPECT_TRUE(n == QV_FUNCTION_EXIT || (n >= 2001 && n <= 2099) || n == 3004 ||
-                    n == 3006 || (n >= 5000 && n <= 5009));
+        EXPECT_TRUE(n == QV_FUNCTION_EXIT || (n >= 2001 && n <= 2099) || n == 3004 || n == 3006 ||
+                    (n >= 5000 && n <= 5009));
         ASSERT_NE(row->usage, nullptr);
         EXPECT_EQ(strncasecmp(row->usage, row->name, name.size()), 0) << row->usage;
         EXPECT_EQ(row->usage[name.size()], '(') << row->usage;

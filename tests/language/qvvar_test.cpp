@@ -55,6 +55,10 @@ TEST_F(VariableTest, TheInnermostArrayWinsAndGlobalFirstLooksThereFirst) {
     EXPECT_EQ(FindVariable_L("äRGER", 0), accented);
     EXPECT_EQ(FindVariableOnArray_L(inner, "arger"), nullptr);
 
+    // Names that are not valid UTF-8 are found by their bytes.
+    VARIABLE_T *invalid = integer_variable(inner, "\xff\xfe", 5);
+    EXPECT_EQ(FindVariable_L("\xff\xfe", 0), invalid);
+
     EXPECT_EQ(DeleteVariableFromArrays_L(nullptr, 0, "X"), 3) << "every x on the stack";
     EXPECT_EQ(FindVariable_L("x", 0), nullptr);
     EXPECT_EQ(global->count, 0);
@@ -138,6 +142,8 @@ TEST_F(VariableTest, SetVariableReadsLiteralsAndCreatesOnGlobal) {
         EXPECT_EQ(text_of(&variable->value), c.value) << (c.text ? c.text : "null");
     }
     EXPECT_STREQ(Msgbuf8, "kept") << "failed recognitions leave the last-error text alone";
+    const std::string megabyte(1 << 20, 'm');
+    EXPECT_EQ(text_of(&SetVariable_L("big", megabyte.c_str(), 0)->value), megabyte);
     EXPECT_EQ(SetVariable_L(nullptr, "1", 0), nullptr);
 }
 
@@ -355,14 +361,18 @@ TEST_F(VariableTest, TheRegistryStoreGivesTextExistsOrNull) {
                        "\"Log Dir\" = expand_sz:\"$HOME/a = b\"\n"
                        "Retries = dword:3\n"
                        "@ = sz:default\n"
-                       "Long = sz:" + std::string(4095, 'x') + "\n"
-                       "TooLong = sz:" + std::string(4096, 'x') + "\n"
-                       "[hkcu/Software//Quillon/]\n"
-                       "User = SZ:me\n"
-                       "Blob = binary:01 02\n"
-                       "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillon\\Paths]\n"
-                       "InstallDir = sz:second\n"
-                       "Later = sz:found in a reopened key\n");
+                       "Long = sz:" +
+                           std::string(4095, 'x') +
+                           "\n"
+                           "TooLong = sz:" +
+                           std::string(4096, 'x') +
+                           "\n"
+                           "[hkcu/Software//Quillon/]\n"
+                           "User = SZ:me\n"
+                           "Blob = binary:01 02\n"
+                           "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillon\\Paths]\n"
+                           "InstallDir = sz:second\n"
+                           "Later = sz:found in a reopened key\n");
     qvtest::ScopedEnvironment store("QV_REGISTRY_FILE", (directory / "registry.txt").c_str());
     const uintptr_t machine = QV_HKEY_LOCAL_MACHINE, user = QV_HKEY_CURRENT_USER;
     struct Case {
@@ -438,6 +448,16 @@ TEST_F(VariableTest, AllocationFailuresLeaveArraysAsTheyWere) {
         TestFailAllocation_L(0);
         NewVariableArray_L("x");
     });
+
+    TerminateAndFreeVariables_L();
+    raised = qvtest::fail_each_allocation(
+        [] {
+            InitialiseVariables_L();
+            EXPECT_NE(GetGlobalVariables_L(), nullptr);
+        },
+        [] { TerminateVariables_L(); });
+    EXPECT_EQ(raised.size(), 3u) << "array, name, stack";
+    EXPECT_EQ(GetVariableStructure_L(nullptr), 1);
 }
 
 TEST_F(VariableTest, NullArgumentsDoNothing) {

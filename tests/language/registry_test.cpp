@@ -261,8 +261,8 @@ TEST_F(RegistryTest, LibrariesLoadFromATestLibraryAndUnloadWhenCleared) {
     void *module = LoadLib(backslashed.c_str());
     ASSERT_NE(module, nullptr) << dlerror();
     EXPECT_EQ(GetFuncAddr(module, "no_such_entry"), nullptr);
-    auto table_of = reinterpret_cast<const ExpFunction *(*)()>(
-        GetFuncAddr(module, "plugin_function_table"));
+    auto table_of =
+        reinterpret_cast<const ExpFunction *(*)()>(GetFuncAddr(module, "plugin_function_table"));
     ASSERT_NE(table_of, nullptr);
 
     // Its table serves calls like the built-in one.
@@ -318,15 +318,14 @@ TEST_F(RegistryTest, AllocationFailuresLeaveTheRegistryAsItWas) {
     InitialiseFunctions_L();
     for (int32_t id = 1; id <= 3; ++id) fill(NewFunction("f", nullptr, nullptr, 0), id);
     std::vector<std::pair<EXP_USER_FUNCTION_T *, int32_t>> level;
-    for (int32_t i = 0; i < 3; ++i)
-        level.emplace_back(Get_UserFunctions(nullptr)[i], i + 1);
+    for (int32_t i = 0; i < 3; ++i) level.emplace_back(Get_UserFunctions(nullptr)[i], i + 1);
     EXP_USER_FUNCTION_T *made = nullptr;
-    auto raised = qvtest::fail_each_allocation(
-        [&] { made = NewFunction("name", "second", "third", 1); },
-        [&] {
-            made = nullptr;
-            expect_matches(functions, {level});
-        });
+    auto raised =
+        qvtest::fail_each_allocation([&] { made = NewFunction("name", "second", "third", 1); },
+                                     [&] {
+                                         made = nullptr;
+                                         expect_matches(functions, {level});
+                                     });
     EXPECT_EQ(raised.size(), 8u) << "record, three texts, parameter array and name, two blocks";
     EXPECT_THAT(raised, ::testing::Each(ALLOC_FAILURE));
     ASSERT_NE(made, nullptr);

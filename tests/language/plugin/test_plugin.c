@@ -22,13 +22,25 @@ static void count_given(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame) {
 }
 
 static const ExpFunction plugin_functions[] = {
-    {.name = "Twice", .usage = "Twice( integer )", .number = 9001,
-     .handler = QV_EXP_HANDLER(twice), .category = QV_CATEGORY_NUMERIC, .max_args = 1,
-     .min_args = 1, .result_type = QV_TYPE_INTEGER, .arg_types = {QV_TYPE_INTEGER}},
-    {.name = "CountGiven", .usage = "CountGiven( value [, value ... ] )", .number = 9002,
-     .handler = QV_EXP_HANDLER(count_given), .category = QV_CATEGORY_MISCELLANEOUS,
-     .max_args = QV_UNLIMITED_ARGUMENTS, .min_args = 0, .result_type = QV_TYPE_INTEGER,
-     .arg_types = {QV_MASK_ANY}, .repeat = 1},
+    {.name = "Twice",
+     .usage = "Twice( integer )",
+     .number = 9001,
+     .handler = QV_EXP_HANDLER(twice),
+     .category = QV_CATEGORY_NUMERIC,
+     .max_args = 1,
+     .min_args = 1,
+     .result_type = QV_TYPE_INTEGER,
+     .arg_types = {QV_TYPE_INTEGER}},
+    {.name = "CountGiven",
+     .usage = "CountGiven( value [, value ... ] )",
+     .number = 9002,
+     .handler = QV_EXP_HANDLER(count_given),
+     .category = QV_CATEGORY_MISCELLANEOUS,
+     .max_args = QV_UNLIMITED_ARGUMENTS,
+     .min_args = 0,
+     .result_type = QV_TYPE_INTEGER,
+     .arg_types = {QV_MASK_ANY},
+     .repeat = 1},
     {0}, /* the terminator */
 };
 
