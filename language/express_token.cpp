@@ -380,20 +380,8 @@ int32_t Parser::next_token(int32_t mask, Token &token) {
 // '...' with '' for a quote: a date when the text is a date literal, else a CHAR.
 int32_t Parser::quoted_literal(Token &token) {
     NamePart body;
-    body.quoted = true;
-    body.quote = '\'';
-    body.begin = at_ + 1;
-    for (std::size_t p = body.begin;;) {
-        const std::size_t quote = text_.find('\'', p);
-        if (quote == std::string_view::npos) return fail(QV_MSG_QUOTE_NOT_CLOSED, at_, {"'"});
-        if (quote + 1 < text_.size() && text_[quote + 1] == '\'') {
-            ++body.doubled;
-            p = quote + 2;
-            continue;
-        }
-        body.end = quote;
-        break;
-    }
+    if (!dataline::closed_part(text_, at_ + 1, '\'', body))
+        return fail(QV_MSG_QUOTE_NOT_CLOSED, at_, {"'"});
     const std::size_t size = body.size();
     auto *text = static_cast<char *>(QV_MALLOC(size + 1));
     if (text == nullptr) return allocation_failed();
@@ -492,21 +480,9 @@ int32_t Parser::variable(Token &token, bool braces) {
     NamePart name;
     std::size_t end;
     if (braces) {
-        name.quoted = true;
-        name.quote = '}';
-        name.begin = at_ + 2;
-        for (std::size_t p = name.begin;;) {
-            const std::size_t close = text_.find('}', p);
-            if (close == std::string_view::npos) return fail(QV_MSG_BRACE_NOT_CLOSED, start, {"}"});
-            if (close + 1 < text_.size() && text_[close + 1] == '}') {
-                ++name.doubled;
-                p = close + 2;
-                continue;
-            }
-            name.end = close;
-            end = close + 1;
-            break;
-        }
+        if (!dataline::closed_part(text_, at_ + 2, '}', name))
+            return fail(QV_MSG_BRACE_NOT_CLOSED, start, {"}"});
+        end = name.end + 1;
     } else {
         name.begin = at_ + 1;
         name.end = end = dataline::bare_part_end(text_, name.begin, QV_NAME_CLASS_EXPRESSION);
