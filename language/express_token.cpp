@@ -217,19 +217,6 @@ bool needs_quotes(std::string_view text, const NamePart &part) {
 
 constexpr const char *placeholder_text = "?";
 
-// Unary minus folded into a literal: false for a literal that is not a number.
-bool negate_number(QV_VALUE_T &value) {
-    switch (value.descriptor.type) {
-        case QV_TYPE_INTEGER: // two's complement, as the evaluator negates
-            value.payload.integer =
-                static_cast<int64_t>(uint64_t{0} - static_cast<uint64_t>(value.payload.integer));
-            return true;
-        case QV_TYPE_FLOAT: value.payload.real = -value.payload.real; return true;
-        case QV_TYPE_NUMBER: ReversePreciseSign_L(&value); return true;
-        default: return false;
-    }
-}
-
 int32_t parenthesis_depth = 0;
 
 } // namespace
@@ -245,7 +232,15 @@ const EXP_TOKEN_T *null_row() {
 }
 
 bool negate_literal(QV_VALUE_T &value) {
-    return negate_number(value);
+    switch (value.descriptor.type) {
+        case QV_TYPE_INTEGER: // two's complement, as the evaluator negates
+            value.payload.integer =
+                static_cast<int64_t>(uint64_t{0} - static_cast<uint64_t>(value.payload.integer));
+            return true;
+        case QV_TYPE_FLOAT: value.payload.real = -value.payload.real; return true;
+        case QV_TYPE_NUMBER: ReversePreciseSign_L(&value); return true;
+        default: return false;
+    }
 }
 
 Parser::Parser(std::string_view text, const ExpFunction *const *tables, int32_t table_count,
