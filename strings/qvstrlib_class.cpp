@@ -171,7 +171,7 @@ NumberKind number_kind(At at, int32_t n, const Separators &sep) {
 }
 
 template <class Body>
-auto with_code_points(const View &v, Body body) -> decltype(body([](int32_t) { return 0; }, 0)) {
+auto with_code_points(const View &v, Body body) {
     if (ascii_bytes(v))
         return body(
             [&](int32_t i) { return static_cast<int32_t>(static_cast<uint8_t>(v.text[i])); },
@@ -229,7 +229,7 @@ void map_code_points(QV_STRING_T *s, Map map) {
         int32_t mapped = map(i, cps.data[i]);
         if (mapped != cps.data[i] && can_encode(v.encoding, mapped)) cps.data[i] = mapped;
     }
-    store_code_points(s, cps.data, cps.count);
+    store_code_points(s, cps.data.get(), cps.count);
 }
 
 // ASCII bytes mapped in place while they last; true when the whole text was done.
