@@ -25,6 +25,7 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <csignal>
@@ -42,6 +43,7 @@
 #include "qv/alloc.h"
 #include "qv/feedback.h"
 #include "qv/platform.h"
+#include "strings/utf.hpp"
 
 // Exported through their declarations in feedback.h.
 extern "C" {
@@ -453,41 +455,26 @@ const char *kind_word(char kind) {
     }
 }
 
-// Length of the valid UTF-8 sequence at the start of `text` (1 to 4), or 0 when invalid.
-std::size_t utf8_sequence_length(std::string_view text) {
-    auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    unsigned char lead = byte(0);
-    std::size_t length = lead < 0x80                    ? 1
-                         : lead >= 0xC2 && lead <= 0xDF ? 2
-                         : lead >= 0xE0 && lead <= 0xEF ? 3
-                         : lead >= 0xF0 && lead <= 0xF4 ? 4
-                                                        : 0;
-    if (length == 0 || length > text.size()) return 0;
-    for (std::size_t i = 1; i < length; ++i)
-        if ((byte(i) & 0xC0) != 0x80) return 0;
-    if ((lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xED && byte(1) > 0x9F) ||
-        (lead == 0xF0 && byte(1) < 0x90) || (lead == 0xF4 && byte(1) > 0x8F))
-        return 0;
-    return length;
-}
-
-// The name as it may stand in a file name: control characters, invalid UTF-8 and the
-// characters that paths or shells treat specially become '_'.
+// The name as it may stand in a file name: control characters (C0, DEL and C1), invalid
+// UTF-8 (a '_' per byte) and the characters that paths or shells treat specially become '_'.
 std::string printable_name(const char *name) {
     std::string out;
     std::string_view rest(name ? name : "");
     while (!rest.empty()) {
-        std::size_t length = utf8_sequence_length(rest);
-        unsigned char c = static_cast<unsigned char>(rest.front());
-        bool replace = length == 0 ||
-                       (length == 1 && (c < 0x20 || c == 0x7F || std::strchr("/\\:*?\"<>|", c)));
-        if (replace) {
+        int32_t c = 0;
+        const auto length = static_cast<std::size_t>(qv::utf::decode_utf8(
+            rest.data(), static_cast<int32_t>(std::min<std::size_t>(rest.size(), 4)), c, -1));
+        if (c < 0) {
             out.push_back('_');
             rest.remove_prefix(1);
-        } else {
-            out.append(rest.substr(0, length));
-            rest.remove_prefix(length);
+            continue;
         }
+        const bool control = c < 0x20 || (c >= 0x7F && c <= 0x9F);
+        if (control || (c < 0x80 && std::strchr("/\\:*?\"<>|", c) != nullptr))
+            out.push_back('_');
+        else
+            out.append(rest.substr(0, length));
+        rest.remove_prefix(length);
     }
     return out;
 }
