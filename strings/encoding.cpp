@@ -19,6 +19,7 @@
 // text (not as a character) and otherwise the platform's order; texts written in them are
 // in the platform's order without a mark, so texts the library builds never carry one.
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <bit>
 #include <cstdlib>
@@ -57,6 +58,7 @@ struct DescriptorHolder {
     qv::String name;
     qv::String icu_name;
     QV_ENCODING_T descriptor{};
+    bool stateful = false;
     bool has_byte_table = false;
     qv::SingleByteTable byte_table{};
 };
@@ -159,6 +161,22 @@ void fill_byte_table(UConverter *converter, qv::SingleByteTable &table) {
                                              -1) == table.code_points.end();
 }
 
+// Encodings whose bytes mean different characters after a shift or escape sequence.
+bool is_stateful(UConverterType type) {
+    switch (type) {
+        case UCNV_EBCDIC_STATEFUL:
+        case UCNV_ISO_2022:
+        case UCNV_HZ:
+        case UCNV_SCSU:
+        case UCNV_ISCII:
+        case UCNV_UTF7:
+        case UCNV_BOCU1:
+        case UCNV_IMAP_MAILBOX:
+        case UCNV_COMPOUND_TEXT: return true;
+        default: return type >= UCNV_LMBCS_1 && type <= UCNV_LMBCS_LAST;
+    }
+}
+
 void make_descriptor(DescriptorHolder &holder, UConverter *converter) {
     QV_ENCODING_T &d = holder.descriptor;
     d.name = holder.name.c_str();
@@ -168,6 +186,7 @@ void make_descriptor(DescriptorHolder &holder, UConverter *converter) {
     d.terminator_width = terminator_width_of(ucnv_getType(converter));
     d.ascii_compatible = ascii_round_trips(converter) ? 1 : 0;
     d.utf8_direct = (holder.icu_name == "UTF-8" || holder.icu_name == "US-ASCII") ? 1 : 0;
+    holder.stateful = is_stateful(ucnv_getType(converter));
     holder.has_byte_table = d.min_bytes == 1 && d.max_bytes == 1 && d.terminator_width == 1;
     if (holder.has_byte_table) fill_byte_table(converter, holder.byte_table);
 }
@@ -262,6 +281,21 @@ const QV_ENCODING_T *ordered(int32_t width, bool little) {
     return well_known(slots[width == 4][little], names[width == 4][little]);
 }
 
+// The byte-order marks of UTF-16 (width 2) and UTF-32 (width 4), big- and little-endian.
+constexpr char byte_order_marks[2][2][4] = {{{'\xFE', '\xFF'}, {'\xFF', '\xFE'}},
+                                            {{0, 0, '\xFE', '\xFF'}, {'\xFF', '\xFE', 0, 0}}};
+
+const char *mark_of(int32_t width, bool little) {
+    return byte_order_marks[width == 4][little];
+}
+
+// The order of the mark that `text` starts with: 1 little-endian, 0 big-endian, -1 none.
+int mark_order(const char *text, int32_t length, int32_t width) {
+    for (bool little : {false, true})
+        if (length >= width && std::memcmp(text, mark_of(width, little), width) == 0) return little;
+    return -1;
+}
+
 // A text to read: in a generic marked encoding, the mark chooses the byte order and is
 // skipped. `encoding` is null when the ordered descriptor could not be made.
 struct Source {
@@ -274,12 +308,9 @@ Source resolve_source(const QV_ENCODING_T *encoding, const char *text, int32_t l
     const Kind kind = kind_of(encoding);
     if (kind != Kind::utf16 && kind != Kind::utf32) return {encoding, text, length};
     const int32_t width = kind == Kind::utf16 ? 2 : 4;
-    static constexpr char marks[2][2][4] = {{{'\xFE', '\xFF'}, {'\xFF', '\xFE'}},
-                                            {{0, 0, '\xFE', '\xFF'}, {'\xFF', '\xFE', 0, 0}}};
-    for (bool little : {false, true})
-        if (length >= width && std::memcmp(text, marks[width == 4][little], width) == 0)
-            return {ordered(width, little), text + width, length - width};
-    return {ordered(width, little_endian), text, length};
+    const int order = mark_order(text, length, width);
+    if (order < 0) return {ordered(width, little_endian), text, length};
+    return {ordered(width, order == 1), text + width, length - width};
 }
 
 const QV_ENCODING_T *resolve_target(const QV_ENCODING_T *encoding) {
@@ -294,13 +325,21 @@ const QV_ENCODING_T *resolve_target(const QV_ENCODING_T *encoding) {
 // Conversion
 // ---------------------------------------------------------------------------------------
 
-// Writes the target's substitution character for every unassigned or illegal sequence,
-// default-ignorable characters included.
+// Writes the target's substitution character for every unassigned character, default-
+// ignorable ones included. A lone surrogate (which a source such as UTF-7 or CESU-8 may
+// hold) is written as U+FFFD, as reading the source gives it, so a Unicode target holds
+// U+FFFD and others their substitution character.
 void substitute_every_unmappable(const void *, UConverterFromUnicodeArgs *arguments, const UChar *,
-                                 int32_t, UChar32, UConverterCallbackReason reason,
+                                 int32_t, UChar32 code_point, UConverterCallbackReason reason,
                                  UErrorCode *status) {
     if (reason > UCNV_IRREGULAR) return; // reset, close, clone
     *status = U_ZERO_ERROR;
+    if (reason == UCNV_ILLEGAL && U_IS_SURROGATE(code_point)) {
+        static const UChar replacement_unit = 0xFFFD;
+        const UChar *source = &replacement_unit;
+        ucnv_cbFromUWriteUChars(arguments, &source, source + 1, 0, status);
+        return;
+    }
     ucnv_cbFromUWriteSub(arguments, 0, status);
 }
 
@@ -399,7 +438,16 @@ class Sink {
         size_ += n;
         return true;
     }
+    // Moves what was put n bytes on and puts `bytes` in front; false as put.
+    bool put_in_front(const char *bytes, int32_t n) {
+        if (n > room_ - size_ && !grow(n)) return false;
+        std::memmove(bytes_ + n, bytes_, static_cast<size_t>(size_));
+        std::memcpy(bytes_, bytes, static_cast<size_t>(n));
+        size_ += n;
+        return true;
+    }
     bool fixed() const { return !owned_; }
+    Outcome failure() const { return fixed() ? Outcome::too_small : Outcome::failed; }
 
   private:
     bool grow(int32_t more) {
@@ -449,20 +497,30 @@ Outcome convert_with_icu(const QV_ENCODING_T *from, const char *text, int32_t le
     }
 }
 
+// A text written in a generic marked encoding whose first character would read as a mark
+// (U+FEFF, or U+FFFE in UTF-16) gets the platform's mark in front of it, so that the
+// character reads back. False when there is no room.
+bool keep_leading_character(Sink &sink, int32_t width) {
+    if (mark_order(sink.data(), sink.size(), width) < 0) return true;
+    return sink.put_in_front(mark_of(width, little_endian), width);
+}
+
 // Converts into `sink`, taking the fast path where the bytes can stay as they are.
 Outcome convert_into(const QV_ENCODING_T *from, const char *text, int32_t length,
                      const QV_ENCODING_T *to, Sink &sink) {
     const Source source = resolve_source(from, text, length);
-    to = resolve_target(to);
-    if (source.encoding == nullptr || to == nullptr) return Outcome::failed;
-    const bool same_bytes = source.encoding == to ||
-                            (source.encoding->ascii_compatible && to->ascii_compatible &&
+    const QV_ENCODING_T *target = resolve_target(to);
+    if (source.encoding == nullptr || target == nullptr) return Outcome::failed;
+    const bool same_bytes = source.encoding == target ||
+                            (source.encoding->ascii_compatible && target->ascii_compatible &&
                              qv::utf::all_ascii(source.text, static_cast<size_t>(source.length)));
+    Outcome outcome = Outcome::done;
     if (same_bytes)
-        return sink.put(source.text, source.length)
-                   ? Outcome::done
-                   : (sink.fixed() ? Outcome::too_small : Outcome::failed);
-    return convert_with_icu(source.encoding, source.text, source.length, to, sink);
+        outcome = sink.put(source.text, source.length) ? Outcome::done : sink.failure();
+    else
+        outcome = convert_with_icu(source.encoding, source.text, source.length, target, sink);
+    if (outcome != Outcome::done || target == to) return outcome;
+    return keep_leading_character(sink, target->terminator_width) ? outcome : sink.failure();
 }
 
 // First guess at the converted size: the worst case (each source character becomes the
@@ -566,9 +624,15 @@ const SingleByteTable *single_byte_table(const QV_ENCODING_T *encoding) {
     return holder != nullptr && holder->has_byte_table ? &holder->byte_table : nullptr;
 }
 
-bool byte_order_marked(const QV_ENCODING_T *encoding) {
-    Kind kind = kind_of(encoding);
-    return kind == Kind::utf16 || kind == Kind::utf32;
+bool bytes_concatenate(const QV_ENCODING_T *encoding) {
+    switch (kind_of(encoding)) {
+        case Kind::utf16:
+        case Kind::utf32: return false;
+        case Kind::other: break;
+        default: return true;
+    }
+    const DescriptorHolder *holder = holder_of(encoding);
+    return holder == nullptr || !holder->stateful;
 }
 
 } // namespace qv
@@ -725,7 +789,8 @@ extern "C" void CodePointIterEnd_L(QV_CODEPOINT_ITER_T *iter) {
 extern "C" int32_t EncodeCodePoint_L(const QV_ENCODING_T *encoding, int32_t code_point,
                                      char *buffer, int32_t capacity) {
     if (buffer == nullptr || capacity <= 0 || !qv::utf::is_scalar(code_point)) return -1;
-    encoding = resolve_target(or_platform(encoding));
+    const QV_ENCODING_T *given = or_platform(encoding);
+    encoding = resolve_target(given);
     uint8_t bytes[16];
     int32_t length = -1;
     switch (kind_of(encoding)) {
@@ -738,9 +803,15 @@ extern "C" int32_t EncodeCodePoint_L(const QV_ENCODING_T *encoding, int32_t code
         case Kind::utf32be: length = qv::utf::encode_utf32<false>(code_point, bytes); break;
         default: length = encode_with_icu(encoding, code_point, bytes, sizeof bytes); break;
     }
-    if (length < 0 || length > capacity) return -1;
-    std::memcpy(buffer, bytes, static_cast<size_t>(length));
-    return length;
+    if (length < 0) return -1;
+    // In a generic marked encoding, a character that would read as a mark gets one before it.
+    const int32_t width = encoding->terminator_width;
+    const char *text = reinterpret_cast<const char *>(bytes);
+    const int32_t mark = encoding != given && mark_order(text, length, width) >= 0 ? width : 0;
+    if (mark + length > capacity) return -1;
+    std::memcpy(buffer, mark_of(width, little_endian), static_cast<size_t>(mark));
+    std::memcpy(buffer + mark, bytes, static_cast<size_t>(length));
+    return mark + length;
 }
 
 // ---------------------------------------------------------------------------------------

@@ -21,10 +21,11 @@ struct SingleByteTable {
 // service does not know.
 const SingleByteTable *single_byte_table(const QV_ENCODING_T *encoding);
 
-// True for the generic "UTF-16" and "UTF-32": a text in them may start with a byte-order
-// mark naming its byte order (the mark is not a character of the text); without one it is
-// in the platform's order. Texts the library writes in them are in the platform's order
-// and carry no mark.
-bool byte_order_marked(const QV_ENCODING_T *encoding);
+// True when two texts in `encoding` make one text by putting their bytes together. Not so
+// for the generic "UTF-16" and "UTF-32" (a text may start with a byte-order mark naming its
+// order; without one it is in the platform's order, and texts the library writes in them
+// carry no mark) nor for stateful encodings such as ISO-2022-JP or UTF-7 (a text may end in
+// a shifted state).
+bool bytes_concatenate(const QV_ENCODING_T *encoding);
 
 } // namespace qv

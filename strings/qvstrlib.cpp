@@ -91,6 +91,10 @@ bool decode_through_service(const View &v, CodePoints &out) {
         return false;
     out.data.reset(reinterpret_cast<int32_t *>(utf32));
     out.count = bytes / 4;
+    // Converting UTF-32 to itself copies: values that are no characters read as U+FFFD.
+    std::replace_if(
+        out.data.get(), out.data.get() + out.count, [](int32_t c) { return !utf::is_scalar(c); },
+        replacement);
     return true;
 }
 
@@ -153,15 +157,19 @@ int32_t walk_units(const uint8_t *p, int32_t bytes, int32_t n, int32_t limit, bo
 }
 
 // Bytes of the first n characters (at most `limit`) by stepping the encoding service's
-// iterator: the bytes each character was read from.
+// iterator: the bytes each character was read from. When they are all the characters, the
+// bytes after the last one (a closing shift sequence) go with them.
 int32_t walk_by_iteration(const View &v, int32_t n, int32_t limit) {
     QV_CODEPOINT_ITER_T iter;
     if (CodePointIterInit_L(&iter, v.encoding, v.text, v.bytes) != 0) return 0;
-    int32_t taken = 0;
-    for (int32_t k = 0; k < n; ++k) {
-        if (NextCodePoint_L(&iter) < 0) break;
+    int32_t taken = 0, k = 0;
+    for (; k <= n; ++k) {
+        if (NextCodePoint_L(&iter) < 0) {
+            if (v.bytes <= limit) taken = v.bytes;
+            break;
+        }
         auto at = static_cast<int32_t>(iter.position - v.text);
-        if (at > limit) break;
+        if (at > limit || k == n) break;
         taken = at;
     }
     CodePointIterEnd_L(&iter);
@@ -446,8 +454,8 @@ bool lies_within(const QV_STRING_T *s, int32_t s_bytes, const char *bytes) {
     return at >= begin && at <= begin + static_cast<uintptr_t>(s_bytes);
 }
 
-// Appends through code points: for the encodings whose texts may start with a byte-order
-// mark, the result is one text in the platform's order without a mark.
+// Appends through code points, for encodings whose texts do not join by their bytes (a
+// byte-order mark, a shift state).
 QV_STRING_T *append_code_points(QV_STRING_T *dst, const View &base, const View &add) {
     CodePoints a, b;
     if (!decode(base, a) || !decode(add, b)) return dst;
@@ -522,7 +530,7 @@ QV_STRING_T *Astrcat_SL(QV_STRING_T *dst, const QV_STRING_T *src) {
         return dst;
     }
     View base = view_of(dst);
-    if (qv::byte_order_marked(base.encoding) || qv::byte_order_marked(add.encoding))
+    if (!qv::bytes_concatenate(base.encoding) || !qv::bytes_concatenate(add.encoding))
         return append_code_points(dst, base, add);
     qv::HeapText converted;
     const char *bytes = add.text;

@@ -212,7 +212,10 @@ TEST(EncodingConvert, NoAllocFitsOrSaysTooSmall) {
 TEST(EncodingConvert, NoAllocFitsExactlySizedBuffers) {
     const std::tuple<const char *, std::string, const char *> cases[] = {
         {"UTF-16LE", "jef "_b, "ISO-2022-JP"},
-        {"UTF-8", "a\xE6\x97\xA5\xE6\x9C\xACb\xEF\xBB\xBF", "ISO-2022-JP"},
+        {"UTF-8",
+         "a\xE6\x97\xA5\xE6\x9C\xAC"
+         "b\xEF\xBB\xBF",
+         "ISO-2022-JP"},
         {"UTF-8", std::string(3000, 'x') + "\xE6\x97\xA5", "ISO-2022-JP"},
         {"UTF-8", "Zo\xC3\xAB \xE2\x82\xAC", "UTF-7"},
         {"UTF-8", "Zo\xC3\xAB", "UTF-16"},
@@ -325,8 +328,15 @@ TEST(EncodingIterate, ByteOrderMarks) {
                   convert(UTF8Encoding_L(), "a",
                           !std::strcmp(name, "UTF-16") ? UTF16Encoding_L() : UTF32Encoding_L()));
     }
+    // A first character that would read as a mark (U+FEFF, U+FFFE) gets one before it.
     char buffer[8];
-    EXPECT_EQ(EncodeCodePoint_L(LookupEncoding_L("UTF-16"), 'x', buffer, sizeof buffer), 2);
+    const QV_ENCODING_T *utf16 = LookupEncoding_L("UTF-16");
+    EXPECT_EQ(EncodeCodePoint_L(utf16, 'x', buffer, sizeof buffer), 2);
+    for (int32_t c : {0xFEFF, 0xFFFE}) {
+        ASSERT_EQ(EncodeCodePoint_L(utf16, c, buffer, sizeof buffer), 4) << std::hex << c;
+        EXPECT_EQ(code_points(utf16, std::string(buffer, 4)), Points{c});
+        EXPECT_EQ(EncodeCodePoint_L(utf16, c, buffer, 3), -1);
+    }
 }
 
 TEST(EncodingEncode, CodePointsInEachEncoding) {

@@ -1,6 +1,7 @@
 // qvstrlib_edges_test.cpp - the counted strings where hosts and fuzzing found faults: texts
 // whose bytes are not all characters (invalid sequences, shift sequences, byte-order marks),
 // limit values, a string appended to itself and null output records.
+#include <cctype>
 #include <cstring>
 #include <string>
 #include <tuple>
@@ -78,8 +79,15 @@ TEST(CountedMeasure, BytesForCharsAreTheBytesRead) {
 // Asking for every character that fits (n = INT32_MAX) walks the text once: on a text the
 // encoding service reads through ICU, measuring again for each n would allocate each time.
 TEST(CountedMeasure, GetBytesFromCharsTakesWholeCharactersThatFit) {
+    Bytes gb(std::string(26, 'x') + "\xFF\xFF", "GB18030");
+    char buffer[8], roomy[64];
+    TestFailAllocation_L(0);
+    EXPECT_EQ(GetBytesFromChars_SL(&gb, INT32_MAX, buffer, sizeof buffer), 7);
+    EXPECT_EQ(GetBytesFromChars_SL(&gb, INT32_MAX, roomy, sizeof roomy), 28);
+    EXPECT_FALSE(TestAllocationFailed_L());
+    TestFailAllocation_L(-1);
+
     Str utf8("日本語", UTF8Encoding_L());
-    char buffer[8];
     for (int32_t capacity : {1, 3, 4, 7, 8})
         EXPECT_EQ(GetBytesFromChars_SL(&utf8, INT32_MAX, buffer, capacity), (capacity - 1) / 3 * 3)
             << capacity;
@@ -87,14 +95,6 @@ TEST(CountedMeasure, GetBytesFromCharsTakesWholeCharactersThatFit) {
     Str wide("a😀b", UTF16Encoding_L());
     EXPECT_EQ(GetBytesFromChars_SL(&wide, INT32_MAX, buffer, 6), 2); // the pair does not fit
     EXPECT_EQ(GetBytesFromChars_SL(&wide, INT32_MAX, buffer, 8), 6);
-
-    Bytes gb(std::string(26, 'x') + "\xFF\xFF", "GB18030");
-    char roomy[64];
-    TestFailAllocation_L(0);
-    EXPECT_EQ(GetBytesFromChars_SL(&gb, INT32_MAX, buffer, sizeof buffer), 7);
-    EXPECT_EQ(GetBytesFromChars_SL(&gb, INT32_MAX, roomy, sizeof roomy), 28);
-    EXPECT_FALSE(TestAllocationFailed_L());
-    TestFailAllocation_L(-1);
 }
 
 // Texts in a stateful encoding may hold bytes without characters (a shift sequence alone):
@@ -106,6 +106,12 @@ TEST(CountedStateful, TextsOfNoCharacters) {
     EXPECT_EQ(utf8_of(&s), "ab   ");
     EXPECT_EQ(InString_SL(&abc, &shift, 1, 1), 0);
     EXPECT_EQ(InString_SL(&abc, &shift, -1, 1), 0);
+    // A text may end shifted: appending joins characters, not bytes.
+    Bytes kanji("\x1B$B\x30\x21", "ISO-2022-JP");
+    AstrcatE_SL(&kanji, "ab", ASCIIEncoding_L());
+    Astrcat_SL(&kanji, &abc);
+    EXPECT_EQ(Strlen_SL(&kanji), 6);
+    EXPECT_EQ(utf8_of(&kanji), "亜ababc");
 }
 
 // Both paths read an invalid sequence as U+FFFD, and a member that builds a text writes it
@@ -192,6 +198,12 @@ TEST(CountedCopies, ByteOrderMarkedEncodingsBuildTextsWithoutAMark) {
     Astrcat_SL(&little, &big);
     EXPECT_EQ(utf8_of(&little), "ahi");
     EXPECT_EQ(bytes_of(&little), "a\0h\0i\0"s);
+    // A text that starts with U+FEFF keeps it behind a mark.
+    QV_STRING_T feff;
+    ASSERT_NE(CodePointToString_SL(&feff, 0xFEFF, LookupEncoding_L("UTF-16")), nullptr);
+    EXPECT_EQ(Strlen_SL(&feff), 1);
+    EXPECT_EQ(bytes_of(&feff), "\xFF\xFE\xFF\xFE");
+    FreeString_SL(&feff);
 }
 
 // Every member with an output record takes a null one and stores nothing.
@@ -244,6 +256,21 @@ TEST(CountedResults, ExactLengthsEncodingsAndCharacters) {
     // U+0000 would end the text: no one-character string holds it.
     EXPECT_EQ(CodePointToString_SL(&out, 0, UTF8Encoding_L()), nullptr);
     EXPECT_EQ(out.text, nullptr);
+}
+
+// Case mapping of ASCII text works eight bytes at a time: every byte at every offset.
+TEST(CountedCase, AsciiTextAtEveryOffset) {
+    std::string all;
+    for (int c = 1; c < 128; ++c) all += static_cast<char>(c);
+    for (size_t offset = 0; offset < 8; ++offset) {
+        std::string text = all.substr(offset) + all.substr(0, offset);
+        std::string upper = text, lower = text;
+        for (char &c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        for (char &c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        Str s(text.c_str(), UTF8Encoding_L());
+        EXPECT_EQ(bytes_of(ToUpper_SL(&s)), upper) << offset;
+        EXPECT_EQ(bytes_of(ToLower_SL(&s)), lower) << offset;
+    }
 }
 
 } // namespace
