@@ -211,18 +211,6 @@ int32_t trim_bounds(Seq<T> s, Seq<T> set, int32_t where, int32_t *end) {
     return begin;
 }
 
-// True when the n bytes of a UTF-8 needle are valid and hold no U+FFFD. Such a needle's bytes
-// occur in a UTF-8 text exactly where its characters do: an invalid sequence in the text
-// reads as U+FFFD, which the needle cannot match, and a valid character has one encoding.
-bool clean_utf8(const char *needle, int32_t n) {
-    for (int32_t i = 0; i < n;) {
-        int32_t c = 0;
-        i += qv::utf::decode_utf8(needle + i, n - i, c, -1);
-        if (c < 0 || c == qv::utf::replacement) return false;
-    }
-    return true;
-}
-
 // Bytes of a needle that can be looked for byte by byte in a text in `e` (UTF-8 or
 // single-byte): ASCII, a needle in the same single-byte encoding, or a clean UTF-8 needle in
 // UTF-8 text. Its byte length, 0 when empty, -1 when it must be decoded.
@@ -237,7 +225,7 @@ int32_t byte_searchable_length(const QV_ENCODING_T *e, const QV_STRING_T *search
     auto m = static_cast<int32_t>(n);
     if ((seen & 0x80) == 0) return m;
     if (single_byte(e)) return se == e && single_bytes_valid(e, needle, m) ? m : -1;
-    return is_utf8(se) && clean_utf8(needle, m) ? m : -1;
+    return is_utf8(se) && qv::utf::is_clean_utf8(needle, n) ? m : -1;
 }
 
 // InString_SL forward when the needle can be looked for byte by byte in a UTF-8 or

@@ -73,15 +73,16 @@ size_t utf8_step(const char *text) {
 // one UTF-8 character in the UTF-8 form, where characters compare by code point: every
 // invalid sequence (one character, as DecodeUTF8_L steps over it) reads as U+FFFD.
 //
-// Literal runs between wildcards are compared as a whole with memcmp first. In the UTF-8
-// form a run whose bytes equal the text's matches only when it ends where a character of
-// the text ends (a run that ends in a cut sequence must not match the start of a longer
-// character), and a run whose bytes differ is compared character by character (two invalid
-// sequences are equal characters). After a "%", the matcher looks for the next place where
-// the literal run that follows it occurs (memchr on its first byte) instead of trying every
-// character in between. In the UTF-8 form this is exact for a run that starts with a valid
-// character other than U+FFFD, whose first byte starts a character wherever it occurs; a run
-// that starts with U+FFFD is looked for character by character.
+// Literal runs between wildcards are compared as a whole with memcmp. In the UTF-8 form,
+// equal bytes match when they end where a character of the text ends (or the run is clean:
+// valid UTF-8 holding no U+FFFD, whose last character is whole); bytes that first differ in
+// two ASCII bytes do not match; otherwise the run is compared character by character, unless
+// it is clean (an invalid sequence of the text reads as U+FFFD, which equals none of its
+// characters). After a "%", the matcher looks for the next place where the literal run that
+// follows it can match (memchr on its first byte) instead of trying every character in
+// between; this is exact when the run's first character is valid and not U+FFFD, since that
+// character is the same bytes wherever it occurs. Other runs are looked for character by
+// character.
 
 constexpr char kLikeSpecials[] = "%_\\";
 
@@ -102,7 +103,7 @@ struct Literal {
 };
 
 template <bool Utf8>
-Literal literal_at(const char *p) {
+[[gnu::always_inline]] inline Literal literal_at(const char *p) {
     if (*p == '_') return {p, 0, 0};
     if (*p != '\\') {
         size_t n = std::strcspn(p, kLikeSpecials);
@@ -111,6 +112,10 @@ Literal literal_at(const char *p) {
     const char *escaped = p[1] != '\0' ? p + 1 : p; // a final "\" stands for itself
     size_t n = Utf8 ? utf8_step(escaped) : 1;
     return {escaped, n, static_cast<size_t>(escaped - p) + n};
+}
+
+bool is_clean(const Literal &run) {
+    return qv::utf::is_clean_utf8(run.bytes_at, run.bytes);
 }
 
 // The characters of [a, a + an) against the text at t, one by one by code point; where
@@ -126,9 +131,9 @@ const char *match_chars(const char *a, size_t an, const char *t, const char *end
     return t;
 }
 
-// True when a character of the text ends just before `at` (the characters before it being
-// whole from a boundary on): no character goes on into a trail byte there. When `at` holds
-// a stray trail byte this says no, and the caller compares character by character.
+// True when no character of the text goes on into `at` (the characters before it being whole
+// from a boundary on): `at` holds no trail byte. A stray trail byte there says no too, and
+// the caller compares character by character.
 bool ends_character(const char *at, const char *end) {
     return at == end || !qv::utf::is_trail_byte(static_cast<uint8_t>(*at));
 }
@@ -136,27 +141,36 @@ bool ends_character(const char *at, const char *end) {
 // The literal `run` against the text at t (a character boundary): where the text after it
 // starts, or null.
 template <bool Utf8>
-const char *match_literal(const char *t, const char *end, const Literal &run) {
-    const size_t n = run.bytes;
-    const bool same_bytes =
-        static_cast<size_t>(end - t) >= n && std::memcmp(t, run.bytes_at, n) == 0;
-    if (!Utf8) return same_bytes ? t + n : nullptr;
-    if (same_bytes && ends_character(t + n, end)) return t + n;
-    return match_chars(run.bytes_at, n, t, end);
+[[gnu::always_inline]] inline const char *match_literal(const char *t, const char *end,
+                                                        const Literal &run) {
+    const size_t n = run.bytes, room = static_cast<size_t>(end - t);
+    if (room >= n && std::memcmp(t, run.bytes_at, n) == 0) {
+        if (!Utf8 || ends_character(t + n, end) || is_clean(run)) return t + n;
+        return match_chars(run.bytes_at, n, t, end);
+    }
+    if (!Utf8) return nullptr;
+    size_t k = 0;
+    const size_t limit = std::min(n, room);
+    while (k < limit && t[k] == run.bytes_at[k]) ++k;
+    if (k < limit && (static_cast<uint8_t>(t[k]) | static_cast<uint8_t>(run.bytes_at[k])) < 0x80)
+        return nullptr; // no character goes on into two different ASCII bytes
+    return is_clean(run) ? nullptr : match_chars(run.bytes_at, n, t, end);
 }
 
-// True when the first character of a run reads as U+FFFD (written so, or invalid).
-bool starts_with_replacement(const Literal &run) {
-    int32_t c = 0;
-    qv::utf::decode_utf8(run.bytes_at, static_cast<int32_t>(run.bytes), c);
-    return c == qv::utf::replacement;
+// True when the first character of a run is valid and not U+FFFD: it then has the same
+// bytes wherever it occurs in a text.
+bool starts_exactly(const Literal &run) {
+    return qv::utf::clean_char_length(reinterpret_cast<const uint8_t *>(run.bytes_at), run.bytes) >
+           0;
 }
 
 // Where `run` (not empty) first matches at or after t: its start, and in *after where the
-// text after it starts; null when nowhere.
+// text after it starts; null when nowhere. `exact_start`: starts_exactly(run), or the byte
+// form.
 template <bool Utf8>
-const char *find_run(const char *t, const char *end, const Literal &run, const char **after) {
-    if (Utf8 && starts_with_replacement(run)) { // any invalid sequence may match: step along
+const char *find_run(const char *t, const char *end, const Literal &run, bool exact_start,
+                     const char **after) {
+    if (!exact_start) {
         for (; t < end; t += like_step<Utf8>(t, end))
             if ((*after = match_literal<Utf8>(t, end, run)) != nullptr) return t;
         return nullptr;
@@ -173,17 +187,17 @@ const char *find_run(const char *t, const char *end, const Literal &run, const c
 }
 
 // Patterns without "_" or "\" whose only "%"s end them: an exact or a prefix comparison.
-// Returns 1 or 0 when the comparison decides, -1 when the matcher must (a pattern of another
-// kind, or in the UTF-8 form bytes that differ or a prefix that may end inside a character).
+// Returns 1 or 0 when the comparison decides, -1 when the matcher must: a pattern of another
+// kind, or in the UTF-8 form a prefix that is not clean.
 template <bool Utf8>
 int like_by_comparison(const char *text, const char *pattern) {
+    if (pattern[0] == '%' && pattern[1] != '%' && pattern[1] != '\0') return -1; // "%x...": no
     size_t n = std::strcspn(pattern, kLikeSpecials);
     bool exact = pattern[n] == '\0';
     if (!exact && (pattern[n] != '%' || pattern[n + std::strspn(pattern + n, "%")] != '\0'))
         return -1;
-    bool same = exact ? std::strcmp(text, pattern) == 0 : std::strncmp(text, pattern, n) == 0;
-    if (!Utf8) return same;
-    return same && (exact || !qv::utf::is_trail_byte(static_cast<uint8_t>(text[n]))) ? 1 : -1;
+    if (Utf8 && !qv::utf::is_clean_utf8(pattern, n)) return -1;
+    return exact ? std::strcmp(text, pattern) == 0 : std::strncmp(text, pattern, n) == 0;
 }
 
 template <bool Utf8>
@@ -196,6 +210,7 @@ bool like_match(const char *text, const char *pattern) {
     const char *star_pattern = nullptr; // pattern just after the last "%" run
     const char *star_text = nullptr;    // where that "%" currently stops swallowing
     Literal star_run;                   // the literal that follows it
+    bool star_exact = true;             // starts_exactly(star_run), or the byte form
     // Lets the last "%" swallow text up to the next place where what follows it can start,
     // beginning at `from`; false when there is none.
     auto resume_after_star = [&](const char *from) {
@@ -205,7 +220,7 @@ bool like_match(const char *text, const char *pattern) {
             p = star_pattern;
             return true;
         }
-        star_text = find_run<Utf8>(from, end, star_run, &t);
+        star_text = find_run<Utf8>(from, end, star_run, star_exact, &t);
         if (star_text == nullptr) return false;
         p = star_pattern + star_run.used;
         return true;
@@ -217,6 +232,7 @@ bool like_match(const char *text, const char *pattern) {
             if (*p == '\0') return true; // a trailing "%" takes the rest
             star_pattern = p;
             star_run = literal_at<Utf8>(p);
+            star_exact = !Utf8 || starts_exactly(star_run);
             if (!resume_after_star(t)) return false;
             continue;
         }

@@ -53,38 +53,54 @@ constexpr bool is_trail_byte(uint8_t b) {
     return (b & 0xC0) == 0x80;
 }
 
-// The range the second byte of a sequence must fall in, which rules out overlong forms,
-// surrogates and values beyond U+10FFFF; later trail bytes are 0x80-0xBF.
-constexpr bool second_byte_fits(uint8_t lead, uint8_t second) {
-    switch (lead) {
-        case 0xE0: return second >= 0xA0 && second <= 0xBF;
-        case 0xED: return second >= 0x80 && second <= 0x9F;
-        case 0xF0: return second >= 0x90 && second <= 0xBF;
-        case 0xF4: return second >= 0x80 && second <= 0x8F;
-        default: return is_trail_byte(second);
-    }
+// Which second bytes may follow a lead byte, so that overlong forms, surrogates and values
+// beyond U+10FFFF are refused at once: bit (second >> 5) of lead3_seconds[lead & 0xF] for
+// the three-byte leads (0xA0-0xBF after 0xE0, 0x80-0x9F after 0xED, 0x80-0xBF otherwise),
+// bit (lead - 0xF0) of lead4_seconds[second >> 4] for the four-byte leads (0x90-0xBF after
+// 0xF0, 0x80-0x8F after 0xF4, 0x80-0xBF otherwise). Later trail bytes are 0x80-0xBF.
+inline constexpr uint8_t lead3_seconds[16] = {0x20, 0x30, 0x30, 0x30, 0x30, 0x30, 0x30, 0x30,
+                                              0x30, 0x30, 0x30, 0x30, 0x30, 0x10, 0x30, 0x30};
+inline constexpr uint8_t lead4_seconds[16] = {0,    0,    0,    0,    0, 0, 0, 0,
+                                              0x1E, 0x0F, 0x0F, 0x0F, 0, 0, 0, 0};
+
+// The six low bits of a trail byte, or more than 0x3F for any other byte.
+constexpr uint32_t trail_bits(uint8_t b) {
+    return static_cast<uint8_t>(b - 0x80);
 }
 
 // Decodes the character at p (length >= 1 bytes available). Stores its code point, or
 // `invalid` for an invalid sequence, and returns the bytes it takes (1 to 4).
 constexpr int32_t decode_utf8(const uint8_t *p, int32_t length, int32_t &code_point,
                               int32_t invalid = replacement) {
-    const uint8_t lead = p[0];
-    if (lead < 0x80) {
-        code_point = lead;
+    int32_t c = p[0];
+    if (c < 0x80) {
+        code_point = c;
         return 1;
     }
-    const int32_t trail = trail_bytes[lead];
     code_point = invalid;
-    if (trail == 0 || length < 2 || !second_byte_fits(lead, p[1])) return 1;
-    int32_t value = lead & (0x3F >> trail);
-    int32_t used = 1;
-    for (; used <= trail; ++used) {
-        if (used >= length || !is_trail_byte(p[used])) return used; // cut short
-        value = (value << 6) | (p[used] & 0x3F);
+    if (length < 2) return 1;
+    const uint8_t second = p[1];
+    if (c < 0xE0) {
+        if (c < 0xC2 || trail_bits(second) > 0x3F) return 1;
+        code_point = ((c & 0x1F) << 6) | (second & 0x3F);
+        return 2;
     }
-    code_point = value;
-    return used;
+    int32_t used = 2; // lead and second byte, valid so far
+    if (c < 0xF0) {
+        c &= 0x0F;
+        if ((lead3_seconds[c] & (1 << (second >> 5))) == 0) return 1;
+        c = (c << 6) | (second & 0x3F);
+    } else {
+        c -= 0xF0;
+        if (c > 4 || (lead4_seconds[second >> 4] & (1 << c)) == 0) return 1;
+        c = (c << 6) | (second & 0x3F);
+        if (length < 3 || trail_bits(p[2]) > 0x3F) return 2; // cut short
+        c = (c << 6) | static_cast<int32_t>(trail_bits(p[2]));
+        used = 3;
+    }
+    if (length <= used || trail_bits(p[used]) > 0x3F) return used; // cut short
+    code_point = (c << 6) | static_cast<int32_t>(trail_bits(p[used]));
+    return used + 1;
 }
 
 inline int32_t decode_utf8(const char *p, int32_t length, int32_t &code_point,
@@ -170,6 +186,33 @@ inline int32_t count_utf8(const char *text, int32_t bytes) {
     return n;
 }
 
+// The bytes of the character at p (left >= 1 bytes available) when it is valid and not
+// U+FFFD, else 0.
+constexpr size_t clean_char_length(const uint8_t *p, size_t left) {
+    const uint8_t c = p[0];
+    if (c < 0x80) return 1;
+    if (c < 0xE0) return c >= 0xC2 && left >= 2 && trail_bits(p[1]) <= 0x3F ? 2 : 0;
+    if (c < 0xF0)
+        return left >= 3 && (lead3_seconds[c & 0x0F] & (1 << (p[1] >> 5))) != 0 &&
+                       trail_bits(p[2]) <= 0x3F && !(c == 0xEF && p[1] == 0xBF && p[2] == 0xBD)
+                   ? 3
+                   : 0;
+    return c <= 0xF4 && left >= 4 && (lead4_seconds[p[1] >> 4] & (1 << (c - 0xF0))) != 0 &&
+                   trail_bits(p[2]) <= 0x3F && trail_bits(p[3]) <= 0x3F
+               ? 4
+               : 0;
+}
+
+// True when the n bytes are valid UTF-8 holding no U+FFFD: such bytes occur in a UTF-8 text
+// exactly where their characters do (an invalid sequence of the text reads as U+FFFD, which
+// they cannot match, and a valid character has one encoding).
+inline bool is_clean_utf8(const char *text, size_t n) {
+    const auto *p = reinterpret_cast<const uint8_t *>(text);
+    for (size_t i = 0, step = 0; i < n; i += step)
+        if ((step = clean_char_length(p + i, n - i)) == 0) return false;
+    return true;
+}
+
 // ---- UTF-16 and UTF-32, in either byte order ---------------------------------------------
 
 template <int Width, bool Little>
@@ -238,6 +281,16 @@ constexpr int32_t encode_utf32(int32_t c, uint8_t *out) {
 // ---- Compile-time checks ------------------------------------------------------------------
 
 namespace check {
+constexpr bool second_byte_allowed(int lead, int second) {
+    if (lead >= 0xE0 && lead <= 0xEF)
+        return (lead3_seconds[lead & 0xF] & (1 << (second >> 5))) != 0;
+    return (lead4_seconds[second >> 4] & (1 << (lead - 0xF0))) != 0;
+}
+static_assert(second_byte_allowed(0xE0, 0xA0) && !second_byte_allowed(0xE0, 0x9F) &&
+              second_byte_allowed(0xED, 0x9F) && !second_byte_allowed(0xED, 0xA0) &&
+              second_byte_allowed(0xF0, 0x90) && !second_byte_allowed(0xF0, 0x8F) &&
+              second_byte_allowed(0xF4, 0x8F) && !second_byte_allowed(0xF4, 0x90) &&
+              !second_byte_allowed(0xE1, 0xC0) && !second_byte_allowed(0xF1, 0x7F));
 constexpr int32_t decoded(std::array<uint8_t, 4> bytes, int32_t length) {
     int32_t c = 0;
     return decode_utf8(bytes.data(), length, c) == length ? c : -1;
