@@ -138,23 +138,36 @@ bool ends_character(const char *at, const char *end) {
     return at == end || !qv::utf::is_trail_byte(static_cast<uint8_t>(*at));
 }
 
+// How many of the first n bytes of a and b are equal: eight at a time, then one by one.
+size_t common_prefix(const char *a, const char *b, size_t n) {
+    size_t k = 0;
+    for (; k + 8 <= n; k += 8) {
+        uint64_t x, y;
+        std::memcpy(&x, a + k, 8);
+        std::memcpy(&y, b + k, 8);
+        if (x != y) {
+            if constexpr (std::endian::native == std::endian::little)
+                return k + static_cast<size_t>(std::countr_zero(x ^ y)) / 8;
+            break;
+        }
+    }
+    while (k < n && a[k] == b[k]) ++k;
+    return k;
+}
+
 // The literal `run` against the text at t (a character boundary): where the text after it
 // starts, or null.
 template <bool Utf8>
 [[gnu::always_inline]] inline const char *match_literal(const char *t, const char *end,
                                                         const Literal &run) {
-    const size_t n = run.bytes, room = static_cast<size_t>(end - t);
-    if (room >= n && std::memcmp(t, run.bytes_at, n) == 0) {
-        if (!Utf8 || ends_character(t + n, end) || is_clean(run)) return t + n;
-        return match_chars(run.bytes_at, n, t, end);
-    }
+    const size_t n = run.bytes, limit = std::min(n, static_cast<size_t>(end - t));
+    const size_t k = common_prefix(t, run.bytes_at, limit);
+    if (k == n && (!Utf8 || ends_character(t + n, end))) return t + n;
     if (!Utf8) return nullptr;
-    size_t k = 0;
-    const size_t limit = std::min(n, room);
-    while (k < limit && t[k] == run.bytes_at[k]) ++k;
     if (k < limit && (static_cast<uint8_t>(t[k]) | static_cast<uint8_t>(run.bytes_at[k])) < 0x80)
         return nullptr; // no character goes on into two different ASCII bytes
-    return is_clean(run) ? nullptr : match_chars(run.bytes_at, n, t, end);
+    if (is_clean(run)) return k == n ? t + n : nullptr; // its last character is whole
+    return match_chars(run.bytes_at, n, t, end);
 }
 
 // True when the first character of a run is valid and not U+FFFD: it then has the same
