@@ -25,11 +25,11 @@ struct Named {
 };
 
 constexpr Named encodings[] = {
-    {"UTF-8", true},      {"ISO-8859-1", false}, {"UTF-16LE", true},    {"UTF-16BE", true},
-    {"UTF-16", true},     {"UTF-32LE", true},    {"UTF-32", true},      {"US-ASCII", false},
-    {"GB18030", true},    {"Shift_JIS", false},  {"ISO-2022-JP", false}, {"UTF-7", true},
-    {"CESU-8", true},     {"Big5", false},       {"windows-1252", false}, {"ISO-8859-3", false},
-    {"EUC-JP", false},    {"IBM037", false},
+    {"UTF-8", true},   {"ISO-8859-1", false}, {"UTF-16LE", true},      {"UTF-16BE", true},
+    {"UTF-16", true},  {"UTF-32LE", true},    {"UTF-32", true},        {"US-ASCII", false},
+    {"GB18030", true}, {"Shift_JIS", false},  {"ISO-2022-JP", false},  {"UTF-7", true},
+    {"CESU-8", true},  {"Big5", false},       {"windows-1252", false}, {"ISO-8859-3", false},
+    {"EUC-JP", false}, {"IBM037", false},
 };
 
 using Points = std::vector<int32_t>;
@@ -37,8 +37,8 @@ using Points = std::vector<int32_t>;
 std::string convert(const QV_ENCODING_T *from, const std::string &text, const QV_ENCODING_T *to) {
     char *out = nullptr;
     int32_t length = -1;
-    int32_t result = ConvertEncoding_L(from, text.data(), static_cast<int32_t>(text.size()), to,
-                                       &out, &length);
+    int32_t result =
+        ConvertEncoding_L(from, text.data(), static_cast<int32_t>(text.size()), to, &out, &length);
     FUZZ_CHECK(result == 0 && out != nullptr && length >= 0, "ConvertEncoding_L(%s, %s, %s) = %d",
                from->name, fuzz::hex(text).c_str(), to->name, result);
     for (int32_t i = 0; i < to->terminator_width; ++i)
@@ -64,7 +64,8 @@ Points code_points_of(const QV_ENCODING_T *from, const std::string &text) {
 
 Points iterated(const QV_ENCODING_T *from, const std::string &text) {
     QV_CODEPOINT_ITER_T iter;
-    FUZZ_CHECK(CodePointIterInit_L(&iter, from, text.data(), static_cast<int32_t>(text.size())) == 0,
+    FUZZ_CHECK(CodePointIterInit_L(&iter, from, text.data(), static_cast<int32_t>(text.size())) ==
+                   0,
                "CodePointIterInit_L(%s) failed", from->name);
     Points points;
     const char *before = iter.position;
@@ -88,8 +89,8 @@ std::string show(const Points &points) {
     return out;
 }
 
-void check_exact_buffer(const QV_ENCODING_T *from, const std::string &text,
-                        const QV_ENCODING_T *to, const std::string &heap) {
+void check_exact_buffer(const QV_ENCODING_T *from, const std::string &text, const QV_ENCODING_T *to,
+                        const std::string &heap) {
     const int32_t width = to->terminator_width;
     const auto room = static_cast<int32_t>(heap.size()) + width;
     std::vector<char> buffer(heap.size() + 8, 'x');

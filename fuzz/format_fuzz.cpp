@@ -23,8 +23,17 @@
 
 namespace {
 
-enum class Kind { int_value, long_value, long_long, float_bits, double_value, text, counted,
-                  pointer, none };
+enum class Kind {
+    int_value,
+    long_value,
+    long_long,
+    float_bits,
+    double_value,
+    text,
+    counted,
+    pointer,
+    none
+};
 
 struct Conversion {
     const char *library; // size and conversion as the library reads them
@@ -33,13 +42,17 @@ struct Conversion {
 };
 
 constexpr Conversion conversions[] = {
-    {"d", "d", Kind::int_value},    {"i", "i", Kind::int_value},    {"u", "u", Kind::int_value},
-    {"o", "o", Kind::int_value},    {"x", "x", Kind::int_value},    {"X", "X", Kind::int_value},
-    {"ld", "ld", Kind::long_value}, {"lu", "lu", Kind::long_value}, {"lx", "lx", Kind::long_value},
-    {"lo", "lo", Kind::long_value}, {"I64d", "lld", Kind::long_long}, {"c", "c", Kind::int_value},
-    {"s", "s", Kind::text},         {"U", "s", Kind::text},         {"S", "s", Kind::counted},
-    {"f", "f", Kind::float_bits},   {"lf", "f", Kind::double_value}, {"p", nullptr, Kind::pointer},
-    {"%", nullptr, Kind::none},     {"q", nullptr, Kind::none},     {"+", nullptr, Kind::none},
+    {"d", "d", Kind::int_value},      {"i", "i", Kind::int_value},
+    {"u", "u", Kind::int_value},      {"o", "o", Kind::int_value},
+    {"x", "x", Kind::int_value},      {"X", "X", Kind::int_value},
+    {"ld", "ld", Kind::long_value},   {"lu", "lu", Kind::long_value},
+    {"lx", "lx", Kind::long_value},   {"lo", "lo", Kind::long_value},
+    {"I64d", "lld", Kind::long_long}, {"c", "c", Kind::int_value},
+    {"s", "s", Kind::text},           {"U", "s", Kind::text},
+    {"S", "s", Kind::counted},        {"f", "f", Kind::float_bits},
+    {"lf", "f", Kind::double_value},  {"p", nullptr, Kind::pointer},
+    {"%", nullptr, Kind::none},       {"q", nullptr, Kind::none},
+    {"+", nullptr, Kind::none},
 };
 
 constexpr const char *counted_encodings[] = {"UTF-8", "ISO-8859-1", "UTF-16LE", "GB18030",
@@ -130,8 +143,7 @@ std::string run_call(fuzz::Input &input, char **out) {
     const std::string modifiers = spec(input, choice, call, conversion.kind == Kind::none);
     const std::string head = literal(before), tail = literal(after);
     call.format = head + "%" + modifiers + conversion.library + tail;
-    if (conversion.c != nullptr)
-        call.c_format_text = head + "%" + modifiers + conversion.c + tail;
+    if (conversion.c != nullptr) call.c_format_text = head + "%" + modifiers + conversion.c + tail;
     const bool zero_flag = (choice & 2) != 0;
     const size_t was = *out != nullptr ? std::strlen(*out) : 0;
     std::string expected;
@@ -224,8 +236,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         for (int call = 0; call < 8 && !input.empty(); ++call) whole += run_call(input, &out);
     });
     FUZZ_CHECK(raised == nullptr, "the formatter raised %s", raised);
-    FUZZ_CHECK(whole == (out != nullptr ? out : ""), "the calls appended \"%s\" in all, result \"%s\"",
-               fuzz::hex(whole).c_str(), fuzz::hex(out != nullptr ? out : "").c_str());
+    FUZZ_CHECK(whole == (out != nullptr ? out : ""),
+               "the calls appended \"%s\" in all, result \"%s\"", fuzz::hex(whole).c_str(),
+               fuzz::hex(out != nullptr ? out : "").c_str());
     std::free(out);
     return 0;
 }

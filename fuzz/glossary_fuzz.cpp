@@ -63,11 +63,13 @@ bool model_number(std::string_view token, int32_t &number) {
         if (token.empty() || token.front() < '0' || token.front() > '9') return false;
         if (negative) {
             std::string with_sign = "-" + std::string(token);
-            auto [end, error] = std::from_chars(with_sign.data(), with_sign.data() + with_sign.size(), number);
+            auto [end, error] =
+                std::from_chars(with_sign.data(), with_sign.data() + with_sign.size(), number);
             return error == std::errc() && end == with_sign.data() + with_sign.size();
         }
     }
-    if (token.empty() || token.find_first_not_of("0123456789") != std::string_view::npos) return false;
+    if (token.empty() || token.find_first_not_of("0123456789") != std::string_view::npos)
+        return false;
     auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), number);
     return error == std::errc() && end == token.data() + token.size();
 }
@@ -114,8 +116,8 @@ void check_numbered(const std::string &bytes, const std::vector<int32_t> &extra)
         for (int32_t n : numbers) {
             auto found = entries.find(n);
             const char *got = lookup(n);
-            bool same = found == entries.end() ? got == nullptr
-                                               : got != nullptr && found->second == got;
+            bool same =
+                found == entries.end() ? got == nullptr : got != nullptr && found->second == got;
             FUZZ_CHECK(same, "glossary %s: entry %d is %s, model %s", fuzz::hex(bytes).c_str(), n,
                        shown(got).c_str(),
                        found == entries.end() ? "null" : fuzz::hex(found->second).c_str());

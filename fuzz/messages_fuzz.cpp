@@ -99,7 +99,10 @@ void check_log_name(fuzz::Input &input) {
     const int32_t number = input.integer();
     std::string name = input.text();
     name = name.substr(0, name.find('\0'));
-    const char *word = kind == 'B' ? "Build" : kind == 'S' ? "DimBuild" : kind == 'J' ? "Job" : "Unknown";
+    const char *word = kind == 'B'   ? "Build"
+                       : kind == 'S' ? "DimBuild"
+                       : kind == 'J' ? "Job"
+                                     : "Unknown";
     char digits[32];
     std::snprintf(digits, sizeof digits, "%04ld", static_cast<long>(number));
     const std::string expected = std::string(word) + "_" + model_printable(name) + "_" + digits;
@@ -107,7 +110,8 @@ void check_log_name(fuzz::Input &input) {
     const std::string got = root != nullptr ? root : "<null>";
     std::free(root);
     FUZZ_CHECK(got == expected, "DefaultLogFileRoot_L(%c, %s, %d) = \"%s\", model \"%s\"", kind,
-               fuzz::hex(name).c_str(), number, fuzz::hex(got).c_str(), fuzz::hex(expected).c_str());
+               fuzz::hex(name).c_str(), number, fuzz::hex(got).c_str(),
+               fuzz::hex(expected).c_str());
 }
 
 } // namespace

@@ -23,9 +23,9 @@
 namespace {
 
 constexpr const char *encodings[] = {
-    "UTF-8",    "US-ASCII",    "ISO-8859-1", "UTF-16LE", "UTF-32LE",     "UTF-16",
-    "GB18030",  "Shift_JIS",   "ISO-2022-JP", "UTF-7",   "windows-1252", "ISO-8859-3",
-    "Big5",     "UTF-16BE",    "CESU-8",      "UTF-32",
+    "UTF-8",   "US-ASCII",  "ISO-8859-1",  "UTF-16LE", "UTF-32LE",     "UTF-16",
+    "GB18030", "Shift_JIS", "ISO-2022-JP", "UTF-7",    "windows-1252", "ISO-8859-3",
+    "Big5",    "UTF-16BE",  "CESU-8",      "UTF-32",
 };
 
 using Points = std::vector<int32_t>;
@@ -56,8 +56,8 @@ Points points_of(const QV_STRING_T *s) {
     if (s == nullptr || s->text == nullptr) return {};
     char *utf8 = nullptr;
     int32_t bytes = 0;
-    const int32_t result = ConvertEncoding_L(s->encoding, s->text, Bytelen_SL(s, 0),
-                                             UTF8Encoding_L(), &utf8, &bytes);
+    const int32_t result =
+        ConvertEncoding_L(s->encoding, s->text, Bytelen_SL(s, 0), UTF8Encoding_L(), &utf8, &bytes);
     FUZZ_CHECK(result == 0, "conversion of %s failed", bytes_of(s).c_str());
     Points points;
     for (int32_t at = 0; at < bytes;) {
@@ -270,7 +270,8 @@ void check_models(Case &c) {
     const int32_t r = Pad_SL(padded.get(), target, t.get(), c.flags & 1);
     FUZZ_CHECK(r == std::max(target, 0) && Strlen_SL(padded.get()) == r,
                "Pad_SL(%s, %d, %s) = %d, %d characters: %s", bytes_of(s.get()).c_str(), target,
-               bytes_of(t.get()).c_str(), r, Strlen_SL(padded.get()), bytes_of(padded.get()).c_str());
+               bytes_of(t.get()).c_str(), r, Strlen_SL(padded.get()),
+               bytes_of(padded.get()).c_str());
 }
 
 } // namespace

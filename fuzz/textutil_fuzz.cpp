@@ -135,8 +135,8 @@ void check_trim(const std::string &text, const std::string &set, int32_t where, 
         for (size_t i = begin; i < end; ++i) expected += pieces[i];
         std::string copy = text;
         const char *chosen = by_set ? set.c_str() : nullptr;
-        std::string got = utf8 ? TrimUtil8_L(copy.data(), chosen, where)
-                               : TrimUtil_L(copy.data(), chosen, where);
+        std::string got =
+            utf8 ? TrimUtil8_L(copy.data(), chosen, where) : TrimUtil_L(copy.data(), chosen, where);
         FUZZ_CHECK(got == expected, "TrimUtil%s_L(%s, %s, %d) = %s, model %s", utf8 ? "8" : "",
                    fuzz::hex(text).c_str(), by_set ? fuzz::hex(set).c_str() : "null", where,
                    fuzz::hex(got).c_str(), fuzz::hex(expected).c_str());
