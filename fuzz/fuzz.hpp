@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/raise.hpp"
 
@@ -67,6 +68,44 @@ inline std::string hex(std::string_view bytes) {
         out += digits[c & 15];
     }
     return out;
+}
+
+// The lines of a file as the library's line reader gives them: split at line feeds (a last
+// line without one counts, an empty end does not), each cut at its first zero byte.
+inline std::vector<std::string> lines_of(const std::string &bytes) {
+    std::vector<std::string> lines;
+    for (size_t at = 0; at < bytes.size();) {
+        size_t end = bytes.find('\n', at);
+        if (end == std::string::npos) end = bytes.size();
+        std::string line = bytes.substr(at, end - at);
+        lines.push_back(line.substr(0, line.find('\0')));
+        at = end + 1;
+    }
+    return lines;
+}
+
+// SQL LIKE over characters (code points), by dynamic programming: matches[i][j] when the
+// first i characters of the text match the first j items of the pattern ("%" any run, "_"
+// one character, "\" makes the next character literal, a final "\" stands for itself).
+inline bool model_like(const std::vector<int32_t> &text, const std::vector<int32_t> &pattern) {
+    enum : int32_t { any_run = -1, any_one = -2 };
+    std::vector<int32_t> items;
+    for (size_t j = 0; j < pattern.size(); ++j) {
+        int32_t c = pattern[j];
+        items.push_back(c == '%' ? any_run : c == '_' ? any_one : c);
+        if (c == '\\' && j + 1 < pattern.size()) items.back() = pattern[++j];
+    }
+    std::vector<std::vector<char>> matches(text.size() + 1, std::vector<char>(items.size() + 1));
+    matches[0][0] = 1;
+    for (size_t i = 0; i <= text.size(); ++i)
+        for (size_t j = 1; j <= items.size(); ++j) {
+            int32_t item = items[j - 1];
+            if (item == any_run)
+                matches[i][j] = matches[i][j - 1] || (i > 0 && matches[i - 1][j]);
+            else if (i > 0)
+                matches[i][j] = matches[i - 1][j - 1] && (item == any_one || item == text[i - 1]);
+        }
+    return matches[text.size()][items.size()];
 }
 
 // Reports a failed check and stops, so that libFuzzer keeps the input as a crash.

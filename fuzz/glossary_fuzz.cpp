@@ -43,19 +43,6 @@ std::string_view trim(std::string_view text) {
     return start == std::string_view::npos ? std::string_view() : trim_right(text.substr(start));
 }
 
-// The lines of a file as a reader sees them: split at line feeds, each cut at a zero byte.
-std::vector<std::string> lines_of(const std::string &bytes) {
-    std::vector<std::string> lines;
-    for (size_t at = 0; at < bytes.size();) {
-        size_t end = bytes.find('\n', at);
-        if (end == std::string::npos) end = bytes.size();
-        std::string line = bytes.substr(at, end - at);
-        lines.push_back(line.substr(0, line.find('\0')));
-        at = end + 1;
-    }
-    return lines;
-}
-
 bool model_number(std::string_view token, int32_t &number) {
     if (!token.empty() && (token.front() == '+' || token.front() == '-')) {
         bool negative = token.front() == '-';
@@ -82,7 +69,7 @@ struct Skipped {
 void model_numbered(const std::string &bytes, std::map<int32_t, std::string> &entries,
                     std::vector<Skipped> &skipped) {
     int32_t line_number = 0;
-    for (const std::string &line : lines_of(bytes)) {
+    for (const std::string &line : fuzz::lines_of(bytes)) {
         ++line_number;
         std::string_view trimmed = trim(line);
         if (trimmed.empty() || trimmed.front() == '#') continue;
@@ -154,7 +141,7 @@ void check_positional(const std::string &bytes) {
     write_file("glossary.gls", "1 one\n");
     write_file("day.gls", bytes);
     write_file("month.gls", bytes);
-    const std::vector<std::string> lines = lines_of(bytes);
+    const std::vector<std::string> lines = fuzz::lines_of(bytes);
     for (int32_t count : {7, 12}) {
         for (int32_t i = -1; i <= count; ++i) {
             const char *got = count == 7 ? DayGloss_L(i) : MonthGloss_L(i);

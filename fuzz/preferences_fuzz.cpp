@@ -30,18 +30,6 @@ std::string_view trim_blanks(std::string_view text) {
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-std::vector<std::string> lines_of(const std::string &bytes) {
-    std::vector<std::string> lines;
-    for (size_t at = 0; at < bytes.size();) {
-        size_t end = bytes.find('\n', at);
-        if (end == std::string::npos) end = bytes.size();
-        std::string line = bytes.substr(at, end - at);
-        lines.push_back(line.substr(0, line.find('\0')));
-        at = end + 1;
-    }
-    return lines;
-}
-
 bool same_name(std::string_view a, std::string_view b) {
     if (a.size() != b.size()) return false;
     for (size_t i = 0; i < a.size(); ++i) {
@@ -91,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::vector<std::string> names = {input.text(), input.text()};
     const std::string bytes = input.rest();
     std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-    const std::vector<std::string> lines = lines_of(bytes);
+    const std::vector<std::string> lines = fuzz::lines_of(bytes);
     for (const std::string &line : lines) {
         std::string_view key, value;
         if (setting(line, key, value)) names.emplace_back(key);

@@ -198,27 +198,6 @@ int32_t model_find(const Points &hay, const Points &needle, int32_t start, int32
     return 0;
 }
 
-bool model_like(const Points &text, const Points &pattern) {
-    enum : int32_t { any_run = -1, any_one = -2 };
-    Points items;
-    for (size_t j = 0; j < pattern.size(); ++j) {
-        int32_t c = pattern[j];
-        items.push_back(c == '%' ? any_run : c == '_' ? any_one : c);
-        if (c == '\\' && j + 1 < pattern.size()) items.back() = pattern[++j];
-    }
-    std::vector<std::vector<char>> matches(text.size() + 1, std::vector<char>(items.size() + 1));
-    matches[0][0] = 1;
-    for (size_t i = 0; i <= text.size(); ++i)
-        for (size_t j = 1; j <= items.size(); ++j) {
-            int32_t item = items[j - 1];
-            if (item == any_run)
-                matches[i][j] = matches[i][j - 1] || (i > 0 && matches[i - 1][j]);
-            else if (i > 0)
-                matches[i][j] = matches[i - 1][j - 1] && (item == any_one || item == text[i - 1]);
-        }
-    return matches[text.size()][items.size()];
-}
-
 // Measuring: the length is what reading gives; the bytes of n characters are a prefix of
 // the text that Astrncpy_SL and GetBytesFromChars_SL copy.
 void check_measures(Case &c) {
@@ -262,8 +241,8 @@ void check_models(Case &c) {
     if (std::find(ps.begin(), ps.end(), 0) == ps.end() &&
         std::find(pt.begin(), pt.end(), 0) == pt.end()) {
         const bool like = Is_Like_SL(s.get(), t.get()) != 0;
-        FUZZ_CHECK(like == model_like(ps, pt), "Is_Like_SL(%s, %s) = %d", bytes_of(s.get()).c_str(),
-                   bytes_of(t.get()).c_str(), like);
+        FUZZ_CHECK(like == fuzz::model_like(ps, pt), "Is_Like_SL(%s, %s) = %d",
+                   bytes_of(s.get()).c_str(), bytes_of(t.get()).c_str(), like);
     }
     const int32_t target = std::clamp(c.x, -5, 200);
     Text padded(c.main, c.encoding);

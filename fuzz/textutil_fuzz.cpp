@@ -44,39 +44,9 @@ Chars characters(const std::string &s, bool utf8) {
     return code_points;
 }
 
-// LIKE by dynamic programming: matches[i][j] when the first i characters of the text match
-// the first j items of the pattern.
-bool model_like(const Chars &text, const Chars &pattern) {
-    enum : int32_t { any_run = -1, any_one = -2 };
-    Chars items;
-    for (size_t j = 0; j < pattern.size(); ++j) {
-        int32_t c = pattern[j];
-        if (c == '%')
-            items.push_back(any_run);
-        else if (c == '_')
-            items.push_back(any_one);
-        else if (c == '\\' && j + 1 < pattern.size())
-            items.push_back(pattern[++j]);
-        else
-            items.push_back(c);
-    }
-    std::vector<std::vector<char>> matches(text.size() + 1, std::vector<char>(items.size() + 1));
-    matches[0][0] = 1;
-    for (size_t i = 0; i <= text.size(); ++i) {
-        for (size_t j = 1; j <= items.size(); ++j) {
-            int32_t item = items[j - 1];
-            if (item == any_run)
-                matches[i][j] = matches[i][j - 1] || (i > 0 && matches[i - 1][j]);
-            else if (i > 0)
-                matches[i][j] = matches[i - 1][j - 1] && (item == any_one || item == text[i - 1]);
-        }
-    }
-    return matches[text.size()][items.size()];
-}
-
 void check_like(const std::string &text, const std::string &pattern) {
     for (bool utf8 : {false, true}) {
-        bool expected = model_like(characters(text, utf8), characters(pattern, utf8));
+        bool expected = fuzz::model_like(characters(text, utf8), characters(pattern, utf8));
         uint8_t got = utf8 ? Is_Like8_L(text.c_str(), pattern.c_str())
                            : Is_Like_L(text.c_str(), pattern.c_str());
         FUZZ_CHECK(got == expected, "%s(%s, %s) = %d, model %d", utf8 ? "Is_Like8_L" : "Is_Like_L",
