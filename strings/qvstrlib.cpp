@@ -91,10 +91,10 @@ bool decode_through_service(const View &v, CodePoints &out) {
         return false;
     out.data.reset(reinterpret_cast<int32_t *>(utf32));
     out.count = bytes / 4;
-    // Converting UTF-32 to itself copies: values that are no characters read as U+FFFD.
-    std::replace_if(
-        out.data.get(), out.data.get() + out.count, [](int32_t c) { return !utf::is_scalar(c); },
-        replacement);
+    // Converting UTF-32 to itself copies: values that are no characters read as U+FFFD, and so
+    // does a U+0000 that a stateful encoding (UTF-7 ...) yields inside a text it cannot end.
+    auto no_character = [](int32_t c) { return c == 0 || !utf::is_scalar(c); };
+    std::replace_if(out.data.get(), out.data.get() + out.count, no_character, replacement);
     return true;
 }
 
@@ -447,6 +447,18 @@ icu::Collator *process_collator() {
     return collator.get();
 }
 
+// A heap copy of a view's text converted to `to` (*bytes its length): the encoding
+// service's conversion, or, when that holds a U+0000 (which would end the text), the text's
+// characters as decode() reads them. Null when it failed.
+char *converted_text(const View &v, const QV_ENCODING_T *to, int32_t *bytes) {
+    char *out = nullptr;
+    if (ConvertEncoding_L(v.encoding, v.text, v.bytes, to, &out, bytes) != 0) return nullptr;
+    if (byte_length(out, to) == *bytes) return out;
+    std::free(out);
+    CodePoints cps;
+    return decode(v, cps) ? encode_text(cps.data.get(), cps.count, to, bytes) : nullptr;
+}
+
 // True when [bytes, bytes + n) lies within the text of s (then appending it to s must read it
 // before s's text moves).
 bool lies_within(const QV_STRING_T *s, int32_t s_bytes, const char *bytes) {
@@ -537,11 +549,9 @@ QV_STRING_T *Astrcat_SL(QV_STRING_T *dst, const QV_STRING_T *src) {
     int32_t n = add.bytes;
     if (add.encoding != base.encoding && !(base.encoding->ascii_compatible &&
                                            add.encoding->ascii_compatible && all_ascii(bytes, n))) {
-        char *out = nullptr;
-        if (ConvertEncoding_L(add.encoding, add.text, add.bytes, base.encoding, &out, &n) != 0)
-            return dst;
-        converted.reset(out);
-        bytes = out;
+        converted.reset(converted_text(add, base.encoding, &n));
+        if (converted == nullptr) return dst;
+        bytes = converted.get();
     }
     // The text appended may be (part of) dst's own, which the reallocation moves.
     const bool own = lies_within(dst, base.bytes, bytes);
@@ -676,12 +686,10 @@ uint8_t Is_Like_SL(const QV_STRING_T *text, const QV_STRING_T *pattern) {
     const View *views[2] = {&t, &p};
     for (int i = 0; i < 2; ++i) {
         if (is_utf8(views[i]->encoding) || ascii_bytes(*views[i])) continue;
-        char *out = nullptr;
-        if (ConvertEncoding_L(views[i]->encoding, views[i]->text, views[i]->bytes, UTF8Encoding_L(),
-                              &out, nullptr) != 0)
-            return 0;
-        converted[i].reset(out);
-        side[i] = out;
+        int32_t bytes = 0;
+        converted[i].reset(converted_text(*views[i], UTF8Encoding_L(), &bytes));
+        if (converted[i] == nullptr) return 0;
+        side[i] = converted[i].get();
     }
     return Is_Like8_L(side[0], side[1]);
 }

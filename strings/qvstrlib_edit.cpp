@@ -583,7 +583,8 @@ QV_STRING_T *AStripAlNum_SL(QV_STRING_T *dst, const QV_STRING_T *src) {
 int32_t MakePrintable_SL(QV_STRING_T *s, int32_t replacement) {
     View v = view_of(s);
     if (v.is_null()) return 0;
-    if (replacement >= 0 && !can_encode(v.encoding, replacement)) replacement = -1;
+    if (replacement == 0 || (replacement > 0 && !can_encode(v.encoding, replacement)))
+        replacement = -1; // U+0000 would end the text
     auto body = [&](auto text, auto, auto) {
         using T = std::remove_cv_t<std::remove_reference_t<decltype(text[0])>>;
         Out<T> out;

@@ -32,6 +32,8 @@
  *   8-bit encodings); the byte way is taken only over bytes that are all characters. Only
  *   the copies keep bytes as they are: Astrcpy_SL, AstrcpyE_SL, Astrncpy_SL, Astrcat_SL
  *   within one encoding, and the in-place cut of TruncateString_SL.
+ * - A U+0000 that a stateful encoding yields inside a text (UTF-7 "+AAA-") cannot stand in a
+ *   terminated text: it reads as U+FFFD too.
  * - Null output records are accepted: the member stores nothing and returns its "nothing"
  *   result (null, 0 or -1 as it says).
  * - Allocation failures raise ALLOC_FAILURE or ZERO_ALLOC_FAILURE (module "qvstrlib");
@@ -193,7 +195,7 @@ QV_API int32_t RemoveLastChar_SL(QV_STRING_T *s);
 QV_API QV_STRING_T *AStripAlNum_SL(QV_STRING_T *dst, const QV_STRING_T *src);
 /* In place: every non-printable character (controls, format characters, unassigned code
  * points, U+FFFD from invalid bytes) becomes `replacement`, or is removed when
- * replacement < 0. */
+ * replacement is negative, 0 or a character the encoding cannot hold. */
 QV_API int32_t MakePrintable_SL(QV_STRING_T *s, int32_t replacement);
 /* In place: removes comments, a "//" outside single or double quotes up to (not
  * including) the next line feed or the end. */

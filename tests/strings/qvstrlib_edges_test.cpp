@@ -112,6 +112,16 @@ TEST(CountedStateful, TextsOfNoCharacters) {
     Astrcat_SL(&kanji, &abc);
     EXPECT_EQ(Strlen_SL(&kanji), 6);
     EXPECT_EQ(utf8_of(&kanji), "亜ababc");
+    // UTF-7 can write U+0000 without a zero byte; a terminated text cannot hold it.
+    Bytes nul("a+AAA-b", "UTF-7"), empty("", "UTF-16BE");
+    EXPECT_EQ(Strlen_SL(&nul), 3);
+    EXPECT_EQ(Pad_SL(&empty, 4, &nul, 0), 4);
+    EXPECT_EQ(utf8_of(&empty), "a\xEF\xBF\xBD"
+                               "ba");
+    Astrcat_SL(&empty, &nul);
+    EXPECT_EQ(Strlen_SL(&empty), 7);
+    QV_STRING_T like{const_cast<char *>("a_b"), UTF8Encoding_L()};
+    EXPECT_TRUE(Is_Like_SL(&nul, &like));
 }
 
 // Both paths read an invalid sequence as U+FFFD, and a member that builds a text writes it
