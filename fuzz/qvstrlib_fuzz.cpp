@@ -5,7 +5,8 @@
 // give the same result and leave the same bytes. On top of that the measurements are held
 // to what reading the text gives (lengths, the bytes of n characters, which are a prefix of
 // the text), and searches, comparison, LIKE and padding to slow models over the code points
-// that converting the texts to UTF-32 gives. Output records are sometimes null.
+// that converting the texts gives, and appending to the sum of the lengths. Output
+// records are sometimes null.
 //
 // Input: a byte choosing the encoding of the main text, one for the other texts, one
 // choosing the member, three texts (their raw bytes, ended here by the encoding's
@@ -245,6 +246,12 @@ void check_models(Case &c) {
     const bool like = Is_Like_SL(s.get(), t.get()) != 0;
     FUZZ_CHECK(like == fuzz::model_like(ps, pt), "Is_Like_SL(%s, %s) = %d",
                bytes_of(s.get()).c_str(), bytes_of(t.get()).c_str(), like);
+    Text joined(c.second, c.other);
+    const int32_t before = Strlen_SL(joined.get());
+    Astrcat_SL(joined.get(), s.get());
+    FUZZ_CHECK(Strlen_SL(joined.get()) == before + static_cast<int32_t>(ps.size()),
+               "Astrcat_SL(%s, %s) has %d characters", bytes_of(t.get()).c_str(),
+               bytes_of(s.get()).c_str(), Strlen_SL(joined.get()));
     const int32_t target = std::clamp(c.x, -5, 200);
     Text padded(c.main, c.encoding);
     const int32_t r = Pad_SL(padded.get(), target, t.get(), c.flags & 1);
