@@ -74,8 +74,9 @@ QV_API QV_STRING_T *Astrncpy_SL(QV_STRING_T *dst, const QV_STRING_T *src, int32_
 /* Appends src to dst, converted to dst's encoding; src may be dst itself or part of its
  * text. When dst's text is null, dst becomes a copy of src. In the generic UTF-16 and
  * UTF-32 and in stateful encodings (ISO-2022-JP, UTF-7 ...) the characters are joined, not
- * the bytes: the result has no byte-order mark inside and no shift state carried over.
- * Returns dst. */
+ * the bytes: the result has no byte-order mark inside and no shift state carried over. In
+ * other encodings the bytes are joined, so a dst ending in a cut sequence may make one
+ * character with the bytes that follow. Returns dst. */
 QV_API QV_STRING_T *Astrcat_SL(QV_STRING_T *dst, const QV_STRING_T *src);
 QV_API QV_STRING_T *AstrcatE_SL(QV_STRING_T *dst, const char *text, const QV_ENCODING_T *encoding);
 /* dst receives the text of the library's formatter (alloc.h), in UTF-8. Returns dst. */
