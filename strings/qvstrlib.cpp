@@ -129,15 +129,25 @@ int32_t encode_latin1(const int32_t *cps, int32_t count, char *out) {
 }
 
 // Offset after at most n UTF-8 characters of [p, p + bytes) ending within `limit`.
+// Offset after at most n UTF-8 characters of [p, p + bytes), each ending within `limit` when
+// Limited; *clean becomes false when Tracking finds an invalid sequence.
+template <bool Limited, bool Tracking>
 int32_t walk_utf8(const uint8_t *p, int32_t bytes, int32_t n, int32_t limit, bool *clean) {
     int32_t i = 0;
+    bool valid = true;
     for (int32_t k = 0; k < n && i < bytes; ++k) {
-        int32_t c = p[i], used = 1;
-        if (c >= 0x80) used = utf::decode_utf8(p + i, bytes - i, c, -1);
-        if (i + used > limit) break;
-        if (c < 0 && clean != nullptr) *clean = false;
+        if (p[i] < 0x80) {
+            if (Limited && i >= limit) break;
+            ++i;
+            continue;
+        }
+        int32_t c = 0;
+        const int32_t used = utf::decode_utf8(p + i, bytes - i, c, -1);
+        if (Limited && i + used > limit) break;
+        if (Tracking) valid = valid && c >= 0;
         i += used;
     }
+    if (Tracking && !valid) *clean = false;
     return i;
 }
 
@@ -358,7 +368,13 @@ int32_t walk_chars(const View &v, int32_t n, int32_t limit, bool *clean) {
     if (n <= 0 || limit <= 0) return 0;
     const QV_ENCODING_T *e = v.encoding;
     const auto *p = reinterpret_cast<const uint8_t *>(v.text);
-    if (is_utf8(e)) return walk_utf8(p, v.bytes, n, limit, clean);
+    if (is_utf8(e)) {
+        if (limit < v.bytes)
+            return clean ? walk_utf8<true, true>(p, v.bytes, n, limit, clean)
+                         : walk_utf8<true, false>(p, v.bytes, n, limit, clean);
+        return clean ? walk_utf8<false, true>(p, v.bytes, n, limit, clean)
+                     : walk_utf8<false, false>(p, v.bytes, n, limit, clean);
+    }
     if (is_utf16(e)) return walk_units(p, v.bytes, n, limit, clean, decode_utf16);
     if (is_utf32(e)) return walk_units(p, v.bytes, n, limit, clean, decode_utf32);
     if (!single_byte(e)) return -1;
