@@ -93,7 +93,6 @@ inline bool bytes_compatible(const View &main, const View &other) {
 struct CodePoints {
     HeapArray<int32_t> data;
     int32_t count = 0;
-    int32_t operator[](int32_t i) const { return data[i]; }
 };
 
 // Decodes a view (a null view gives 0 code points). False when allocation failed.
