@@ -226,6 +226,11 @@ TEST_F(FeedbackTest, LogFileRootsAndPaths) {
     EXPECT_EQ(root('S', "Dim One", 12345), "DimBuild_Dim One_12345");
     EXPECT_EQ(root('J', "a/b\\c:d*e?f\"g<h>i|j", 0), "Job_a_b_c_d_e_f_g_h_i_j_0000");
     EXPECT_EQ(root('x', "tab\there\x7F", -3), "Unknown_tab_here__-003");
+    EXPECT_EQ(root('J',
+                   "a\xC2\x85"
+                   "b",
+                   1),
+              "Job_a_b_0001"); // a C1 control (NEL)
     EXPECT_EQ(root('B', "caf\xC3\xA9", 1), "Build_caf\xC3\xA9_0001");
     EXPECT_EQ(root('B', "bad\xC3(\xFF", 1), "Build_bad_(__0001");
     EXPECT_EQ(root('J', nullptr, 1), "Job__0001");

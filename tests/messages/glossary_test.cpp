@@ -56,13 +56,14 @@ TEST_F(GlossaryTest, ShippedFiles) {
 }
 
 TEST_F(GlossaryTest, NumberedFileRulesAndMalformedLines) {
-    write("glossary.gls",
-          "# comment line\n\n   \t \n30 thirty\n  7\t  seven  days  \r\n"
-          "   # indented comment\n-3 minus three\n+4 plus four\n7 second seven\n"
-          "10 ten # not a comment\n12\nabc text\n99999999999 too big\n5x five\n2 two");
+    write("glossary.gls", "# comment line\n\n   \t \n30 thirty\n  7\t  seven  days  \r\n"
+                          "   # indented comment\n-3 minus three\n+4 plus four\n7 second seven\n"
+                          "10 ten # not a comment\n12\nabc text\n99999999999 too big\n5x five\n+-5 "
+                          "minus five\n2 two");
     EXPECT_EQ(texts(Gloss_L, {30, 7, -3, 4, 10, 2}),
               "thirty|seven  days|minus three|plus four|ten # not a comment|two|");
-    EXPECT_EQ(texts(Gloss_L, {0, 1, 5, 12, 31, -4}), "<null>|<null>|<null>|<null>|<null>|<null>|");
+    EXPECT_EQ(texts(Gloss_L, {0, 1, 5, 12, 31, -4, -5}),
+              "<null>|<null>|<null>|<null>|<null>|<null>|<null>|");
     EXPECT_EQ(texts_of(context).size(), 0u);
     const std::string path = (folder / "glossary.gls").string();
     EXPECT_EQ(out, "WARNING - Line 11 of the glossary file '" + path +
@@ -75,7 +76,11 @@ TEST_F(GlossaryTest, NumberedFileRulesAndMalformedLines) {
                        "' was skipped: a number and a text were expected, not '99999999999 "
                        "too big'.\n"
                        "WARNING - Line 14 of the glossary file '" +
-                       path + "' was skipped: a number and a text were expected, not '5x five'.\n");
+                       path +
+                       "' was skipped: a number and a text were expected, not '5x five'.\n"
+                       "WARNING - Line 15 of the glossary file '" +
+                       path +
+                       "' was skipped: a number and a text were expected, not '+-5 minus five'.\n");
 }
 
 TEST_F(GlossaryTest, MissingNumberedFileIsReportedOnceUntilUnloaded) {
