@@ -81,6 +81,8 @@ typedef enum MESSAGE_SEVERITY_E {
 #define QV_MSG_GLOSSARY_LINE_SKIPPED 0x8DA5062EU /* file path, line number, line */
 /* date formats */
 #define QV_MSG_DATE_FORMAT_REPEATED 0x45E1B1ADU /* format pattern */
+/* values */
+#define QV_MSG_VALUES_NOT_COMPARABLE 0x7C2E0A01U /* first value's type, second value's type */
 /* expression parser */
 #define QV_MSG_FUNCTION_NOT_FOUND 0xA1D7164AU      /* function name */
 #define QV_MSG_ARGUMENT_LIST_BROKEN 0xA1D7164BU    /* - */

@@ -19,9 +19,12 @@
 #include "precise.h"
 #include "date.h"
 #include "interval.h"
+#include "dataval.h"
 #include "qvstring.h"
 #include "encoding.h"
 #include "textutil.h"
 #include "qvstrlib.h"
+#include "qvvar.h"
+#include "builtin.h"
 
 #endif

@@ -304,6 +304,7 @@ TEST(DataType, LiteralTypes) {
         {"   ", type(QV_TYPE_CHAR, 3)},
         {nullptr, type(QV_TYPE_CHAR, 0)},
     };
+    qv::install_date_literal_recognizer(nullptr); // the date module installs one at load
     std::strcpy(Msgbuf8, "kept");
     for (const auto &c : cases) {
         QV_DATATYPE_T d = type(QV_TYPE_BLOB, 9, 9);
