@@ -117,6 +117,17 @@ typedef enum MESSAGE_SEVERITY_E {
 #define QV_MSG_CASE_DEFAULT_REPEATED 0xA1D716CDU  /* - */
 #define QV_MSG_STATEMENT_EXPECTED 0xA1D71744U     /* - */
 
+/* built-in functions: files and mail (warnings; the function's result is NULL, or for
+ * SendMail the message's text) */
+#define QV_MSG_FILE_OPEN_FAILED 0xB1F20001U           /* path, mode, system text */
+#define QV_MSG_FILE_MODE_UNKNOWN 0xB1F20002U          /* the mode given */
+#define QV_MSG_FILE_PROPERTY_UNKNOWN 0xB1F20003U      /* the property given */
+#define QV_MSG_MAIL_NO_RECIPIENT 0xB1F20011U          /* the "send to" text */
+#define QV_MSG_MAIL_ATTACHMENT_UNREADABLE 0xB1F20012U /* path, system text */
+#define QV_MSG_MAIL_PROGRAM_FAILED 0xB1F20013U        /* program, system text */
+#define QV_MSG_MAIL_PROGRAM_REFUSED 0xB1F20014U       /* program, exit status, its error output */
+#define QV_MSG_MAIL_TIMED_OUT 0xB1F20015U             /* program, seconds */
+
 /* "D", "I", "W", "E", "F" for 1..5; "?" otherwise. */
 QV_API const char *MsgSeverityName_L(int32_t severity);
 
