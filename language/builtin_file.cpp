@@ -11,6 +11,7 @@
 //                               APPEND, in any letter case; a directory is not opened
 //   FileRead( file_no )         the next line without its line feed and trailing blanks;
 //                               a blank line is an empty text, the end of the file NULL
+//                               (and lines added to the file later are read after it)
 //   FileWrite( file_no, ... )   the text forms of the values one after the other (a NULL
 //                               value writes nothing), then a line feed: TRUE, or FALSE
 //                               when the system refuses the write
@@ -123,6 +124,7 @@ void file_read(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *number) 
     if (!begin(result, frame, QV_TYPE_CHAR)) return;
     std::FILE *file = stream_of(number);
     qv::HeapText line;
+    if (file != nullptr) std::clearerr(file); // past the end before: what was added since
     if (file == nullptr || qv::read_line(line, file) == nullptr) return set_null(result);
     RTrim_L(line.get());
     qv::values::release_payload(*result);
