@@ -446,8 +446,10 @@ bool deliver(const String &message, const Vector<String> &recipients, Failure &f
     }
     run.drain();
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0 && run.sent_all()) return true;
-    failure = {QV_MSG_MAIL_PROGRAM_REFUSED,
-               {program, status_text(status), one_line(trim(run.errors()))}};
+    String said = one_line(trim(run.errors()));
+    if (said.empty())
+        said = run.sent_all() ? "it wrote no error" : "it stopped reading the message";
+    failure = {QV_MSG_MAIL_PROGRAM_REFUSED, {program, status_text(status), said}};
     return false;
 }
 
