@@ -7,10 +7,12 @@
 // Each loop walks 1024 generated values. Conversions write into one destination value, as
 // the evaluator converts row after row into its result slot.
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 #include <time.h>
 #include <zlib.h>
 
 #include <charconv>
+#include <ctime>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,6 +23,7 @@
 #include "qv/dataval.h"
 #include "qv/date.h"
 #include "qv/precise.h"
+#include "qv/qvstrlib.h"
 
 namespace {
 
@@ -28,12 +31,12 @@ constexpr std::size_t kCount = 1024;
 
 struct Values {
     std::vector<QV_VALUE_T> values;
-    explicit Values(std::size_t n) : values(n) {}
+    Values() : values(kCount) {}
     Values(const Values &) = delete;
     ~Values() {
         for (QV_VALUE_T &v : values) FreeValue_L(&v);
     }
-    QV_VALUE_T &operator[](std::size_t i) { return values[i % values.size()]; }
+    QV_VALUE_T &operator[](std::size_t i) { return values[i % kCount]; }
 };
 
 std::mt19937_64 &random_engine() {
@@ -92,7 +95,7 @@ QV_DATE_T random_date() {
 // ---- INTEGER to CHAR ------------------------------------------------------------------------
 
 void BM_ConvertValue_IntegerToChar(benchmark::State &state) {
-    Values sources(kCount);
+    Values sources;
     std::vector<int64_t> all = integers();
     for (std::size_t i = 0; i < kCount; ++i) SetIntegerValue_L(&sources[i], all[i]);
     QV_VALUE_T dest{};
@@ -115,10 +118,33 @@ void BM_ToChars_Integer(benchmark::State &state) {
 }
 BENCHMARK(BM_ToChars_Integer);
 
+// The same work as the conversion's: the digits copied into a heap text that is kept and
+// reused while it has room.
+void BM_ToChars_IntegerIntoHeapText(benchmark::State &state) {
+    std::vector<int64_t> all = integers();
+    char *text = static_cast<char *>(std::malloc(8));
+    std::size_t i = 0;
+    for (auto _ : state) {
+        char digits[24];
+        const auto length = static_cast<std::size_t>(
+            std::to_chars(digits, digits + 23, all[i++ % kCount]).ptr - digits);
+        if (malloc_usable_size(text) < length + 1) {
+            std::free(text);
+            text = static_cast<char *>(std::malloc(length + 1));
+        }
+        std::memcpy(text, digits, length);
+        text[length] = '\0';
+        benchmark::DoNotOptimize(text);
+        benchmark::ClobberMemory();
+    }
+    std::free(text);
+}
+BENCHMARK(BM_ToChars_IntegerIntoHeapText);
+
 // ---- FLOAT to CHAR --------------------------------------------------------------------------
 
 void BM_ConvertValue_FloatToChar(benchmark::State &state) {
-    Values sources(kCount);
+    Values sources;
     std::vector<double> all = doubles();
     for (std::size_t i = 0; i < kCount; ++i) SetFloatValue_L(&sources[i], all[i]);
     QV_VALUE_T dest{};
@@ -145,7 +171,7 @@ BENCHMARK(BM_ToChars_Double15);
 // ---- CHAR to NUMBER ------------------------------------------------------------------------
 
 void BM_ConvertValue_CharToNumber(benchmark::State &state) {
-    Values sources(kCount);
+    Values sources;
     std::vector<std::string> all = decimal_texts();
     for (std::size_t i = 0; i < kCount; ++i) SetTextValue_L(&sources[i], all[i].c_str(), nullptr);
     QV_VALUE_T dest{};
@@ -165,7 +191,7 @@ BENCHMARK(BM_Strtod);
 // ---- DATE to CHAR --------------------------------------------------------------------------
 
 void BM_ConvertValue_DateToChar(benchmark::State &state) {
-    Values sources(kCount);
+    Values sources;
     for (std::size_t i = 0; i < kCount; ++i) {
         QV_DATE_T d = random_date();
         SetDateValue_L(&sources[i], QV_TYPE_DATE, &d);
@@ -204,7 +230,7 @@ BENCHMARK(BM_Strftime_Date);
 // ---- Comparison ------------------------------------------------------------------------------
 
 void BM_CompareValue_Char(benchmark::State &state) {
-    Values sources(kCount);
+    Values sources;
     std::vector<std::string> all = words();
     for (std::size_t i = 0; i < kCount; ++i) SetTextValue_L(&sources[i], all[i].c_str(), nullptr);
     std::size_t i = 0;
@@ -216,7 +242,7 @@ void BM_CompareValue_Char(benchmark::State &state) {
 BENCHMARK(BM_CompareValue_Char);
 
 void BM_CompareValue_CharEqual(benchmark::State &state) {
-    Values sources(kCount), copies(kCount);
+    Values sources, copies;
     std::vector<std::string> all = words();
     for (std::size_t i = 0; i < kCount; ++i) {
         SetTextValue_L(&sources[i], all[i].c_str(), nullptr);
@@ -230,6 +256,19 @@ void BM_CompareValue_CharEqual(benchmark::State &state) {
 }
 BENCHMARK(BM_CompareValue_CharEqual);
 
+// The collation beneath the comparison of texts, alone.
+void BM_Strcoll_SL(benchmark::State &state) {
+    std::vector<std::string> all = words();
+    std::vector<QV_STRING_T> texts;
+    for (std::string &w : all) texts.push_back({w.data(), nullptr});
+    std::size_t i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(Strcoll_SL(&texts[i % kCount], &texts[(i + 1) % kCount]));
+        ++i;
+    }
+}
+BENCHMARK(BM_Strcoll_SL);
+
 void BM_Strcmp(benchmark::State &state) {
     std::vector<std::string> all = words();
     std::vector<const char *> texts;
@@ -242,12 +281,13 @@ void BM_Strcmp(benchmark::State &state) {
 }
 BENCHMARK(BM_Strcmp);
 
-void BM_CompareValue_Number(benchmark::State &state) {
-    Values sources(kCount);
+// NUMBERs of one scale, and of three scales mixed (brought to a common scale exactly).
+void compare_numbers(benchmark::State &state, int32_t scales) {
+    Values sources;
     std::vector<std::string> all = decimal_texts();
     for (std::size_t i = 0; i < kCount; ++i) {
-        NewPrecise_L(&sources[i], 12 + static_cast<int32_t>(i % 3),
-                     4 + static_cast<int32_t>(i % 3));
+        const auto step = static_cast<int32_t>(i % scales);
+        NewPrecise_L(&sources[i], 12 + step, 4 + step);
         StringToPrecise_L(&sources[i], all[i].c_str());
     }
     std::size_t i = 0;
@@ -256,7 +296,14 @@ void BM_CompareValue_Number(benchmark::State &state) {
         ++i;
     }
 }
+void BM_CompareValue_Number(benchmark::State &state) {
+    compare_numbers(state, 1);
+}
 BENCHMARK(BM_CompareValue_Number);
+void BM_CompareValue_NumberScales(benchmark::State &state) {
+    compare_numbers(state, 3);
+}
+BENCHMARK(BM_CompareValue_NumberScales);
 
 [[gnu::noinline]] int compare_doubles(const double *a, const double *b) {
     return (*a > *b) - (*a < *b);
@@ -306,7 +353,7 @@ std::vector<Row> &rows() {
         c[7].is_null = 1;
         SetTextValue_L(&c[8], "open", nullptr);
         SetIntegerValue_L(&c[9], static_cast<int64_t>(i));
-        for (QV_VALUE_T &v : c) {
+        for (QV_VALUE_T &v : made[i].columns) {
             std::string piece;
             switch (v.descriptor.type) {
                 case QV_TYPE_INTEGER:

@@ -152,14 +152,13 @@ bool copy_value(QV_VALUE_T &dest, const QV_VALUE_T &src) {
     return false;
 }
 
-bool contains(const QV_VALUE_T &whole, const QV_VALUE_T *part) {
-    if (&whole == part) return true;
+bool in_blocks_of(const QV_VALUE_T &whole, const QV_VALUE_T *part) {
     const QV_VALUE_T *block = array_block(whole);
     if (block == nullptr || !whole.owns_payload) return false;
     const int64_t count = array_count(whole);
     if (part > block && part <= block + count) return true;
     for (int64_t i = 1; i <= count; ++i)
-        if (type_of(block[i]) == QV_TYPE_ARRAY && contains(block[i], part)) return true;
+        if (type_of(block[i]) == QV_TYPE_ARRAY && in_blocks_of(block[i], part)) return true;
     return false;
 }
 

@@ -84,8 +84,12 @@ class HeldValue {
 // dest becomes a deep copy of src (dest must own nothing). False after an allocation failure
 // whose raise returned; dest is then NULL.
 bool copy_value(QV_VALUE_T &dest, const QV_VALUE_T &src);
-// True when `part` is `whole` or lies in the array blocks that `whole` owns, at any depth.
-bool contains(const QV_VALUE_T &whole, const QV_VALUE_T *part);
+// True when `part` lies in the array blocks that the ARRAY `whole` owns, at any depth.
+bool in_blocks_of(const QV_VALUE_T &whole, const QV_VALUE_T *part);
+// True when `part` is `whole` or lies in its array blocks.
+inline bool contains(const QV_VALUE_T &whole, const QV_VALUE_T *part) {
+    return &whole == part || (whole.descriptor.type == QV_TYPE_ARRAY && in_blocks_of(whole, part));
+}
 
 // ---- Arrays ----------------------------------------------------------------------------
 

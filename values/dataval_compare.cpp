@@ -74,13 +74,24 @@ bool is_number(const QV_VALUE_T &value) {
 
 // The family a type compares within; 0 when it compares with nothing.
 uint32_t family_of(const QV_VALUE_T &value) {
-    static constexpr uint32_t kFamilies[] = {
-        kNumberTypes,    kTextTypes,          kByteTypes,          kDateTypes,   kTimeTypes,
-        QV_TYPE_BOOLEAN, QV_TYPE_INTERVAL_DS, QV_TYPE_INTERVAL_YM, QV_TYPE_ARRAY};
-    if (type_of(value) == QV_TYPE_NUMBER && !precise::is_valid(&value)) return 0;
-    for (uint32_t family : kFamilies)
-        if (is_one_of(type_of(value), family)) return family;
-    return 0;
+    switch (type_of(value)) {
+        case QV_TYPE_INTEGER:
+        case QV_TYPE_FLOAT: return kNumberTypes;
+        case QV_TYPE_NUMBER: return precise::is_valid(&value) ? kNumberTypes : 0;
+        case QV_TYPE_CHAR:
+        case QV_TYPE_CLOB: return kTextTypes;
+        case QV_TYPE_BINARY:
+        case QV_TYPE_BLOB: return kByteTypes;
+        case QV_TYPE_DATE:
+        case QV_TYPE_DATE_TZ: return kDateTypes;
+        case QV_TYPE_TIME:
+        case QV_TYPE_TIME_TZ: return kTimeTypes;
+        case QV_TYPE_BOOLEAN:
+        case QV_TYPE_INTERVAL_DS:
+        case QV_TYPE_INTERVAL_YM:
+        case QV_TYPE_ARRAY: return type_of(value);
+        default: return 0;
+    }
 }
 
 // The text of a text value for the string comparisons (a file that cannot be read is empty).
@@ -131,6 +142,14 @@ int compare_arrays(const QV_VALUE_T &a, const QV_VALUE_T &b) {
 
 int compare_values(const QV_VALUE_T *a, const QV_VALUE_T *b) {
     if (is_null(a) || is_null(b)) return is_null(b) - is_null(a);
+    if (type_of(*a) == type_of(*b)) { // the common case, straight to the comparison
+        if (type_of(*a) == QV_TYPE_INTEGER)
+            return (a->payload.integer > b->payload.integer) -
+                   (a->payload.integer < b->payload.integer);
+        if (type_of(*a) == QV_TYPE_NUMBER && precise::is_valid(a) && precise::is_valid(b))
+            return PreciseCompare_L(a, nullptr, b);
+        if (type_of(*a) == QV_TYPE_CHAR) return compare_texts(*a, *b);
+    }
     const uint32_t family = family_of(*a);
     if (family == 0 || family != family_of(*b)) {
         refuse(*a, *b);

@@ -142,29 +142,38 @@ void read_interval_number(const QV_INTERVAL_DS_T &interval, Reading &reading) {
 // ---- Texts for the date and interval readers ----------------------------------------------
 
 // The trimmed text form of a text value as a terminated text of its own.
-bool trimmed_text(const QV_VALUE_T &value, String &out) {
+// Reads a text value with `read(trimmed text, out)`: QV_VALUE_OK with *out set, or
+// QV_VALUE_NONE (*out unchanged).
+template <class Out, class Read>
+int32_t read_text_as(const QV_VALUE_T &value, Out *out, Read read) {
     TextForm form;
-    if (!is_one_of(type_of(value), kTextTypes) || !form.make_utf8(value)) return false;
-    out = trimmed(form.view());
-    return true;
+    if (!form.make_utf8(value)) return QV_VALUE_NONE;
+    const String text(trimmed(form.view()));
+    Out result{};
+    if (!read(text.c_str(), result)) return QV_VALUE_NONE;
+    *out = result;
+    return QV_VALUE_OK;
 }
 
-bool text_to_date(const QV_VALUE_T &value, QV_DATE_T &out) {
-    String text;
-    if (!trimmed_text(value, text)) return false;
-    return IsInternalDate_L(text.c_str(), &out, nullptr) ||
-           CharToInternalDate_L(text.c_str(), GetInternalDatetimeTZFormat_L(), nullptr, &out) == 0;
+bool text_to_date(const char *text, QV_DATE_T &out) {
+    return IsInternalDate_L(text, &out, nullptr) ||
+           CharToInternalDate_L(text, GetInternalDatetimeTZFormat_L(), nullptr, &out) == 0;
 }
 
-bool text_to_time(const QV_VALUE_T &value, QV_DATE_T &out) {
-    String text;
-    if (!trimmed_text(value, text)) return false;
-    if (CharToInternalTime_L(text.c_str(), GetInternalTimeTZFormat_L(), nullptr, &out) == 0)
-        return true;
-    if (!IsInternalDate_L(text.c_str(), &out, nullptr)) return false;
+bool text_to_time(const char *text, QV_DATE_T &out) {
+    if (CharToInternalTime_L(text, GetInternalTimeTZFormat_L(), nullptr, &out) == 0) return true;
+    if (!IsInternalDate_L(text, &out, nullptr)) return false;
     out.year = 0;
     out.month = out.day = 0;
     return true;
+}
+
+bool text_to_interval(const char *text, QV_INTERVAL_DS_T &out) {
+    return CharToInternalInterval_L(text, nullptr, nullptr, &out) == 0;
+}
+
+bool text_to_interval_ym(const char *text, QV_INTERVAL_YM_T &out) {
+    return CharToInternalIntervalYM_L(text, nullptr, nullptr, &out) == 0;
 }
 
 // A signed count of nanoseconds as a day-second interval; false beyond 2^32 days.
@@ -302,26 +311,41 @@ char *reusable_text(const QV_VALUE_T &dest, std::size_t size) {
     return malloc_usable_size(text) >= size ? text : nullptr;
 }
 
-// dest (a text type) holds the form's text as its own; false (dest NULL) after an
-// allocation failure whose raise returned.
-bool store_text(QV_VALUE_T &dest, TextForm &form) {
-    const std::size_t zeros = terminator_width(form.encoding());
-    if (char *text = reusable_text(dest, form.size() + zeros)) {
-        std::memcpy(text, form.data(), form.size());
-        std::memset(text + form.size(), 0, zeros);
-        dest.payload.string.encoding = form.encoding();
+// dest (a text type) holds `text` as its own: copied into dest's block when it has room,
+// else in the heap text `detach()` gives. False (dest NULL) after an allocation failure
+// whose raise returned.
+template <class Detach>
+bool store_text(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *encoding,
+                Detach detach) {
+    const std::size_t zeros = terminator_width(encoding);
+    if (char *own = reusable_text(dest, text.size() + zeros)) {
+        std::memcpy(own, text.data(), text.size());
+        std::memset(own + text.size(), 0, zeros);
+        dest.payload.string.encoding = encoding;
     } else {
-        char *copy = form.detach();
+        char *copy = detach();
         release_payload(dest);
         if (copy == nullptr) {
             dest.is_null = 1;
             return false;
         }
-        dest.payload.string = {copy, form.encoding()};
+        dest.payload.string = {copy, encoding};
         dest.owns_payload = 1;
     }
     dest.is_null = 0;
     return true;
+}
+
+// dest holds the text form of src; false (dest NULL) when src has none.
+bool store_text_form(QV_VALUE_T &dest, const QV_VALUE_T &src) {
+    char printed[kFixedTextSize];
+    const int length = print_fixed(src, printed); // the fixed-size types, without a form
+    if (length >= 0)
+        return store_text(dest, {printed, static_cast<std::size_t>(length)}, nullptr,
+                          [&] { return QV_STRNDUP(printed, length); });
+    TextForm form;
+    return form.make(src) &&
+           store_text(dest, form.view(), form.encoding(), [&] { return form.detach(); });
 }
 
 // dest borrows src's payload.
@@ -371,8 +395,7 @@ int32_t to_char(QV_VALUE_T &dest, const QV_VALUE_T &src, bool share, bool no_tru
     if (share && own_text(src, text)) {
         borrow(dest, src, 0x3);
     } else {
-        TextForm form;
-        if (!form.make(src) || !store_text(dest, form)) {
+        if (!store_text_form(dest, src)) {
             make_null(dest);
             return QV_CONVERT_OK;
         }
@@ -400,8 +423,7 @@ int32_t to_clob(QV_VALUE_T &dest, const QV_VALUE_T &src, bool share) {
         dest.is_null = 0;
         set_flags(dest, taken.descriptor.extra & 0x21);
     } else {
-        TextForm form;
-        if (!form.make(src) || !store_text(dest, form)) {
+        if (!store_text_form(dest, src)) {
             make_null(dest);
             return QV_CONVERT_OK;
         }
@@ -730,12 +752,8 @@ QV_API int32_t ValueToDateTime_L(const QV_VALUE_T *value, QV_DATE_T *out) {
         return QV_VALUE_OK;
     }
     return QV_C_ENTRY(([&] {
+        if (is_one_of(type_of(*value), kTextTypes)) return read_text_as(*value, out, text_to_date);
         QV_DATE_T date{};
-        if (is_one_of(type_of(*value), kTextTypes)) {
-            if (!text_to_date(*value, date)) return QV_VALUE_NONE;
-            *out = date;
-            return QV_VALUE_OK;
-        }
         Reading reading;
         read_plain_number(*value, true, reading);
         double day = 0;
@@ -765,12 +783,8 @@ QV_API int32_t ValueToTime_L(const QV_VALUE_T *value, QV_DATE_T *out) {
         return QV_VALUE_OK;
     }
     return QV_C_ENTRY(([&] {
+        if (is_one_of(type_of(*value), kTextTypes)) return read_text_as(*value, out, text_to_time);
         QV_DATE_T time{};
-        if (is_one_of(type_of(*value), kTextTypes)) {
-            if (!text_to_time(*value, time)) return QV_VALUE_NONE;
-            *out = time;
-            return QV_VALUE_OK;
-        }
         Reading reading;
         read_plain_number(*value, true, reading);
         Int128 nanoseconds = 0;
@@ -794,15 +808,9 @@ QV_API int32_t ValueToInterval_L(const QV_VALUE_T *value, QV_INTERVAL_DS_T *out)
         return QV_VALUE_OK;
     }
     return QV_C_ENTRY(([&] {
+        if (is_one_of(type_of(*value), kTextTypes))
+            return read_text_as(*value, out, text_to_interval);
         QV_INTERVAL_DS_T interval{};
-        if (is_one_of(type_of(*value), kTextTypes)) {
-            qv::String text;
-            if (!trimmed_text(*value, text) ||
-                CharToInternalInterval_L(text.c_str(), nullptr, nullptr, &interval) != 0)
-                return QV_VALUE_NONE;
-            *out = interval;
-            return QV_VALUE_OK;
-        }
         Reading reading;
         read_plain_number(*value, true, reading);
         Int128 nanoseconds = 0;
@@ -825,15 +833,9 @@ QV_API int32_t ValueToIntervalYM_L(const QV_VALUE_T *value, QV_INTERVAL_YM_T *ou
         return QV_VALUE_OK;
     }
     return QV_C_ENTRY(([&] {
+        if (is_one_of(type_of(*value), kTextTypes))
+            return read_text_as(*value, out, text_to_interval_ym);
         QV_INTERVAL_YM_T interval{};
-        if (is_one_of(type_of(*value), kTextTypes)) {
-            qv::String text;
-            if (!trimmed_text(*value, text) ||
-                CharToInternalIntervalYM_L(text.c_str(), nullptr, nullptr, &interval) != 0)
-                return QV_VALUE_NONE;
-            *out = interval;
-            return QV_VALUE_OK;
-        }
         int64_t months = 0;
         if (!is_one_of(type_of(*value), kNumberTypes) ||
             ValueToInteger_L(value, &months) != QV_VALUE_OK ||

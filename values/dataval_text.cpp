@@ -309,7 +309,7 @@ bool ByteForm::make(const QV_VALUE_T &value) {
     if (in_file(value) && type_of(value) == QV_TYPE_BLOB) {
         HeapText content;
         std::size_t size = 0;
-        if (!read_whole_file(file_name(value), content, size, 0)) return false;
+        if (!read_whole_file(file_name(value), content, size, 1)) return false;
         owned_.reset(reinterpret_cast<uint8_t *>(content.release()));
         data_ = owned_.get();
         size_ = static_cast<uint32_t>(size);

@@ -416,6 +416,7 @@ TEST(Precise, OperandsOfOtherTypesAndResultTypes) {
     SetDataType_L(&text.descriptor, QV_TYPE_CHAR, 3, 0);
     char digits[] = "2.25";
     text.payload.string.text = digits;
+    qv::install_value_to_number_converter(nullptr); // the values module installs one at load
     EXPECT_EQ(PreciseCalculate_L(&text, '+', &n, &r, 1), -1) << "no converter installed";
     qv::install_value_to_number_converter([](const QV_VALUE_T *source, QV_PRECISE_T *number) {
         return StringToPrecise_L(number, source->payload.string.text) == 0;
