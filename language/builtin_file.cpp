@@ -271,7 +271,7 @@ void file_list(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *pattern,
     String directory;
     if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
         directory = path;
-        listing.pattern = "*";
+        listing.pattern.assign(1, '*'); // (= "*" draws a false -Wrestrict from GCC 12)
     } else {
         const std::size_t slash = path.rfind('/');
         directory = slash == String::npos ? String(".") : path.substr(0, slash == 0 ? 1 : slash);
