@@ -234,6 +234,20 @@ inline OwnedValue date_value(const QV_DATE_T &date, uint32_t type = QV_TYPE_DATE
     SetDateValue_L(value.get(), type, &date);
     return value;
 }
+inline OwnedValue interval_value(const QV_INTERVAL_DS_T &interval) {
+    OwnedValue value = new_value();
+    SetValueType_L(value.get(), QV_TYPE_INTERVAL_DS);
+    value->is_null = 0;
+    value->payload.interval_ds = interval;
+    return value;
+}
+inline OwnedValue interval_value(const QV_INTERVAL_YM_T &interval) {
+    OwnedValue value = new_value();
+    SetValueType_L(value.get(), QV_TYPE_INTERVAL_YM);
+    value->is_null = 0;
+    value->payload.interval_ym = interval;
+    return value;
+}
 inline OwnedValue null_value(uint32_t type) {
     OwnedValue value = new_value();
     SetValueType_L(value.get(), type);

@@ -55,10 +55,7 @@ TEST_F(BuiltinIntervals, SumsAgreeWithDifferences) {
         QV_INTERVAL_YM_T ym{static_cast<uint8_t>(random(0, 1)),
                             static_cast<uint32_t>(random(0, 5000)),
                             static_cast<uint32_t>(random(0, 11))};
-        OwnedValue a = qvtest::new_value();
-        SetValueType_L(a.get(), QV_TYPE_INTERVAL_YM);
-        a->is_null = 0;
-        a->payload.interval_ym = ym;
+        OwnedValue a = qvtest::interval_value(ym);
         const int months = random(-100000, 100000);
         OwnedValue n = integer_value(months);
         OwnedValue sum = call("AddMonthsToInterval", {a.get(), n.get()});
@@ -74,10 +71,7 @@ TEST_F(BuiltinIntervals, SumsAgreeWithDifferences) {
             static_cast<uint8_t>(random(0, 1)),   static_cast<uint32_t>(random(0, 40000)),
             static_cast<uint32_t>(random(0, 23)), static_cast<uint32_t>(random(0, 59)),
             static_cast<uint32_t>(random(0, 59)), static_cast<uint32_t>(random(0, 999999999))};
-        OwnedValue b = qvtest::new_value();
-        SetValueType_L(b.get(), QV_TYPE_INTERVAL_DS);
-        b->is_null = 0;
-        b->payload.interval_ds = ds;
+        OwnedValue b = qvtest::interval_value(ds);
         const int seconds = random(-1000000000, 1000000000);
         OwnedValue s = integer_value(seconds);
         OwnedValue moved = call("AddSecondsToInterval", {b.get(), s.get()});

@@ -55,14 +55,6 @@ constexpr const char *second_half[] = {
 };
 static_assert(std::size(second_half) == 37 + 1); // and ToChar's date branch
 
-OwnedValue typed_value(uint32_t type, auto fill) {
-    OwnedValue value = qvtest::new_value();
-    SetValueType_L(value.get(), type);
-    value->is_null = 0;
-    fill(*value);
-    return value;
-}
-
 // Values at the edges of every type.
 std::vector<OwnedValue> extreme_values() {
     std::vector<OwnedValue> v;
@@ -78,7 +70,8 @@ std::vector<OwnedValue> extreme_values() {
     for (const char *text : {"", "%s%n%x", "\xff\xfe\xc3", "LOCAL", "READ", "*", "/",
                              "syyyy-mm-dd hh:mi:ss.fffffffff stzh:tzm", long_text.c_str()})
         v.push_back(qvtest::text_value(text));
-    v.push_back(typed_value(QV_TYPE_BOOLEAN, [](QV_VALUE_T &x) { x.payload.boolean = 1; }));
+    v.push_back(qvtest::new_value());
+    SetBooleanValue_L(v.back().get(), 1);
     const QV_DATE_T dates[] = {{INT16_MIN, 1, 1, 0, 0, 0, 0, 0},
                                {INT16_MAX, 12, 31, 23, 59, 59, 999999999, 0},
                                {2024, 2, 29, 12, 0, 0, 0, 0},
@@ -90,13 +83,11 @@ std::vector<OwnedValue> extreme_values() {
             if (type == QV_TYPE_DATE_TZ || type == QV_TYPE_TIME_TZ) date.zone = INT16_MIN;
             v.push_back(qvtest::date_value(date, type));
         }
-    v.push_back(typed_value(QV_TYPE_INTERVAL_DS, [](QV_VALUE_T &x) {
-        x.payload.interval_ds = {1, UINT32_MAX, UINT32_MAX, UINT32_MAX, UINT32_MAX, UINT32_MAX};
-    }));
-    v.push_back(typed_value(QV_TYPE_INTERVAL_YM, [](QV_VALUE_T &x) {
-        x.payload.interval_ym = {0, UINT32_MAX, UINT32_MAX};
-    }));
-    v.push_back(typed_value(QV_TYPE_ARRAY, [](QV_VALUE_T &) {}));
+    v.push_back(qvtest::interval_value(
+        QV_INTERVAL_DS_T{1, UINT32_MAX, UINT32_MAX, UINT32_MAX, UINT32_MAX, UINT32_MAX}));
+    v.push_back(qvtest::interval_value(QV_INTERVAL_YM_T{0, UINT32_MAX, UINT32_MAX}));
+    v.push_back(qvtest::new_value());
+    AppendArrayValue_L(v.back().get(), v.front().get());
     for (uint32_t type = QV_TYPE_CHAR; type <= QV_TYPE_DATE_TZ; type <<= 1)
         v.push_back(qvtest::null_value(type));
     return v;
