@@ -11,6 +11,7 @@
 // Each loop walks 1024 generated timestamps between 1970 and 2037 (the range os.time takes
 // everywhere), so that nothing is worked out once.
 #include <benchmark/benchmark.h>
+#include <lua5.4/lua.hpp>
 #include <sqlite3.h>
 
 #include <cstdio>
@@ -23,11 +24,6 @@
 #include "qv/dataval.h"
 #include "qv/date.h"
 
-extern "C" {
-#include <lauxlib.h>
-#include <lua.h>
-#include <lualib.h>
-}
 
 namespace {
 

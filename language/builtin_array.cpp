@@ -31,20 +31,20 @@ namespace values = qv::values;
 // ---- Reading arrays --------------------------------------------------------------------------
 
 // Items of a value read as an array: an ARRAY's elements, one for another present value,
-// none for NULL.
+// none for NULL or an untyped value.
 std::span<QV_VALUE_T> items_of(const QV_VALUE_T *value) {
-    if (!present(value)) return {};
+    if (!present(value) || value->descriptor.type == 0) return {};
     if (value->descriptor.type != QV_TYPE_ARRAY) return {const_cast<QV_VALUE_T *>(value), 1};
     QV_VALUE_T *block = value->payload.array;
     return {block == nullptr ? nullptr : block + 1,
             static_cast<std::size_t>(values::array_count(*value))};
 }
 
-// Makes the value an ARRAY in place (NULL: empty; another value: an array holding it);
-// false after an allocation failure.
+// Makes the value an ARRAY in place (NULL or untyped: empty; another value: an array
+// holding it); false after an allocation failure.
 bool make_array(QV_VALUE_T *value) {
     if (value->descriptor.type == QV_TYPE_ARRAY && !value->is_null) return true;
-    if (value->is_null) return ModifyArray_L(value, 0) == 0;
+    if (value->is_null || value->descriptor.type == 0) return ModifyArray_L(value, 0) == 0;
     values::HeldValue item;
     CopyValue_L(&*item, value);
     return ModifyArray_L(value, 0) == 0 && AppendArrayValue_L(value, &*item) == 0;

@@ -51,7 +51,8 @@ void log_message(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, Arguments given) {
         qv::values::TextForm form;
         if (present(value) && form.make_utf8(*value)) joined.append(form.view());
     }
-    joined.append(std::string_view("\0", 1)); // Feedback_L takes a terminated text
+    // Feedback_L takes a terminated text; a line past kMaxResultBytes is not written.
+    if (!joined.append(std::string_view("\0", 1))) return store_boolean(result, false);
     Feedback_L(X_Info_FL, "%s\n", joined.view().data());
     store_boolean(result, true);
 }

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <utility>
 
+#include "qv/encoding.h"
+
 namespace qv::builtin {
 
 namespace {
@@ -63,6 +65,9 @@ bool TextArgument::read(const QV_VALUE_T *value, bool text_only) {
     if (text && !values::in_file(*value)) {
         string_ = value->payload.string;
         if (string_.text == nullptr) string_.text = empty_text;
+        // ASCII text is UTF-8 as it stands; read as UTF-8, what is made of it may hold any
+        // character (Replace('abc', 'b', '→') is 'a→c', not a substitute).
+        if (string_.encoding == ASCIIEncoding_L()) string_.encoding = UTF8Encoding_L();
         return true;
     }
     if (text_only && !text) return false;

@@ -100,8 +100,9 @@ bool begin_like(QV_VALUE_T *result, const EXP_CALL_FRAME_T *frame, const QV_VALU
 
 // ---- Arguments ---------------------------------------------------------------------------
 
+// An argument with a value: given, not NULL, and typed (a zeroed record holds nothing).
 inline bool present(const QV_VALUE_T *value) {
-    return value != nullptr && value->is_null == 0;
+    return value != nullptr && value->is_null == 0 && value->descriptor.type != 0;
 }
 
 // A present argument as a 64-bit integer (FLOAT and NUMBER cut toward zero, text read);

@@ -5,10 +5,12 @@
 //
 // Each hands its work to one counted-string operation (qv/qvstrlib.h), so characters are
 // counted, not bytes, in whatever encoding the text is: the result is in the encoding of
-// the first string argument, and a second string in another encoding is read through its
-// own. An argument that is not text is taken by its text form (UTF-8), except in Substr,
-// whose string must be CHAR or CLOB. Positions and counts beyond 32 bits are cut to the
-// 32-bit range, where they mean the same (to the end, from the start).
+// the first string argument (text in the ASCII encoding, as the language marks plain
+// literals, is read as the UTF-8 it also is, so that its results may hold any character),
+// and a second string in another encoding is read through its own; characters the result's
+// encoding cannot hold become its substitute. An argument that is not text is taken by its text
+// form (UTF-8), except in Substr, whose string must be CHAR or CLOB. Positions and counts beyond 32
+// bits are cut to the 32-bit range, where they mean the same (to the end, from the start).
 #define QV_MODULE "builtin"
 
 #include <cstring>
