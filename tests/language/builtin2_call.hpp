@@ -1,23 +1,21 @@
-// builtin2_call.hpp - calls of the built-in table written as expression text, for the
-// tests of the date, time, interval, file and mail built-ins.
+// builtin2_call.hpp - calls of the built-in table, written as expression text or made of
+// values, for the tests of the date, time, interval, file and mail built-ins.
 //
-// Until the expression evaluator arrives, a call is read here: a function name and its
-// arguments, each NULL, TRUE, FALSE, a number (StringToBestNumberType_L, a leading '-'
-// allowed), a quoted text ('it''s'; a date literal as the parser reads one: DATE, or DATE
-// WITH TIME ZONE when it gives a zone), or a call of its own. The call is checked against
-// its row's argument counts and dispatched through CallFunction_L, as the evaluator will.
+// Until the expression evaluator arrives, texts are read by the stand-in of the builtin1
+// suites (builtin1_adapter.hpp): literal arguments and nested calls, each call dispatched
+// through CallFunction_L, described and then evaluated.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <strings.h>
 
-#include <cctype>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "builtin1_adapter.hpp"
 #include "language.hpp"
 #include "qv/date.h"
 #include "qv/precise.h"
@@ -58,143 +56,17 @@ inline OwnedValue call_row(const ExpFunction *row, const std::vector<QV_VALUE_T 
     return result;
 }
 
-class CallReader {
-  public:
-    explicit CallReader(std::string_view text) : text_(text) {}
-
-    OwnedValue read() {
-        OwnedValue value = operand();
-        skip_blanks();
-        if (at_ < text_.size()) fail("text after the call");
-        return value;
-    }
-    bool failed() const { return failed_; }
-
-  private:
-    void fail(const char *why) {
-        if (!failed_) ADD_FAILURE() << why << " at " << at_ << " in: " << text_;
-        failed_ = true;
-    }
-    void skip_blanks() {
-        while (at_ < text_.size() && std::isspace(static_cast<unsigned char>(text_[at_]))) ++at_;
-    }
-    bool take(char c) {
-        skip_blanks();
-        if (at_ < text_.size() && text_[at_] == c) {
-            ++at_;
-            return true;
-        }
-        return false;
-    }
-    std::string_view word() {
-        const std::size_t start = at_;
-        while (at_ < text_.size() &&
-               (std::isalnum(static_cast<unsigned char>(text_[at_])) || text_[at_] == '_'))
-            ++at_;
-        return text_.substr(start, at_ - start);
-    }
-
-    OwnedValue operand() {
-        skip_blanks();
-        OwnedValue value = new_value();
-        if (at_ >= text_.size()) {
-            fail("an operand was expected");
-            return value;
-        }
-        const char c = text_[at_];
-        if (c == '\'') return quoted();
-        if (std::isdigit(static_cast<unsigned char>(c)) || c == '-' || c == '.') return number();
-        const std::string_view name = word();
-        if (name.empty()) {
-            fail("an operand was expected");
-            return value;
-        }
-        if (strncasecmp(name.data(), "NULL", name.size()) == 0 && name.size() == 4) {
-            value->is_null = 1;
-            return value;
-        }
-        if (name.size() <= 5 && (strncasecmp(name.data(), "TRUE", name.size()) == 0 ||
-                                 strncasecmp(name.data(), "FALSE", name.size()) == 0)) {
-            SetBooleanValue_L(value.get(), name.size() == 4);
-            return value;
-        }
-        return call(name);
-    }
-
-    OwnedValue quoted() {
-        std::string text;
-        ++at_;
-        while (true) {
-            if (at_ >= text_.size()) {
-                fail("the quote is not closed");
-                break;
-            }
-            if (text_[at_] == '\'') {
-                if (at_ + 1 < text_.size() && text_[at_ + 1] == '\'') {
-                    text += '\'';
-                    at_ += 2;
-                    continue;
-                }
-                ++at_;
-                break;
-            }
-            text += text_[at_++];
-        }
-        OwnedValue value = new_value();
-        QV_DATE_T date{};
-        uint8_t parts = 0;
-        if (IsInternalDate_L(text.c_str(), &date, &parts))
-            SetDateValue_L(value.get(),
-                           parts & QV_DATE_LITERAL_ZONE ? QV_TYPE_DATE_TZ : QV_TYPE_DATE, &date);
-        else
-            SetTextValue_L(value.get(), text.c_str(), nullptr);
-        return value;
-    }
-
-    OwnedValue number() {
-        const std::size_t start = at_;
-        if (text_[at_] == '-') ++at_;
-        while (at_ < text_.size() && (std::isdigit(static_cast<unsigned char>(text_[at_])) ||
-                                      text_[at_] == '.' || text_[at_] == 'e' || text_[at_] == 'E' ||
-                                      ((text_[at_] == '-' || text_[at_] == '+') &&
-                                       (text_[at_ - 1] == 'e' || text_[at_ - 1] == 'E'))))
-            ++at_;
-        OwnedValue value = new_value();
-        const std::string digits(text_.substr(start, at_ - start));
-        if (StringToBestNumberType_L(digits.c_str(), value.get(), 0, nullptr) != 0)
-            fail("not a number");
-        return value;
-    }
-
-    OwnedValue call(std::string_view name) {
-        const ExpFunction *row = builtin_row(name);
-        std::vector<OwnedValue> owned;
-        if (row == nullptr) fail("no such function");
-        if (!take('(')) fail("'(' was expected");
-        if (!take(')')) {
-            do owned.push_back(operand());
-            while (!failed_ && take(','));
-            if (!take(')')) fail("')' was expected");
-        }
-        if (failed_ || row == nullptr) return new_value();
-        const auto count = static_cast<uint32_t>(owned.size());
-        if (count < row->min_args || count > row->max_args) {
-            fail("argument count outside the row's");
-            return new_value();
-        }
-        std::vector<QV_VALUE_T *> arguments;
-        for (OwnedValue &argument : owned) arguments.push_back(argument.get());
-        return call_row(row, arguments);
-    }
-
-    std::string_view text_;
-    std::size_t at_ = 0;
-    bool failed_ = false;
-};
-
-// The value a call gives.
-inline OwnedValue evaluate(std::string_view call) {
-    return CallReader(call).read();
+// The value a call gives, read and dispatched by the builtin1 suites' stand-in for the
+// expression language (described first, then evaluated); a call it cannot read fails the
+// test. `described` (when given) receives the type the described call set.
+inline OwnedValue evaluate(std::string_view call, uint32_t *described = nullptr) {
+    builtin1::Outcome outcome = builtin1::evaluate(call);
+    EXPECT_EQ(outcome.error, "") << call;
+    if (described != nullptr) *described = outcome.described_type;
+    OwnedValue value = new_value();
+    *value = outcome.result->value;
+    outcome.result->value = QV_VALUE_T{}; // the value's payload now belongs to `value`
+    return value;
 }
 
 // The text form of the value a call gives; "NULL" for NULL.
@@ -270,8 +142,16 @@ struct CallCase {
     const char *call;
     const char *expected;
 };
+// Each call's value prints the text expected, and its type is the one the described call
+// set.
 inline void expect_results(std::initializer_list<CallCase> cases) {
-    for (const CallCase &c : cases) EXPECT_EQ(result_of(c.call), c.expected) << c.call;
+    for (const CallCase &c : cases) {
+        uint32_t described = 0;
+        OwnedValue value = evaluate(c.call, &described);
+        EXPECT_EQ(value->is_null ? std::string("NULL") : text_of(value.get()), c.expected)
+            << c.call;
+        EXPECT_EQ(value->descriptor.type, described) << c.call << ": the described type";
+    }
 }
 
 } // namespace qvtest
