@@ -172,6 +172,7 @@ int32_t run_parse(EXPRESSION_T *expression, int32_t mask, const ExpFunction *con
 int32_t parse_entry(EXPRESSION_T *expression, int32_t mask, const ExpFunction *const *tables,
                     int32_t table_count, Parser::Order order, const char *context) {
     if (expression == nullptr) return 0;
+    qv::express::last_error = {};
     free_evaluation(expression);
     if (expression->items != nullptr)
         free_items(expression);

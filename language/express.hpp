@@ -7,7 +7,9 @@
 // next_token (and looks ahead with peek_row) and hands each expression to
 // parse_expression, which appends the items to a list and tells which token ended the
 // expression. A failure leaves its message text in Msgbuf8 and its number and position in
-// last_error; every reading member then returns 0 (or null), and the caller stops.
+// last_error; every reading member then returns 0 (or null), and the caller stops. The
+// members may throw std::bad_alloc (operator stack, message texts) and raise ALLOC_FAILURE:
+// run them under QV_C_ENTRY, as the entry points do.
 #pragma once
 
 #include <cstddef>
@@ -127,7 +129,7 @@ class Parser {
   private:
     // Tokens
     void skip_blanks();
-    const EXP_TOKEN_T *match_row(int32_t mask, std::size_t at) const;
+    Peek match_row(int32_t mask, std::size_t at) const;
     int32_t row_token(const EXP_TOKEN_T *row, std::size_t end, Token &token);
     int32_t quoted_literal(Token &token);
     int32_t identifier(Token &token);

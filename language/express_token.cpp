@@ -138,6 +138,16 @@ constexpr std::size_t length_of(const char *text) {
     return n;
 }
 
+template <std::size_t N>
+constexpr auto lengths_of(const EXP_TOKEN_T (&rows)[N]) {
+    std::array<uint8_t, N> lengths{};
+    for (std::size_t i = 0; i < N; ++i)
+        lengths[i] = rows[i].text != nullptr ? static_cast<uint8_t>(length_of(rows[i].text)) : 0;
+    return lengths;
+}
+constexpr auto token_lengths = lengths_of(token_table);
+constexpr auto loop_lengths = lengths_of(loop_table);
+
 // For each first byte, the rows (indices into token_table, in table order) whose text
 // starts with it.
 constexpr std::size_t bucket_size = 3;
@@ -149,9 +159,8 @@ constexpr auto row_buckets = [] {
         while (buckets[byte][slot] >= 0) ++slot; // overflow fails the constant evaluation
         buckets[byte][slot] = static_cast<int8_t>(row);
     };
-    for (std::size_t row = 0; row < token_rows; ++row) {
+    for (std::size_t row = 0; row < token_rows; ++row)
         add(static_cast<unsigned char>(token_table[row].text[0]), row);
-    }
     return buckets;
 }();
 
@@ -159,27 +168,46 @@ constexpr bool is_ascii_blank(unsigned char byte) {
     return byte == ' ' || (byte >= '\t' && byte <= '\r');
 }
 
-// True when `row` is spelt at text[at], a word not followed by a letter, digit, "_" or "@".
-// Spellings match exactly: IF is a keyword, If a function name.
-bool spelt_at(const EXP_TOKEN_T &row, std::string_view text, std::size_t at) {
-    const std::size_t length = length_of(row.text);
-    if (text.size() - at < length || std::memcmp(text.data() + at, row.text, length) != 0)
-        return false;
-    if (row.word == 0 || at + length == text.size()) return true;
-    const int32_t next = qv::dataline::code_point_at(text, at + length).value;
-    return !(next == '_' || next == '@' || IsAlnumCodePoint_L(next));
+constexpr bool is_ascii_alnum(unsigned char byte) {
+    return (byte >= '0' && byte <= '9') || ((byte | 0x20) >= 'a' && (byte | 0x20) <= 'z');
 }
 
+// True when the code point at text[at] would continue a word: a letter, digit, "_" or "@".
+bool continues_word(std::string_view text, std::size_t at) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    if (byte < 0x80) return is_ascii_alnum(byte) || byte == '_' || byte == '@';
+    return IsAlnumCodePoint_L(qv::dataline::code_point_at(text, at).value) != 0;
+}
+
+// True when `row` (of `length` bytes) is spelt at text[at], a word not followed by what
+// would continue it. Spellings match exactly: IF is a keyword, If a function name.
+bool spelt_at(const EXP_TOKEN_T &row, std::size_t length, std::string_view text, std::size_t at) {
+    if (text.size() - at < length || std::memcmp(text.data() + at, row.text, length) != 0)
+        return false;
+    return row.word == 0 || at + length == text.size() || !continues_word(text, at + length);
+}
+
+// A word of either table, which a name spelt the same must be quoted to differ from.
 bool is_reserved_word(std::string_view part) {
-    auto spelt = [&](const EXP_TOKEN_T &row) { return row.word != 0 && part == row.text; };
-    return std::any_of(token_table, token_table + token_rows, spelt) ||
-           std::any_of(std::begin(loop_table), std::end(loop_table), spelt);
+    if (part.size() < 2 || part.size() > 7 ||
+        !std::all_of(part.begin(), part.end(), [](char c) { return c >= 'A' && c <= 'Z'; }))
+        return false;
+    auto spelt = [&](const EXP_TOKEN_T &row, std::size_t length) {
+        return row.word != 0 && length == part.size() &&
+               std::memcmp(row.text, part.data(), length) == 0;
+    };
+    for (std::size_t row = 0; row < token_rows; ++row)
+        if (spelt(token_table[row], token_lengths[row])) return true;
+    for (std::size_t row = 0; row < std::size(loop_table); ++row)
+        if (spelt(loop_table[row], loop_lengths[row])) return true;
+    return false;
 }
 
 // A part of a name must be quoted when written back unless it reads back as a bare part.
 bool needs_quotes(std::string_view text, const NamePart &part) {
     if (part.doubled != 0) return true;
     const std::string_view bytes = text.substr(part.begin, part.end - part.begin);
+    if (!part.quoted) return is_reserved_word(bytes); // it was read bare
     if (!qv::dataline::may_start(qv::dataline::code_point_at(bytes, 0).value,
                                  QV_NAME_CLASS_EXPRESSION))
         return true;
@@ -263,25 +291,24 @@ void Parser::skip_blanks() {
     }
 }
 
-const EXP_TOKEN_T *Parser::match_row(int32_t mask, std::size_t at) const {
+Peek Parser::match_row(int32_t mask, std::size_t at) const {
     for (const int8_t index : row_buckets[static_cast<unsigned char>(text_[at])]) {
         if (index < 0) break;
         const EXP_TOKEN_T &row = token_table[index];
-        if ((row.mask & mask) != 0 && spelt_at(row, text_, at)) return &row;
+        if ((row.mask & mask) != 0 && spelt_at(row, token_lengths[index], text_, at))
+            return {&row, at, at + token_lengths[index]};
     }
     if ((mask & EXP_MASK_SCRIPT) != 0)
-        for (const EXP_TOKEN_T &row : loop_table)
-            if (spelt_at(row, text_, at)) return &row;
-    return nullptr;
+        for (std::size_t index = 0; index < std::size(loop_table); ++index)
+            if (spelt_at(loop_table[index], loop_lengths[index], text_, at))
+                return {&loop_table[index], at, at + loop_lengths[index]};
+    return {nullptr, at, at};
 }
 
 Peek Parser::peek_row(int32_t mask) {
     const std::size_t was = at_;
     skip_blanks();
-    Peek peek;
-    peek.at = at_;
-    if (at_ < text_.size()) peek.row = match_row(mask, at_);
-    if (peek.row != nullptr) peek.end = at_ + length_of(peek.row->text);
+    const Peek peek = at_ < text_.size() ? match_row(mask, at_) : Peek{nullptr, at_, at_};
     at_ = was;
     return peek;
 }
@@ -334,8 +361,8 @@ int32_t Parser::next_token(int32_t mask, Token &token) {
     if (first == '{' && at_ + 1 < text_.size() && text_[at_ + 1] == '$')
         return variable(token, true);
     if (first == '$') return variable(token, false);
-    if (const EXP_TOKEN_T *row = match_row(mask, at_))
-        return row_token(row, at_ + length_of(row->text), token);
+    if (const Peek row = match_row(mask, at_); row.row != nullptr)
+        return row_token(row.row, row.end, token);
     if (first == '?' && (mask & EXP_MASK_PLACEHOLDER) != 0) {
         ++at_;
         token.item.kind = EXP_ITEM_NAME;
