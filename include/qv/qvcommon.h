@@ -15,6 +15,7 @@
 #include "array.h"
 #include "pageptrs.h"
 #include "handle.h"
+#include "dataline.h"
 #include "datatype.h"
 #include "precise.h"
 #include "date.h"
@@ -26,5 +27,6 @@
 #include "qvstrlib.h"
 #include "qvvar.h"
 #include "builtin.h"
+#include "express.h"
 
 #endif
