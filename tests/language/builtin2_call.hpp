@@ -1,9 +1,9 @@
 // builtin2_call.hpp - calls of the built-in table, written as expression text or made of
 // values, for the tests of the date, time, interval, file and mail built-ins.
 //
-// Until the expression evaluator arrives, texts are read by the stand-in of the builtin1
-// suites (builtin1_adapter.hpp): literal arguments and nested calls, each call dispatched
-// through CallFunction_L, described and then evaluated.
+// Texts run through the expression language (Solve_Expression_L), and the tables also
+// through the stand-in of the builtin1 suites (builtin1_adapter.hpp), which describes each
+// call before it evaluates it, so that the described types are checked too.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,6 +18,7 @@
 #include "builtin1_adapter.hpp"
 #include "language.hpp"
 #include "qv/date.h"
+#include "qv/express.h"
 #include "qv/precise.h"
 
 namespace qvtest {
@@ -56,13 +57,28 @@ inline OwnedValue call_row(const ExpFunction *row, const std::vector<QV_VALUE_T 
     return result;
 }
 
-// The value a call gives, read and dispatched by the builtin1 suites' stand-in for the
-// expression language (described first, then evaluated); a call it cannot read fails the
-// test. `described` (when given) receives the type the described call set.
-inline OwnedValue evaluate(std::string_view call, uint32_t *described = nullptr) {
+// The value a call gives through the expression language: parsed, validated and solved
+// (Solve_Expression_L), its result copied out. A call that does not parse or validate
+// fails the test with the message it raised.
+inline OwnedValue evaluate(std::string_view call) {
+    OwnedValue value = new_value();
+    EXPRESSION_T *expression = New_Expression_L(std::string(call).c_str());
+    int32_t solved = -1;
+    const char *raised = raised_by([&] { solved = Solve_Expression_L(expression); });
+    EXPECT_EQ(raised, nullptr) << call << ": " << Msgbuf8;
+    EXPECT_EQ(solved, 0) << call;
+    if (solved == 0) CopyValue_L(value.get(), &expression->result);
+    Free_Expression_L(expression);
+    return value;
+}
+
+// The value the builtin1 suites' stand-in for the language gives (each call described,
+// then evaluated, through CallFunction_L), and in `described` the type the described call
+// set.
+inline OwnedValue evaluate_by_hand(std::string_view call, uint32_t &described) {
     builtin1::Outcome outcome = builtin1::evaluate(call);
     EXPECT_EQ(outcome.error, "") << call;
-    if (described != nullptr) *described = outcome.described_type;
+    described = outcome.described_type;
     OwnedValue value = new_value();
     *value = outcome.result->value;
     outcome.result->value = QV_VALUE_T{}; // the value's payload now belongs to `value`
@@ -142,15 +158,18 @@ struct CallCase {
     const char *call;
     const char *expected;
 };
-// Each call's value prints the text expected, and its type is the one the described call
-// set.
+// Each call prints the text expected, run through the expression language and through the
+// stand-in; the stand-in's described type is the type of the value.
 inline void expect_results(std::initializer_list<CallCase> cases) {
+    const auto printed = [](const OwnedValue &value) {
+        return value->is_null ? std::string("NULL") : text_of(value.get());
+    };
     for (const CallCase &c : cases) {
+        EXPECT_EQ(printed(evaluate(c.call)), c.expected) << c.call;
         uint32_t described = 0;
-        OwnedValue value = evaluate(c.call, &described);
-        EXPECT_EQ(value->is_null ? std::string("NULL") : text_of(value.get()), c.expected)
-            << c.call;
-        EXPECT_EQ(value->descriptor.type, described) << c.call << ": the described type";
+        const OwnedValue by_hand = evaluate_by_hand(c.call, described);
+        EXPECT_EQ(printed(by_hand), c.expected) << c.call << " (by hand)";
+        EXPECT_EQ(by_hand->descriptor.type, described) << c.call << ": the described type";
     }
 }
 
