@@ -211,7 +211,9 @@ TEST_F(ExpressionTest, FunctionCalls) {
     EXPRESSION_T *e = New_Expression_L("Exit(1)");
     ASSERT_EQ(Parse_Expression_L(e, plain, nullptr, 0), 1);
     auto *call = static_cast<EXP_ITEM_T *>(QV_LIST_DATA(e->items->previous));
-    EXPECT_EQ(call->function, Get_BuiltInFns_L());
+    const ExpFunction *exit_row = Get_BuiltInFns_L();
+    while (exit_row->name != nullptr && std::string(exit_row->name) != "Exit") ++exit_row;
+    EXPECT_EQ(call->function, exit_row);
     Free_Expression_L(e);
 }
 
