@@ -24,7 +24,6 @@
 #include "qv/dataval.h"
 #include "qv/date.h"
 
-
 namespace {
 
 constexpr std::size_t count = 1024;
