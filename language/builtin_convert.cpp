@@ -5,6 +5,7 @@
 
 #include <charconv>
 
+#include "language/builtin_date.hpp"
 #include "language/builtin_shared.hpp"
 #include "qv/precise.h"
 
@@ -15,8 +16,9 @@ using namespace qv::builtin;
 // ToChar( value [, date format] ): the value's text form (ValueToString_L), in the value's
 // encoding for text and UTF-8 otherwise. The format applies to date and time values only,
 // and is read by the date half of the built-ins; other values ignore it.
-void to_char(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *value, QV_VALUE_T *) {
+void to_char(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *value, QV_VALUE_T *format) {
     if (!begin(result, frame, QV_TYPE_CHAR)) return;
+    if (to_char_with_format(result, value, format)) return; // builtin_date.cpp
     QV_STRING_T text{};
     if (!present(value) || ValueToString_L(value, &text) != QV_VALUE_OK) return set_null(result);
     store_text(result, text);

@@ -50,13 +50,34 @@ static_assert(kTextOrDate == 1033);
 // VariableInfo gives CHAR or INTEGER: 3.
 constexpr uint32_t kCharOrInteger = QV_TYPE_CHAR | QV_TYPE_INTEGER;
 
+// Masks of the date, time, file and mail rows.
+constexpr uint32_t kDate = QV_MASK_DATE;
+constexpr uint32_t kIntervalDS = QV_TYPE_INTERVAL_DS;
+constexpr uint32_t kIntervalYM = QV_TYPE_INTERVAL_YM;
+constexpr uint32_t kNumberOrInterval = kNumber | kIntervalDS | kIntervalYM;     // 12422
+constexpr uint32_t kDateOrDS = QV_TYPE_DATE | kIntervalDS | QV_TYPE_DATE_TZ;    // 69640
+constexpr uint32_t kDateOrYM = QV_TYPE_DATE | kIntervalYM | QV_TYPE_DATE_TZ;    // 73736
+constexpr uint32_t kMoment = kDateOrDS | QV_TYPE_TIME | QV_TYPE_TIME_TZ;        // 118792
+constexpr uint32_t kCharOrDate = QV_TYPE_CHAR | QV_TYPE_DATE;                   // 9
+constexpr uint32_t kDateSource = QV_TYPE_CHAR | QV_TYPE_INTEGER | kDate;        // 65547
+constexpr uint32_t kDSSource = QV_TYPE_CHAR | kNumber | kIntervalDS;            // 4231
+constexpr uint32_t kYMSource = QV_TYPE_CHAR | QV_TYPE_INTEGER | kIntervalYM;    // 8195
+constexpr uint32_t kTimeSource = QV_TYPE_CHAR | kNumber | QV_TYPE_TIME;         // 16519
+constexpr uint32_t kTimeText = kTimeSource | QV_TYPE_TIME_TZ;                   // 49287
+constexpr uint32_t kZone = QV_TYPE_CHAR | QV_TYPE_INTEGER;                      // 3
+constexpr uint32_t kZoned = QV_TYPE_TIME_TZ | QV_TYPE_DATE_TZ;                  // 98304
+constexpr uint32_t kZoneSetSource = QV_TYPE_CHAR | QV_TYPE_DATE | QV_TYPE_TIME; // 16393
+constexpr uint32_t kZoneMoveSource =
+    kTextOrDate | QV_TYPE_TIME | QV_TYPE_TIME_TZ | QV_TYPE_DATE_TZ; // 115721
+
 // The rows in table order. The masks are the language's own and the parser checks calls
 // against them; where a handler's result differs from its row's result mask, the handler's
-// type is the one the value has, and the row says why. The rows of the date, time, file
-// and mail functions take their places between these.
+// type is the one the value has, and the row says why.
 std::span<const ExpFunction> builtin_rows() {
     static const ExpFunction table[] = {
         form_a<1, 1>("Abs", "Abs( number )", 2001, QV_CATEGORY_NUMERIC, kNumber, {kNumber}, BI_abs),
+        form_a<2, 2>("AddToDate", "AddToDate( date, number | interval )", 2002, QV_CATEGORY_DATE,
+                     kDate, {kDate, kNumberOrInterval}, BI_add_to_date),
         form_a<3, 3>("Band", "Band( number, min, grain )", 2003, QV_CATEGORY_NUMERIC,
                      QV_TYPE_INTEGER, {kNumber, kNumber, kNumber}, BI_band),
         form_a<1, 1>("Ceil", "Ceil( number )", 2004, QV_CATEGORY_NUMERIC, QV_TYPE_INTEGER,
@@ -79,6 +100,10 @@ std::span<const ExpFunction> builtin_rows() {
                      QV_TYPE_CHAR, {kString, kString}, BI_count_str),
         form_b<1, kMany>("Checksum", "Checksum( value [, value ... ] )", 2011, QV_CATEGORY_STRING,
                          QV_TYPE_INTEGER, {kAny}, BI_checksum),
+        // Category 0, as the row always was; DatetimeNow is SysDate without its format.
+        form_a("DatetimeNow", "DateTimeNow()", 2068, 0, QV_TYPE_DATE, BI_datetime_now),
+        form_a<2, 2>("DaysBetween", "DaysBetween( date|interval, date|interval )", 2013,
+                     QV_CATEGORY_DATE, QV_TYPE_INTEGER, {kDateOrDS, kDateOrDS}, BI_days_between),
         form_a<1, 1>("Delay", "Delay( seconds )", 2014, QV_CATEGORY_MISCELLANEOUS, QV_TYPE_BOOLEAN,
                      {kNumber}, BI_delay),
         form_a<0, 1>("Exit", "Exit( code )", QV_FUNCTION_EXIT, QV_CATEGORY_MISCELLANEOUS,
@@ -87,6 +112,30 @@ std::span<const ExpFunction> builtin_rows() {
                      QV_CATEGORY_STRING, QV_TYPE_CHAR, {kString, kNumber, kString}, BI_extract_str),
         form_a<1, 1>("Exp", "Exp( number )", 2017, QV_CATEGORY_NUMERIC, QV_TYPE_FLOAT, {kNumber},
                      BI_exp),
+        form_b<1, 8>("FileCheck", "FileCheck( filename {, property} )", 2018,
+                     QV_CATEGORY_MISCELLANEOUS, QV_TYPE_BOOLEAN, {QV_TYPE_CHAR}, BI_file_check),
+        form_a<1, 3>("FileList", "FileList( filename [, full [, drill]] )", 2019,
+                     QV_CATEGORY_MISCELLANEOUS, QV_TYPE_CHAR, {QV_TYPE_CHAR, kAny, kAny},
+                     BI_file_list),
+        form_a<1, 2>("FileOpen", "FileOpen( filename [, mode] )", 2020, QV_CATEGORY_MISCELLANEOUS,
+                     QV_TYPE_INTEGER, {QV_TYPE_CHAR, QV_TYPE_CHAR}, BI_file_open),
+        form_a<1, 1>("FileClose", "FileClose( file_no )", 2021, QV_CATEGORY_MISCELLANEOUS,
+                     QV_TYPE_BOOLEAN, {QV_TYPE_INTEGER}, BI_file_close),
+        form_a<1, 1>("FileRead", "FileRead( file_no )", 2022, QV_CATEGORY_MISCELLANEOUS,
+                     QV_TYPE_CHAR, {QV_TYPE_INTEGER}, BI_file_read),
+        form_b<2, kMany>("FileWrite", "FileWrite( file_no[, string ... ] )", 2023,
+                         QV_CATEGORY_MISCELLANEOUS, QV_TYPE_BOOLEAN,
+                         {QV_TYPE_INTEGER, kAny, kAny, kAny, kAny, kAny}, BI_file_write),
+        form_a<1, 2>("GetFilename", "GetFilename( full_path [, strip] )", 2024,
+                     QV_CATEGORY_MISCELLANEOUS, QV_TYPE_CHAR, {QV_TYPE_CHAR, QV_TYPE_BOOLEAN},
+                     BI_get_filename),
+        form_a<1, 1>("GetDirectory", "GetDirectory( full_path )", 2025, QV_CATEGORY_MISCELLANEOUS,
+                     QV_TYPE_CHAR, {QV_TYPE_CHAR}, BI_get_directory),
+        form_a<1, 1>("FileFullPath", "FileFullPath( full_path )", 2026, QV_CATEGORY_MISCELLANEOUS,
+                     QV_TYPE_CHAR, {QV_TYPE_CHAR}, BI_file_full_path),
+        form_a<3, 3>("FileFromParts", "FileFromParts( directory, filename, extension )", 2027,
+                     QV_CATEGORY_MISCELLANEOUS, QV_TYPE_CHAR,
+                     {QV_TYPE_CHAR, QV_TYPE_CHAR, QV_TYPE_CHAR}, BI_file_from_parts),
         form_a<1, 1>("Floor", "Floor( number )", 2028, QV_CATEGORY_NUMERIC, QV_TYPE_INTEGER,
                      {kNumber}, BI_floor),
         form_a<3, 3>("If", "If( value, TRUE outcome, FALSE outcome )", 2029,
@@ -108,12 +157,18 @@ std::span<const ExpFunction> builtin_rows() {
                      {kString}, BI_is_float),
         form_a<1, 1>("IsInteger", "IsInteger( string )", 2037, QV_CATEGORY_STRING, QV_TYPE_BOOLEAN,
                      {kString}, BI_is_integer),
+        form_a<1, 1>("IsLeapYear", "IsLeapYear( date )", 2038, QV_CATEGORY_DATE, QV_TYPE_BOOLEAN,
+                     {kDate}, BI_is_leap_year),
+        form_a<1, 1>("IsLeapYearDay", "IsLeapYearDay( date )", 2039, QV_CATEGORY_DATE,
+                     QV_TYPE_BOOLEAN, {kDate}, BI_is_leap_year_day),
         form_a<1, 1>("IsLower", "IsLower( string )", 2040, QV_CATEGORY_STRING, QV_TYPE_BOOLEAN,
                      {kString}, BI_is_lower),
         form_a<1, 1>("IsNumeric", "IsNumeric( string )", 2041, QV_CATEGORY_STRING, QV_TYPE_BOOLEAN,
                      {kString}, BI_is_numeric),
         form_a<1, 1>("IsUpper", "IsUpper( string )", 2042, QV_CATEGORY_STRING, QV_TYPE_BOOLEAN,
                      {kString}, BI_is_upper),
+        form_a<1, 2>("IsValidDate", "IsValidDate( string [, format] )", 2043, QV_CATEGORY_DATE,
+                     QV_TYPE_BOOLEAN, {kTextOrDate, QV_TYPE_CHAR}, BI_is_valid_date),
         form_a<1, 1>("Length", "Length( value )", 2044, QV_CATEGORY_STRING, QV_TYPE_INTEGER,
                      {kAnyButArray}, BI_length),
         // The row says INTEGER; the value is the CHAR of the first characters.
@@ -153,6 +208,16 @@ std::span<const ExpFunction> builtin_rows() {
                      QV_TYPE_CHAR, {kString, kNumber, kString}, BI_rpad),
         form_a<1, 2>("RTrim", "RTrim( string [, string] )", 2060, QV_CATEGORY_STRING, QV_TYPE_CHAR,
                      {kString, kString}, BI_rtrim),
+        form_a<2, 2>("SecondsBetween", "SecondsBetween( date|time|interval, date|time|interval )",
+                     2061, QV_CATEGORY_DATE, QV_TYPE_INTEGER, {kMoment, kMoment},
+                     BI_seconds_between),
+        form_a<5, 7>("SendMail",
+                     "SendMail( profile, password, subject, text, send to [, copy to [, "
+                     "attachments]] )",
+                     2062, QV_CATEGORY_MISCELLANEOUS, QV_TYPE_CHAR,
+                     {QV_TYPE_CHAR, QV_TYPE_CHAR, QV_TYPE_CHAR, QV_TYPE_CHAR, QV_TYPE_CHAR,
+                      QV_TYPE_CHAR, QV_TYPE_CHAR},
+                     BI_send_mail),
         form_a<1, 1>("Sign", "Sign( number )", 2063, QV_CATEGORY_NUMERIC, QV_TYPE_INTEGER,
                      {kNumber}, BI_sign),
         form_a<1, 1>("Sin", "Sin( number )", 2064, QV_CATEGORY_NUMERIC, QV_TYPE_FLOAT, {kNumber},
@@ -164,12 +229,17 @@ std::span<const ExpFunction> builtin_rows() {
                      BI_sqrt),
         form_a<2, 3>("Substr", "SubStr( string, from [, count] )", 2067, QV_CATEGORY_STRING,
                      QV_TYPE_CHAR, {kString, kNumber, kNumber}, BI_substr),
+        // A DATE without a format, the CHAR of the date in the format with one.
+        form_a<0, 1>("SysDate", "SysDate( [format] )", 2068, QV_CATEGORY_DATE, kCharOrDate,
+                     {QV_TYPE_CHAR}, BI_sys_date),
         form_a<1, 1>("System", "System( command )", 2069, QV_CATEGORY_MISCELLANEOUS,
                      QV_TYPE_INTEGER, {QV_TYPE_CHAR}, BI_system),
         form_a<1, 1>("Tan", "Tan( number )", 2070, QV_CATEGORY_NUMERIC, QV_TYPE_FLOAT, {kNumber},
                      BI_tan),
         form_a<1, 2>("ToChar", "ToChar( value [, date format] )", 2071, QV_CATEGORY_CONVERSION,
                      QV_TYPE_CHAR, {kAny, QV_TYPE_CHAR}, BI_to_char),
+        form_a<1, 2>("ToDate", "ToDate( string|integer [, format] )", 2072, QV_CATEGORY_CONVERSION,
+                     kDate, {kDateSource, QV_TYPE_CHAR}, BI_to_date),
         form_a<1, 2>("ToDouble", "ToDouble( value [, scale] )", 2073, QV_CATEGORY_CONVERSION,
                      QV_TYPE_FLOAT, {kAny, kNumber}, BI_to_double),
         form_a<1, 1>("ToInteger", "ToInteger( value )", 2074, QV_CATEGORY_CONVERSION,
@@ -204,6 +274,14 @@ std::span<const ExpFunction> builtin_rows() {
         form_a<3, 3>("ToNumber", "ToNumber( value, precision, scale )", 2086,
                      QV_CATEGORY_CONVERSION, QV_TYPE_NUMBER, {kAny, kNumber, kNumber},
                      BI_to_number),
+        form_a<2, 2>("AddMonthsToDate", "AddMonthsToDate( date, number )", 2087, QV_CATEGORY_DATE,
+                     kDate, {kDate, kNumber}, BI_add_months_to_date),
+        form_a<2, 2>("AddYearsToDate", "AddYearsToDate( date, number )", 2088, QV_CATEGORY_DATE,
+                     kDate, {kDate, kNumber}, BI_add_years_to_date),
+        form_a<1, 1>("FirstOfMonth", "FirstOfMonth( date )", 2089, QV_CATEGORY_DATE, kDate, {kDate},
+                     BI_first_of_month),
+        form_a<1, 1>("LastOfMonth", "LastOfMonth( date )", 2090, QV_CATEGORY_DATE, kDate, {kDate},
+                     BI_last_of_month),
         form_a<2, 2>("ArrayAddItem", "ArrayAddItem( array, value )", 2091,
                      QV_CATEGORY_MISCELLANEOUS, QV_TYPE_INTEGER, {QV_TYPE_ARRAY, kAny},
                      BI_array_add_item),
@@ -218,6 +296,44 @@ std::span<const ExpFunction> builtin_rows() {
         form_a<3, 3>("ArrayModifyItem", "ArrayModifyItem( array, index, value )", 2096,
                      QV_CATEGORY_MISCELLANEOUS, QV_TYPE_INTEGER,
                      {QV_TYPE_ARRAY, QV_TYPE_INTEGER, kAny}, BI_array_modify_item),
+        form_a<2, 2>("AddDaysToInterval", "AddDaysToInterval( interval, number )", 2097,
+                     QV_CATEGORY_DATE, kIntervalDS, {kIntervalDS, QV_TYPE_INTEGER},
+                     BI_add_days_to_interval),
+        form_a<2, 2>("AddMonthsToInterval", "AddMonthsToInterval( interval, number )", 2098,
+                     QV_CATEGORY_DATE, kIntervalYM, {kIntervalYM, QV_TYPE_INTEGER},
+                     BI_add_months_to_interval),
+        form_a<2, 2>("AddSecondsToInterval", "AddSecondsToInterval( interval, number )", 2099,
+                     QV_CATEGORY_DATE, kIntervalDS, {kIntervalDS, kNumber},
+                     BI_add_seconds_to_interval),
+        form_a<2, 2>("AddYearsToInterval", "AddYearsToInterval( interval, number )", 5000,
+                     QV_CATEGORY_DATE, kIntervalYM, {kIntervalYM, QV_TYPE_INTEGER},
+                     BI_add_years_to_interval),
+        form_a<1, 2>("IsValidIntervalDS", "IsValidIntervalDS( string|number [, format] )", 5001,
+                     QV_CATEGORY_DATE, QV_TYPE_BOOLEAN, {kDSSource, QV_TYPE_CHAR},
+                     BI_is_valid_interval_ds),
+        form_a<1, 2>("IsValidIntervalYM", "IsValidIntervalYM( string|integer [, format] )", 5002,
+                     QV_CATEGORY_DATE, QV_TYPE_BOOLEAN, {kYMSource, QV_TYPE_CHAR},
+                     BI_is_valid_interval_ym),
+        form_a<1, 2>("IsValidTime", "IsValidTime( string|number [, format] )", 5003,
+                     QV_CATEGORY_DATE, QV_TYPE_BOOLEAN, {kTimeText, QV_TYPE_CHAR},
+                     BI_is_valid_time),
+        form_a<2, 2>("MonthsBetween", "MonthsBetween( date|interval, date|interval )", 5004,
+                     QV_CATEGORY_DATE, QV_TYPE_INTEGER, {kDateOrYM, kDateOrYM}, BI_months_between),
+        // TIME WITH TIME ZONE for a time, else DATE WITH TIME ZONE (builtin_date_zone.cpp).
+        form_a<2, 3>("SetTimeZone", "SetTimeZone( time zone, value [, format] )", 5005,
+                     QV_CATEGORY_CONVERSION, kZoned, {kZone, kZoneSetSource, QV_TYPE_CHAR},
+                     BI_set_time_zone),
+        form_a<1, 2>("ToIntervalDS", "ToIntervalDS( value [, format] )", 5006,
+                     QV_CATEGORY_CONVERSION, kIntervalDS, {kDSSource, QV_TYPE_CHAR},
+                     BI_to_interval_ds),
+        form_a<1, 2>("ToIntervalYM", "ToIntervalYM( value [, format] )", 5007,
+                     QV_CATEGORY_CONVERSION, kIntervalYM, {kYMSource, QV_TYPE_CHAR},
+                     BI_to_interval_ym),
+        form_a<1, 2>("ToTime", "ToTime( value [, format] )", 5008, QV_CATEGORY_CONVERSION,
+                     QV_TYPE_TIME, {kTimeSource, QV_TYPE_CHAR}, BI_to_time),
+        form_a<2, 3>("ToTimeZone", "ToTimeZone( time zone, value [, format] )", 5009,
+                     QV_CATEGORY_CONVERSION, kZoned, {kZone, kZoneMoveSource, QV_TYPE_CHAR},
+                     BI_to_time_zone),
         form_a("UUID", "UUID()", 3006, QV_CATEGORY_MISCELLANEOUS, QV_TYPE_CHAR, BI_uuid),
         ExpFunction{}, // the terminator
     };

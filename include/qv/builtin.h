@@ -342,6 +342,59 @@ QV_BI_A0(BI_row_num);
 QV_BI_A1(BI_system);
 QV_BI_A0(BI_uuid);
 
+/* ---- Built-in handlers: dates, times, zones, intervals, files, mail ---------------------
+ * The same rules; what each computes is written in its file (language/builtin_date.cpp,
+ * builtin_date_zone.cpp, builtin_interval.cpp, builtin_file.cpp, builtin_file_path.cpp,
+ * builtin_mail.cpp). A date moved out of the years -32768..32767, an interval field moved
+ * past 32 bits, an unknown zone, a pattern that does not parse and a file number that names
+ * no open file give NULL; file and mail failures also log a warning saying why. */
+#define QV_BI_A7(name)                                                                             \
+    QV_API void name(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1, QV_VALUE_T *a2,  \
+                     QV_VALUE_T *a3, QV_VALUE_T *a4, QV_VALUE_T *a5, QV_VALUE_T *a6,               \
+                     QV_VALUE_T *a7)
+/* Dates and times */
+QV_BI_A2(BI_add_to_date);
+QV_BI_A2(BI_add_months_to_date);
+QV_BI_A2(BI_add_years_to_date);
+QV_BI_A1(BI_first_of_month);
+QV_BI_A1(BI_last_of_month);
+QV_BI_A1(BI_sys_date);
+QV_BI_A0(BI_datetime_now); /* SysDate without a format */
+QV_BI_A2(BI_days_between);
+QV_BI_A2(BI_seconds_between);
+QV_BI_A2(BI_months_between);
+QV_BI_A1(BI_is_leap_year);
+QV_BI_A1(BI_is_leap_year_day);
+QV_BI_A2(BI_is_valid_date);
+QV_BI_A2(BI_is_valid_time);
+QV_BI_A2(BI_to_date);
+QV_BI_A2(BI_to_time);
+QV_BI_A3(BI_set_time_zone);
+QV_BI_A3(BI_to_time_zone);
+/* Intervals */
+QV_BI_A2(BI_add_days_to_interval);
+QV_BI_A2(BI_add_months_to_interval);
+QV_BI_A2(BI_add_seconds_to_interval);
+QV_BI_A2(BI_add_years_to_interval);
+QV_BI_A2(BI_is_valid_interval_ds);
+QV_BI_A2(BI_is_valid_interval_ym);
+QV_BI_A2(BI_to_interval_ds);
+QV_BI_A2(BI_to_interval_ym);
+/* Files and paths */
+QV_BI_B(BI_file_check);
+QV_BI_A3(BI_file_list);
+QV_BI_A2(BI_file_open);
+QV_BI_A1(BI_file_close);
+QV_BI_A1(BI_file_read);
+QV_BI_B(BI_file_write);
+QV_BI_A2(BI_get_filename);
+QV_BI_A1(BI_get_directory);
+QV_BI_A1(BI_file_full_path);
+QV_BI_A3(BI_file_from_parts);
+/* Mail */
+QV_BI_A7(BI_send_mail);
+#undef QV_BI_A7
+
 #undef QV_BI_A0
 #undef QV_BI_A1
 #undef QV_BI_A2

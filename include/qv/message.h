@@ -116,6 +116,27 @@ typedef enum MESSAGE_SEVERITY_E {
 #define QV_MSG_CASE_COLON_EXPECTED 0xA1D716CCU    /* - */
 #define QV_MSG_CASE_DEFAULT_REPEATED 0xA1D716CDU  /* - */
 #define QV_MSG_STATEMENT_EXPECTED 0xA1D71744U     /* - */
+/* expression evaluator: validation, evaluation, tracing */
+#define QV_MSG_NAME_NOT_BOUND 0xA1B51C70U        /* name, position */
+#define QV_MSG_ARGUMENT_TYPE 0xA1B51C71U         /* function, argument, position, type, types */
+#define QV_MSG_FUNCTION_NOT_CALLABLE 0xA1B51C72U /* function, position */
+#define QV_MSG_EXPRESSION_MALFORMED 0xA1B51C73U  /* position */
+#define QV_MSG_VARIABLE_NOT_FOUND 0xA1B51C74U    /* variable as written, position */
+#define QV_MSG_NUMBER_OVERFLOW 0xA1B51C75U       /* operator, position */
+#define QV_MSG_RESULT_DOES_NOT_FIT 0xA1B51C76U   /* the result type */
+#define QV_MSG_FUNCTION_WITHOUT_BODY 0xA1B51C77U /* function */
+#define QV_MSG_TRACE_FILE_FAILED 0xA1B51C78U     /* path, system text */
+
+/* built-in functions: files and mail (warnings; the function's result is NULL, or for
+ * SendMail the message's text) */
+#define QV_MSG_FILE_OPEN_FAILED 0xB1F20001U           /* path, mode, system text */
+#define QV_MSG_FILE_MODE_UNKNOWN 0xB1F20002U          /* the mode given */
+#define QV_MSG_FILE_PROPERTY_UNKNOWN 0xB1F20003U      /* the property given */
+#define QV_MSG_MAIL_NO_RECIPIENT 0xB1F20011U          /* the "send to" text */
+#define QV_MSG_MAIL_ATTACHMENT_UNREADABLE 0xB1F20012U /* path, system text */
+#define QV_MSG_MAIL_PROGRAM_FAILED 0xB1F20013U        /* program, system text */
+#define QV_MSG_MAIL_PROGRAM_REFUSED 0xB1F20014U       /* program, exit status, its error output */
+#define QV_MSG_MAIL_TIMED_OUT 0xB1F20015U             /* program, seconds */
 
 /* "D", "I", "W", "E", "F" for 1..5; "?" otherwise. */
 QV_API const char *MsgSeverityName_L(int32_t severity);
