@@ -2,7 +2,8 @@
 # Missing system packages are installed first (or the exact command is printed).
 
 PACKAGES := cmake g++ make pkg-config libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
-            zlib1g-dev clang-format libboost-dev libgmp-dev libcli11-dev libedit-dev
+            zlib1g-dev clang-format libboost-dev libgmp-dev libcli11-dev libedit-dev \
+            liblua5.4-dev libsqlite3-dev libmuparser-dev
 BUILD    ?= build
 ASAN_BUILD ?= build-asan
 BENCH_BUILD ?= build-bench

@@ -11,6 +11,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
 
 #include "core/raise.hpp"
 #include "language/express_eval.hpp"
@@ -219,9 +220,10 @@ bool precise(char symbol, const Step &step, const QV_VALUE_T &left, const QV_VAL
     return true;
 }
 
-// + - * of any operands.
+// + - * of any operands. The general rules stay out of line, so that the routines for
+// known types that hand over to them stay small.
 template <class Op>
-bool arithmetic(const Step &step, QV_VALUE_T *const *values) {
+[[gnu::noinline]] bool arithmetic(const Step &step, QV_VALUE_T *const *values) {
     const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
     QV_VALUE_T &out = *values[step.out];
     if (left.is_null != 0 || right.is_null != 0) {
@@ -256,7 +258,7 @@ void divide_reals(double a, double b, QV_VALUE_T &out) {
     put_real(out, a / b);
 }
 
-bool divide(const Step &step, QV_VALUE_T *const *values) {
+[[gnu::noinline]] bool divide(const Step &step, QV_VALUE_T *const *values) {
     const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
     QV_VALUE_T &out = *values[step.out];
     if (left.is_null != 0 || right.is_null != 0) {
@@ -358,23 +360,36 @@ bool negate(const Step &step, QV_VALUE_T *const *values) {
 
 // ---- Comparisons -------------------------------------------------------------------------
 
+// A comparison: its outcome from a three-way order, and straight from two numbers.
 struct Equal {
     static bool holds(int c) { return c == 0; }
+    template <class T>
+    static bool test(T a, T b) { return a == b; }
 };
 struct NotEqual {
     static bool holds(int c) { return c != 0; }
+    template <class T>
+    static bool test(T a, T b) { return a != b; }
 };
 struct Less {
     static bool holds(int c) { return c < 0; }
+    template <class T>
+    static bool test(T a, T b) { return a < b; }
 };
 struct Greater {
     static bool holds(int c) { return c > 0; }
+    template <class T>
+    static bool test(T a, T b) { return a > b; }
 };
 struct LessEqual {
     static bool holds(int c) { return c <= 0; }
+    template <class T>
+    static bool test(T a, T b) { return a <= b; }
 };
 struct GreaterEqual {
     static bool holds(int c) { return c >= 0; }
+    template <class T>
+    static bool test(T a, T b) { return a >= b; }
 };
 
 void put_order(QV_VALUE_T &out, int c, bool (*holds)(int)) {
@@ -385,22 +400,24 @@ void put_order(QV_VALUE_T &out, int c, bool (*holds)(int)) {
 }
 
 template <class Op>
-bool compare(const Step &step, QV_VALUE_T *const *values) {
+[[gnu::noinline]] bool compare(const Step &step, QV_VALUE_T *const *values) {
     put_order(*values[step.out], order(*values[step.a], *values[step.b]), Op::holds);
     return true;
 }
 
+// Two numbers compared without a branch on the outcome; NaN (which orders with nothing)
+// goes to the general rule.
 template <class Op, class L, class R>
 bool compare_numbers(const Step &step, QV_VALUE_T *const *values) {
     const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
     if (!expected<L, R>(left, right)) [[unlikely]]
         return compare<Op>(step, values);
-    int c;
-    if constexpr (std::is_same_v<L, Integer>)
-        c = sign(L::get(left), R::get(right));
-    else
-        c = order_reals(L::get(left), R::get(right));
-    put_order(*values[step.out], c, Op::holds);
+    const auto a = L::get(left);
+    const auto b = R::get(right);
+    if constexpr (!std::is_same_v<L, Integer>)
+        if (a != a || b != b) [[unlikely]]
+            return compare<Op>(step, values);
+    put_boolean(*values[step.out], Op::test(a, b));
     return true;
 }
 

@@ -364,9 +364,14 @@ bool validate(EXPRESSION_T &expression) {
         QV_RAISE(GENERAL_ERROR);
         return false;
     }
-    if (expression.result_declared == 0) {
-        const StaticType type = compiler.result_type();
+    const StaticType type = compiler.result_type();
+    if (expression.result_declared == 0)
         expression.result_type = type.null_literal ? QV_DATATYPE_T{} : type.desc;
+    // A computed value that needs no conversion is written into the result by its step.
+    Source &last = program->sources[static_cast<std::size_t>(program->result)];
+    if (last.slot >= 0 && !type.null_literal && fits_result(type.desc, expression.result_type)) {
+        last.borrowed = &expression.result;
+        program->writes_result = true;
     }
     expression.stack_size = compiler.slots();
     expression.operand_count = static_cast<int32_t>(program->sources.size());
