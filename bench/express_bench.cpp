@@ -10,9 +10,11 @@
 // masks, so that lookups, condition arguments and counts cost what they will.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
+#include "language/builtin_rows.hpp"
 #include "language/express.hpp"
 #include "qv/express.h"
 #include "qv/qvlist.h"
@@ -21,14 +23,9 @@ namespace {
 
 ExpFunction row(const char *name, uint32_t minimum, uint32_t maximum,
                 std::initializer_list<uint32_t> masks, uint8_t repeat = 0) {
-    ExpFunction r{};
-    r.name = name;
-    r.usage = name;
-    r.min_args = minimum;
-    r.max_args = maximum;
-    r.repeat = repeat;
-    uint32_t i = 0;
-    for (uint32_t mask : masks) r.arg_types[i++] = mask;
+    ExpFunction r = qv::rows::row(name, name, 9000, QV_CATEGORY_MISCELLANEOUS, minimum, maximum,
+                                  QV_TYPE_CHAR, repeat, nullptr);
+    std::copy(masks.begin(), masks.end(), r.arg_types);
     return r;
 }
 

@@ -79,19 +79,26 @@ Identifier read_part(std::string_view text, std::size_t at, int32_t name_class, 
         part.end = bare_part_end(text, at + first.size, name_class);
         return {1, part.end};
     }
+    if (!closed_part(text, at + 1, '"', part)) return {QV_NAME_UNCLOSED_QUOTE, at};
+    if (part.end == part.begin) return {QV_NAME_EMPTY_PART, at};
+    return {1, part.end + 1};
+}
+
+bool closed_part(std::string_view text, std::size_t begin, char quote, NamePart &part) {
+    part = NamePart{};
     part.quoted = true;
-    part.begin = at + 1;
-    for (std::size_t p = at + 1;;) {
-        const std::size_t quote = text.find('"', p);
-        if (quote == std::string_view::npos) return {QV_NAME_UNCLOSED_QUOTE, at};
-        if (quote + 1 < text.size() && text[quote + 1] == '"') {
+    part.quote = quote;
+    part.begin = begin;
+    for (std::size_t p = begin;;) {
+        const std::size_t close = text.find(quote, p);
+        if (close == std::string_view::npos) return false;
+        if (close + 1 < text.size() && text[close + 1] == quote) {
             ++part.doubled;
-            p = quote + 2;
+            p = close + 2;
             continue;
         }
-        part.end = quote;
-        if (part.end == part.begin) return {QV_NAME_EMPTY_PART, at};
-        return {1, quote + 1};
+        part.end = close;
+        return true;
     }
 }
 

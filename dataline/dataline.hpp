@@ -45,6 +45,11 @@ struct NamePart {
     std::size_t size() const { return end - begin - doubled; } // bytes once unquoted
 };
 
+// Reads a text closed by `quote` (a doubled quote standing for one) whose first byte is
+// text[begin]: fills `part` (begin, end before the closing quote, doubled, quoted, quote)
+// and returns true, or false when the text ends first.
+bool closed_part(std::string_view text, std::size_t begin, char quote, NamePart &part);
+
 // Where the bare part that starts at `at` ends. In the expression class a ":" directly
 // followed by "=" ends it.
 std::size_t bare_part_end(std::string_view text, std::size_t at, int32_t name_class);

@@ -217,19 +217,6 @@ bool needs_quotes(std::string_view text, const NamePart &part) {
 
 constexpr const char *placeholder_text = "?";
 
-// Unary minus folded into a literal: false for a literal that is not a number.
-bool negate_number(QV_VALUE_T &value) {
-    switch (value.descriptor.type) {
-        case QV_TYPE_INTEGER: // two's complement, as the evaluator negates
-            value.payload.integer =
-                static_cast<int64_t>(uint64_t{0} - static_cast<uint64_t>(value.payload.integer));
-            return true;
-        case QV_TYPE_FLOAT: value.payload.real = -value.payload.real; return true;
-        case QV_TYPE_NUMBER: ReversePreciseSign_L(&value); return true;
-        default: return false;
-    }
-}
-
 int32_t parenthesis_depth = 0;
 
 } // namespace
@@ -245,7 +232,15 @@ const EXP_TOKEN_T *null_row() {
 }
 
 bool negate_literal(QV_VALUE_T &value) {
-    return negate_number(value);
+    switch (value.descriptor.type) {
+        case QV_TYPE_INTEGER: // two's complement, as the evaluator negates
+            value.payload.integer =
+                static_cast<int64_t>(uint64_t{0} - static_cast<uint64_t>(value.payload.integer));
+            return true;
+        case QV_TYPE_FLOAT: value.payload.real = -value.payload.real; return true;
+        case QV_TYPE_NUMBER: ReversePreciseSign_L(&value); return true;
+        default: return false;
+    }
 }
 
 Parser::Parser(std::string_view text, const ExpFunction *const *tables, int32_t table_count,
@@ -380,20 +375,8 @@ int32_t Parser::next_token(int32_t mask, Token &token) {
 // '...' with '' for a quote: a date when the text is a date literal, else a CHAR.
 int32_t Parser::quoted_literal(Token &token) {
     NamePart body;
-    body.quoted = true;
-    body.quote = '\'';
-    body.begin = at_ + 1;
-    for (std::size_t p = body.begin;;) {
-        const std::size_t quote = text_.find('\'', p);
-        if (quote == std::string_view::npos) return fail(QV_MSG_QUOTE_NOT_CLOSED, at_, {"'"});
-        if (quote + 1 < text_.size() && text_[quote + 1] == '\'') {
-            ++body.doubled;
-            p = quote + 2;
-            continue;
-        }
-        body.end = quote;
-        break;
-    }
+    if (!dataline::closed_part(text_, at_ + 1, '\'', body))
+        return fail(QV_MSG_QUOTE_NOT_CLOSED, at_, {"'"});
     const std::size_t size = body.size();
     auto *text = static_cast<char *>(QV_MALLOC(size + 1));
     if (text == nullptr) return allocation_failed();
@@ -492,21 +475,9 @@ int32_t Parser::variable(Token &token, bool braces) {
     NamePart name;
     std::size_t end;
     if (braces) {
-        name.quoted = true;
-        name.quote = '}';
-        name.begin = at_ + 2;
-        for (std::size_t p = name.begin;;) {
-            const std::size_t close = text_.find('}', p);
-            if (close == std::string_view::npos) return fail(QV_MSG_BRACE_NOT_CLOSED, start, {"}"});
-            if (close + 1 < text_.size() && text_[close + 1] == '}') {
-                ++name.doubled;
-                p = close + 2;
-                continue;
-            }
-            name.end = close;
-            end = close + 1;
-            break;
-        }
+        if (!dataline::closed_part(text_, at_ + 2, '}', name))
+            return fail(QV_MSG_BRACE_NOT_CLOSED, start, {"}"});
+        end = name.end + 1;
     } else {
         name.begin = at_ + 1;
         name.end = end = dataline::bare_part_end(text_, name.begin, QV_NAME_CLASS_EXPRESSION);

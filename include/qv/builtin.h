@@ -241,6 +241,117 @@ QV_API void BI_exit(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *cod
 /* The dummy table's Exit: the same result, never raises. */
 QV_API void BI_dummy_exit(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *code);
 
+/* ---- Built-in handlers: numbers, text, conditions, conversions, arrays, process -------
+ * One handler per row of the built-in table, in the calling contract above (form A with
+ * the row's maximum count of argument pointers, form B for the rows with the repeat flag).
+ * What each computes is written beside its row in the table and in the handler's file; the
+ * rules they share: the result's type is set first whatever the mode; a NULL or omitted
+ * required argument gives a NULL result (an optional argument given as NULL counts as
+ * omitted); bad or out-of-range values give NULL, never a failure; a text result owns its
+ * text and an empty one is NULL; a result that is also one of the arguments is computed
+ * aside and then stored. */
+#define QV_BI_A1(name) QV_API void name(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1)
+#define QV_BI_A2(name)                                                                             \
+    QV_API void name(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1, QV_VALUE_T *a2)
+#define QV_BI_A3(name)                                                                             \
+    QV_API void name(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1, QV_VALUE_T *a2,  \
+                     QV_VALUE_T *a3)
+#define QV_BI_A4(name)                                                                             \
+    QV_API void name(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1, QV_VALUE_T *a2,  \
+                     QV_VALUE_T *a3, QV_VALUE_T *a4)
+#define QV_BI_A0(name) QV_API void name(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame)
+#define QV_BI_B(name) QV_API void name(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame)
+
+/* Numbers */
+QV_BI_A1(BI_abs);
+QV_BI_A3(BI_band);
+QV_BI_A1(BI_ceil);
+QV_BI_A1(BI_cos);
+QV_BI_A1(BI_exp);
+QV_BI_A1(BI_floor);
+QV_BI_A1(BI_ln);
+QV_BI_A1(BI_log);
+QV_BI_A2(BI_mod);
+QV_BI_A2(BI_power);
+QV_BI_A4(BI_rand);
+QV_BI_A2(BI_round);
+QV_BI_A1(BI_sign);
+QV_BI_A1(BI_sin);
+QV_BI_A1(BI_sqrt);
+QV_BI_A1(BI_tan);
+QV_BI_A2(BI_trunc);
+/* Text */
+QV_BI_A1(BI_char);
+QV_BI_A1(BI_collapse);
+QV_BI_B(BI_concat);
+QV_BI_B(BI_concat_sep);
+QV_BI_A2(BI_count_str);
+QV_BI_B(BI_checksum);
+QV_BI_A3(BI_extract_str);
+QV_BI_A1(BI_initcap);
+QV_BI_A4(BI_in_str);
+QV_BI_A1(BI_is_alpha);
+QV_BI_A1(BI_is_alphanumeric);
+QV_BI_A1(BI_is_digit);
+QV_BI_A1(BI_is_float);
+QV_BI_A1(BI_is_integer);
+QV_BI_A1(BI_is_lower);
+QV_BI_A1(BI_is_numeric);
+QV_BI_A1(BI_is_upper);
+QV_BI_A1(BI_length);
+QV_BI_A2(BI_left);
+QV_BI_A1(BI_lower);
+QV_BI_A3(BI_lpad);
+QV_BI_A2(BI_ltrim);
+QV_BI_A3(BI_replace);
+QV_BI_A2(BI_right);
+QV_BI_A3(BI_rpad);
+QV_BI_A2(BI_rtrim);
+QV_BI_A1(BI_soundex);
+QV_BI_A3(BI_substr);
+QV_BI_A3(BI_translate);
+QV_BI_A2(BI_trim);
+QV_BI_A1(BI_upper);
+QV_BI_A2(BI_i18n_string);
+QV_BI_A2(BI_i18n_convert);
+/* Conditions */
+QV_BI_B(BI_choose);
+QV_BI_A3(BI_if);
+QV_BI_A2(BI_if_null);
+/* Conversions */
+QV_BI_A2(BI_to_char);
+QV_BI_A2(BI_to_double);
+QV_BI_A1(BI_to_integer);
+QV_BI_A3(BI_to_number);
+QV_BI_A1(BI_to_hex);
+/* Arrays and variables */
+QV_BI_A1(BI_array_clear);
+QV_BI_A1(BI_array_size);
+QV_BI_A2(BI_array_item);
+QV_BI_A2(BI_variable_info);
+QV_BI_A2(BI_array_delete_item);
+QV_BI_A2(BI_array_add_item);
+QV_BI_A3(BI_array_search);
+QV_BI_A1(BI_array_sort);
+QV_BI_A3(BI_array_modify_item);
+/* Process */
+QV_BI_A1(BI_delay);
+QV_BI_B(BI_log_msg);
+QV_BI_A0(BI_op_sys);
+QV_BI_A0(BI_row_num);
+QV_BI_A1(BI_system);
+QV_BI_A0(BI_uuid);
+
+#undef QV_BI_A0
+#undef QV_BI_A1
+#undef QV_BI_A2
+#undef QV_BI_A3
+#undef QV_BI_A4
+#undef QV_BI_B
+
+/* Stores the row number that RowNum() returns (process-wide; 0 until first set). */
+QV_API void SetRowNum_L(int64_t row);
+
 /* ---- The function struct and its stack of function arrays ------------------------------ */
 
 /* Installs `functions` as the function struct unless it is null; returns the struct that

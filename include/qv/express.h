@@ -42,7 +42,9 @@
  * none). A function-call item follows its arguments and says how many there are. IN and
  * BETWEEN follow their left operand and their list elements or bounds: x IN (1, 2, 3)
  * gives  x 1 2 3 IN  with the IN item's argument_count 3; x BETWEEN 1 AND 5 gives
- * x 1 5 BETWEEN (argument_count 2). A unary minus before a number literal is folded into
+ * x 1 5 BETWEEN (argument_count 2); an operator binding more tightly than BETWEEN after
+ * the upper bound (or the IN list) applies to that bound: x BETWEEN 1 AND n * 2 gives
+ * x 1 n 2 * BETWEEN. A unary minus before a number literal is folded into
  * it (-5 is the INTEGER -5), before another operand it sets the operand's `negate` flag,
  * and before a parenthesis it is the operator EXP_OP_NEGATE. Walk the items with
  * NextListItem_L:

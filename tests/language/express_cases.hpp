@@ -13,9 +13,11 @@
 //   calls                 name/argument count ("-" before a negated one)
 #pragma once
 
+#include <algorithm>
 #include <string>
 
 #include "capture.hpp"
+#include "language/builtin_rows.hpp"
 #include "qv/builtin.h"
 #include "qv/dataval.h"
 #include "qv/express.h"
@@ -29,17 +31,9 @@ constexpr int32_t script = EXP_MASK_EXPRESSION | EXP_MASK_CONDITION | EXP_MASK_S
 // Functions as a host table declares them; the parser never calls a handler.
 inline ExpFunction host_row(const char *name, uint32_t minimum, uint32_t maximum,
                             std::initializer_list<uint32_t> masks, uint8_t repeat = 0) {
-    ExpFunction row{};
-    row.name = name;
-    row.usage = name;
-    row.number = 9000;
-    row.category = QV_CATEGORY_MISCELLANEOUS;
-    row.max_args = maximum;
-    row.min_args = minimum;
-    row.result_type = QV_TYPE_CHAR;
-    uint32_t i = 0;
-    for (uint32_t mask : masks) row.arg_types[i++] = mask;
-    row.repeat = repeat;
+    ExpFunction row = qv::rows::row(name, name, 9000, QV_CATEGORY_MISCELLANEOUS, minimum, maximum,
+                                    QV_TYPE_CHAR, repeat, nullptr);
+    std::copy(masks.begin(), masks.end(), row.arg_types);
     return row;
 }
 
