@@ -93,6 +93,37 @@ const QV_VALUE_T *solve_body(EXP_USER_FUNCTION_T *function) {
 
 BodyRunner body_runner = solve_body;
 
+// Marks a parameter declared without a type, which takes each argument as it is.
+constexpr uint8_t kUntypedParameter = 0x1;
+
+// Each argument into its parameter, in order, converted into the parameter's declared type
+// (a parameter without one takes a copy); parameters past the arguments become NULL.
+void set_parameters(EXP_USER_FUNCTION_T &function, const EXP_CALL_FRAME_T &frame) {
+    VARIABLE_ARRAY_T *parameters = function.parameters;
+    if (parameters == nullptr) return;
+    for (int32_t i = 0; i < parameters->count; ++i) {
+        QV_VALUE_T &parameter = parameters->variables[i]->value;
+        const QV_VALUE_T *argument = i < frame.argument_count ? frame.arguments[i] : nullptr;
+        if (parameter.descriptor.type != 0 && (parameter.eval_flags & kUntypedParameter) == 0) {
+            ConvertValue_L(&parameter, argument, 0, 0);
+            continue;
+        }
+        CopyValue_L(&parameter, argument);
+        parameter.eval_flags = kUntypedParameter;
+    }
+}
+
+// Parameters declared without a type become so again when the call ends.
+void untype_parameters(VARIABLE_ARRAY_T *parameters) {
+    for (int32_t i = 0; parameters != nullptr && i < parameters->count; ++i) {
+        QV_VALUE_T &parameter = parameters->variables[i]->value;
+        if ((parameter.eval_flags & kUntypedParameter) == 0) continue;
+        FreeValue_L(&parameter);
+        parameter.descriptor = {};
+        parameter.eval_flags = 0;
+    }
+}
+
 // One call of a user-defined function, from entry to exit.
 class Activation {
   public:
@@ -107,6 +138,7 @@ class Activation {
     ~Activation() {
         if (pushed_parameters_) PopVariableArray_L(function_.parameters);
         if (pushed_locals_) PopVariableArray_L(function_.locals);
+        untype_parameters(function_.parameters);
         put_back(function_.parameters, saved_parameters_);
         put_back(function_.locals, saved_locals_);
         innermost_ = outer_;
@@ -160,15 +192,6 @@ class Activation {
     bool pushed_locals_ = false;
     bool pushed_parameters_ = false;
 };
-
-// Each argument into its parameter, in order; parameters past the arguments become NULL.
-void set_parameters(EXP_USER_FUNCTION_T &function, const EXP_CALL_FRAME_T &frame) {
-    VARIABLE_ARRAY_T *parameters = function.parameters;
-    if (parameters == nullptr) return;
-    for (int32_t i = 0; i < parameters->count; ++i)
-        CopyValue_L(&parameters->variables[i]->value,
-                    i < frame.argument_count ? frame.arguments[i] : nullptr);
-}
 
 // The body's value converted into the function's result type (type 0: as it is).
 bool store_result(QV_VALUE_T &out, const QV_VALUE_T &value, const QV_DATATYPE_T &type) {

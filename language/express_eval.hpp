@@ -61,9 +61,26 @@ struct Program {
     Vector<Step> steps;
     Vector<int32_t> lists;
     Vector<CallSite> calls;
-    Vector<Source> sources; // one per index of the operand table
-    int32_t result = 0;     // the index of the value the expression leaves
+    Vector<Source> sources;     // one per index of the operand table
+    int32_t result = 0;         // the index of the value the expression leaves
+    bool writes_result = false; // that index is the expression's result record itself
 };
+
+// Types whose payload is a plain copy (no memory, no precision that matters).
+inline constexpr uint32_t fixed_types = QV_TYPE_INTEGER | QV_TYPE_FLOAT | QV_TYPE_BOOLEAN |
+                                        QV_TYPE_DATE | QV_TYPE_TIME | QV_TYPE_TIME_TZ |
+                                        QV_TYPE_DATE_TZ | QV_TYPE_INTERVAL_DS | QV_TYPE_INTERVAL_YM;
+
+// Whether a value of type `type` is a result of type `result` as it stands: the same type
+// code, and for types with a precision the same scale and the same precision (or a result
+// precision of 0, no limit). A result type 0 takes every value.
+inline bool fits_result(const QV_DATATYPE_T &type, const QV_DATATYPE_T &result) {
+    if (result.type == 0) return true;
+    if (type.type != result.type) return false;
+    return (type.type & fixed_types) != 0 ||
+           (type.scale == result.scale &&
+            (result.precision == 0 || type.precision == result.precision));
+}
 
 // What validation knows of an operand's type: its descriptor (type 0: unknown), or that it
 // is the literal NULL, which has no type.
@@ -93,6 +110,9 @@ inline constexpr uint32_t wrapped_types = 0x1fe9f;
 // The routine of an operator for operands of these types (the right one ignored for
 // operators of one operand); null for an unknown operator code.
 Executor operator_executor(int32_t code, const StaticType &left, const StaticType &right);
+// The routine of LIKE or NOT LIKE (`code`) for a constant pattern it can match by bytes,
+// with the length it compares in `prefix` (-1: the whole text); null for other patterns.
+Executor like_executor(int32_t code, const QV_VALUE_T &pattern, int32_t &prefix);
 // The type of the value an operator leaves, as far as validation can tell.
 StaticType operator_type(int32_t code, const StaticType &left, const StaticType &right);
 

@@ -11,6 +11,9 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstring>
+#include <string_view>
+#include <type_traits>
 
 #include "core/raise.hpp"
 #include "language/express_eval.hpp"
@@ -184,34 +187,28 @@ bool is_zero(const QV_VALUE_T &value) {
     }
 }
 
-// A NUMBER operation. Operands that are not numbers are read as NUMBER first (NULL when
-// one does not read); a FLOAT that is not finite gives NULL; a division by zero gives NULL
-// of the quotient's type. A result beyond 77 digits fails.
-bool precise(char symbol, const Step &step, const QV_VALUE_T &left, const QV_VALUE_T &right,
-             QV_VALUE_T &out) {
-    QV_VALUE_T read[2] = {};
-    const QV_VALUE_T *sides[2] = {&left, &right};
-    for (int i = 0; i < 2; ++i) {
-        const QV_VALUE_T &side = *sides[i];
-        const uint32_t type = side.descriptor.type;
-        if (type == QV_TYPE_FLOAT && !std::isfinite(side.payload.real)) {
-            put_null(out, QV_TYPE_NUMBER);
-            return true;
-        }
-        if (type == QV_TYPE_NUMBER || type == QV_TYPE_INTEGER || type == QV_TYPE_FLOAT) continue;
-        if (ValueToNumber_L(&side, &read[i]) != QV_VALUE_OK) {
-            put_null(out, QV_TYPE_NUMBER);
-            return true;
-        }
-        sides[i] = &read[i];
-    }
+// An INTEGER as the NUMBER(19, 0) it is: every 64-bit integer has at most 19 digits.
+void integer_as_number(int64_t integer, QV_PRECISE_T &number) {
+    number = {};
+    number.descriptor = {QV_TYPE_NUMBER, 19, 0, 0};
+    const uint64_t magnitude =
+        integer < 0 ? 0 - static_cast<uint64_t>(integer) : static_cast<uint64_t>(integer);
+    number.payload.number.limb[0] = magnitude;
+    number.payload.number.used = magnitude != 0 ? 1 : 0;
+    number.payload.number.negative = integer < 0 ? 1 : 0;
+}
+
+// left op right of two NUMBER values (PreciseCalculate_L); a division by zero gives NULL of
+// the quotient's type, a result beyond 77 digits fails.
+bool calculate(char symbol, const Step &step, const QV_VALUE_T &left, const QV_VALUE_T &right,
+               QV_VALUE_T &out) {
     release(out);
-    if (symbol == '/' && is_zero(*sides[1])) {
-        PreciseCalculate_L(sides[0], symbol, sides[1], &out, 0);
+    if (symbol == '/' && is_zero(right)) {
+        PreciseCalculate_L(&left, symbol, &right, &out, 0);
         out.is_null = 1;
         return true;
     }
-    if (PreciseCalculate_L(sides[0], symbol, sides[1], &out, 1) != 0) {
+    if (PreciseCalculate_L(&left, symbol, &right, &out, 1) != 0) {
         put_null(out, QV_TYPE_NUMBER);
         return QV_EVAL_FAIL(QV_MSG_NUMBER_OVERFLOW, step.item->op->text, step.item->position);
     }
@@ -219,9 +216,37 @@ bool precise(char symbol, const Step &step, const QV_VALUE_T &left, const QV_VAL
     return true;
 }
 
-// + - * of any operands.
+// A NUMBER operation on operands of any type: an INTEGER is the NUMBER it is, a FLOAT is
+// read by PreciseCalculate_L (NULL when it is not finite), other types are read as NUMBER
+// (NULL when one does not read).
+bool precise(char symbol, const Step &step, const QV_VALUE_T &left, const QV_VALUE_T &right,
+             QV_VALUE_T &out) {
+    QV_VALUE_T read[2] = {};
+    const QV_VALUE_T *sides[2] = {&left, &right};
+    for (int i = 0; i < 2; ++i) {
+        const QV_VALUE_T &side = *sides[i];
+        switch (side.descriptor.type) {
+            case QV_TYPE_NUMBER: continue;
+            case QV_TYPE_INTEGER: integer_as_number(side.payload.integer, read[i]); break;
+            case QV_TYPE_FLOAT:
+                if (std::isfinite(side.payload.real)) continue;
+                put_null(out, QV_TYPE_NUMBER);
+                return true;
+            default:
+                if (ValueToNumber_L(&side, &read[i]) != QV_VALUE_OK) {
+                    put_null(out, QV_TYPE_NUMBER);
+                    return true;
+                }
+        }
+        sides[i] = &read[i];
+    }
+    return calculate(symbol, step, *sides[0], *sides[1], out);
+}
+
+// + - * of any operands. The general rules stay out of line, so that the routines for
+// known types that hand over to them stay small.
 template <class Op>
-bool arithmetic(const Step &step, QV_VALUE_T *const *values) {
+[[gnu::noinline]] bool arithmetic(const Step &step, QV_VALUE_T *const *values) {
     const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
     QV_VALUE_T &out = *values[step.out];
     if (left.is_null != 0 || right.is_null != 0) {
@@ -256,7 +281,7 @@ void divide_reals(double a, double b, QV_VALUE_T &out) {
     put_real(out, a / b);
 }
 
-bool divide(const Step &step, QV_VALUE_T *const *values) {
+[[gnu::noinline]] bool divide(const Step &step, QV_VALUE_T *const *values) {
     const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
     QV_VALUE_T &out = *values[step.out];
     if (left.is_null != 0 || right.is_null != 0) {
@@ -317,6 +342,33 @@ bool real_arithmetic(const Step &step, QV_VALUE_T *const *values) {
     return true;
 }
 
+// NUMBER with NUMBER or INTEGER, neither NULL.
+bool exact_pair(const QV_VALUE_T &left, const QV_VALUE_T &right) {
+    const uint32_t lt = left.descriptor.type, rt = right.descriptor.type;
+    return ((lt | rt) == QV_TYPE_NUMBER || (lt | rt) == (QV_TYPE_NUMBER | QV_TYPE_INTEGER)) &&
+           (left.is_null | right.is_null) == 0;
+}
+
+template <char Symbol>
+bool exact_arithmetic(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
+    if (!exact_pair(left, right)) [[unlikely]]
+        return Symbol == '/'   ? divide(step, values)
+               : Symbol == '+' ? arithmetic<Add>(step, values)
+               : Symbol == '-' ? arithmetic<Subtract>(step, values)
+                               : arithmetic<Multiply>(step, values);
+    QV_PRECISE_T integer;
+    const QV_VALUE_T *a = &left, *b = &right;
+    if (left.descriptor.type == QV_TYPE_INTEGER) {
+        integer_as_number(left.payload.integer, integer);
+        a = &integer;
+    } else if (right.descriptor.type == QV_TYPE_INTEGER) {
+        integer_as_number(right.payload.integer, integer);
+        b = &integer;
+    }
+    return calculate(Symbol, step, *a, *b, *values[step.out]);
+}
+
 bool integer_division(const Step &step, QV_VALUE_T *const *values) {
     const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
     if (!expected<Integer, Integer>(left, right)) [[unlikely]]
@@ -358,23 +410,48 @@ bool negate(const Step &step, QV_VALUE_T *const *values) {
 
 // ---- Comparisons -------------------------------------------------------------------------
 
+// A comparison: its outcome from a three-way order, and straight from two numbers.
 struct Equal {
     static bool holds(int c) { return c == 0; }
+    template <class T>
+    static bool test(T a, T b) {
+        return a == b;
+    }
 };
 struct NotEqual {
     static bool holds(int c) { return c != 0; }
+    template <class T>
+    static bool test(T a, T b) {
+        return a != b;
+    }
 };
 struct Less {
     static bool holds(int c) { return c < 0; }
+    template <class T>
+    static bool test(T a, T b) {
+        return a < b;
+    }
 };
 struct Greater {
     static bool holds(int c) { return c > 0; }
+    template <class T>
+    static bool test(T a, T b) {
+        return a > b;
+    }
 };
 struct LessEqual {
     static bool holds(int c) { return c <= 0; }
+    template <class T>
+    static bool test(T a, T b) {
+        return a <= b;
+    }
 };
 struct GreaterEqual {
     static bool holds(int c) { return c >= 0; }
+    template <class T>
+    static bool test(T a, T b) {
+        return a >= b;
+    }
 };
 
 void put_order(QV_VALUE_T &out, int c, bool (*holds)(int)) {
@@ -385,22 +462,24 @@ void put_order(QV_VALUE_T &out, int c, bool (*holds)(int)) {
 }
 
 template <class Op>
-bool compare(const Step &step, QV_VALUE_T *const *values) {
+[[gnu::noinline]] bool compare(const Step &step, QV_VALUE_T *const *values) {
     put_order(*values[step.out], order(*values[step.a], *values[step.b]), Op::holds);
     return true;
 }
 
+// Two numbers compared without a branch on the outcome; NaN (which orders with nothing)
+// goes to the general rule.
 template <class Op, class L, class R>
 bool compare_numbers(const Step &step, QV_VALUE_T *const *values) {
     const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
     if (!expected<L, R>(left, right)) [[unlikely]]
         return compare<Op>(step, values);
-    int c;
-    if constexpr (std::is_same_v<L, Integer>)
-        c = sign(L::get(left), R::get(right));
-    else
-        c = order_reals(L::get(left), R::get(right));
-    put_order(*values[step.out], c, Op::holds);
+    const auto a = L::get(left);
+    const auto b = R::get(right);
+    if constexpr (!std::is_same_v<L, Integer>)
+        if (a != a || b != b) [[unlikely]]
+            return compare<Op>(step, values);
+    put_boolean(*values[step.out], Op::test(a, b));
     return true;
 }
 
@@ -418,7 +497,7 @@ bool compare_texts(const Step &step, QV_VALUE_T *const *values) {
 }
 
 template <bool Negated>
-bool like(const Step &step, QV_VALUE_T *const *values) {
+[[gnu::noinline]] bool like(const Step &step, QV_VALUE_T *const *values) {
     const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
     QV_VALUE_T &out = *values[step.out];
     if (left.is_null != 0) {
@@ -434,6 +513,26 @@ bool like(const Step &step, QV_VALUE_T *const *values) {
     const bool has_pattern = right.is_null == 0 && text_of(right, right_form, pattern);
     const bool matches = Is_Like_SL(&text, has_pattern ? &pattern : nullptr) != 0;
     put_boolean(out, matches != Negated);
+    return true;
+}
+
+// LIKE with a constant pattern of ASCII characters without wildcards, followed by one "%"
+// (step.c: the length before it) or by nothing (step.c -1: the whole text), on a text
+// whose bytes below 0x80 are ASCII: a comparison of bytes.
+template <bool Negated>
+bool like_prefix(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a];
+    const QV_ENCODING_T *encoding = left.payload.string.encoding;
+    if (left.descriptor.type != QV_TYPE_CHAR || left.is_null != 0 ||
+        (left.descriptor.extra & QV_VALUE_IN_FILE) != 0 ||
+        (encoding != nullptr && encoding->ascii_compatible == 0)) [[unlikely]]
+        return like<Negated>(step, values);
+    const char *text = left.payload.string.text != nullptr ? left.payload.string.text : "";
+    const char *pattern = values[step.b]->payload.string.text;
+    const bool matches = step.c < 0
+                             ? std::strcmp(text, pattern) == 0
+                             : std::strncmp(text, pattern, static_cast<std::size_t>(step.c)) == 0;
+    put_boolean(*values[step.out], matches != Negated);
     return true;
 }
 
@@ -493,8 +592,20 @@ bool logical_not(const Step &step, QV_VALUE_T *const *values) {
 }
 
 template <Truth (*Combine)(Truth, Truth)>
-bool logical(const Step &step, QV_VALUE_T *const *values) {
+[[gnu::noinline]] bool logical(const Step &step, QV_VALUE_T *const *values) {
     put_truth(*values[step.out], Combine(truth_of(*values[step.a]), truth_of(*values[step.b])));
+    return true;
+}
+
+// AND (or OR) of two BOOLEAN values that are not NULL.
+template <bool Both>
+bool logical_booleans(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
+    if (left.descriptor.type != QV_TYPE_BOOLEAN || right.descriptor.type != QV_TYPE_BOOLEAN ||
+        (left.is_null | right.is_null) != 0) [[unlikely]]
+        return Both ? logical<both>(step, values) : logical<either>(step, values);
+    const bool a = left.payload.boolean != 0, b = right.payload.boolean != 0;
+    put_boolean(*values[step.out], Both ? a & b : a | b);
     return true;
 }
 
@@ -529,7 +640,7 @@ bool join_arrays(const Step &step, QV_VALUE_T *const *values) {
 
 // ---- Choosing ------------------------------------------------------------------------------
 
-enum class Kind { other, integer, real, number, text };
+enum class Kind { other, integer, real, number, text, truth };
 
 Kind kind_of(const StaticType &type) {
     if (type.null_literal) return Kind::other;
@@ -538,12 +649,20 @@ Kind kind_of(const StaticType &type) {
         case QV_TYPE_FLOAT: return Kind::real;
         case QV_TYPE_NUMBER: return Kind::number;
         case QV_TYPE_CHAR: return Kind::text;
+        case QV_TYPE_BOOLEAN: return Kind::truth;
         default: return Kind::other;
     }
 }
 
+// NUMBER with NUMBER or INTEGER.
+bool exact_kinds(Kind l, Kind r) {
+    return (l == Kind::number && (r == Kind::number || r == Kind::integer)) ||
+           (l == Kind::integer && r == Kind::number);
+}
+
 template <class Op>
 Executor arithmetic_for(Kind l, Kind r) {
+    if (exact_kinds(l, r)) return exact_arithmetic<Op::symbol>;
     if (l == Kind::integer && r == Kind::integer) return integer_arithmetic<Op>;
     if (l == Kind::real && r == Kind::real) return real_arithmetic<Op, Real, Real>;
     if (l == Kind::real && r == Kind::integer) return real_arithmetic<Op, Real, IntegerAsReal>;
@@ -552,6 +671,7 @@ Executor arithmetic_for(Kind l, Kind r) {
 }
 
 Executor division_for(Kind l, Kind r) {
+    if (exact_kinds(l, r)) return exact_arithmetic<'/'>;
     if (l == Kind::integer && r == Kind::integer) return integer_division;
     if (l == Kind::real && r == Kind::real) return real_division<Real, Real>;
     if (l == Kind::real && r == Kind::integer) return real_division<Real, IntegerAsReal>;
@@ -620,10 +740,27 @@ Executor operator_executor(int32_t code, const StaticType &left, const StaticTyp
         case EXP_OP_BETWEEN: return between<false>;
         case EXP_OP_NOT_BETWEEN: return between<true>;
         case EXP_OP_NOT: return logical_not;
-        case EXP_OP_AND: return logical<both>;
-        case EXP_OP_OR: return logical<either>;
+        case EXP_OP_AND:
+            return l == Kind::truth && r == Kind::truth ? logical_booleans<true> : logical<both>;
+        case EXP_OP_OR:
+            return l == Kind::truth && r == Kind::truth ? logical_booleans<false> : logical<either>;
         default: return nullptr;
     }
+}
+
+Executor like_executor(int32_t code, const QV_VALUE_T &pattern, int32_t &prefix) {
+    if (pattern.descriptor.type != QV_TYPE_CHAR || pattern.is_null != 0 ||
+        pattern.payload.string.text == nullptr)
+        return nullptr;
+    const std::string_view text = pattern.payload.string.text;
+    const std::size_t wild = text.find_first_of("%_\\");
+    const bool exact = wild == std::string_view::npos;
+    if (!exact && wild + 1 != text.size()) return nullptr; // not one final "%"
+    if (!exact && text[wild] != '%') return nullptr;
+    for (const char c : text)
+        if (static_cast<unsigned char>(c) >= 0x80) return nullptr;
+    prefix = exact ? -1 : static_cast<int32_t>(wild);
+    return code == EXP_OP_LIKE ? like_prefix<false> : like_prefix<true>;
 }
 
 StaticType operator_type(int32_t code, const StaticType &left, const StaticType &right) {

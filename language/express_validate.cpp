@@ -115,13 +115,15 @@ class Compiler {
     struct Entry {
         int32_t index;
         StaticType type;
-        QV_VALUE_T *value; // the operand itself when it is borrowed
+        QV_VALUE_T *value;    // the operand itself when it is borrowed
+        bool literal = false; // a literal: the same value on every evaluation
     };
 
     bool item(EXP_ITEM_T &item) {
         switch (item.kind) {
             case EXP_ITEM_LITERAL:
                 push_borrowed(item, &item.value, type_of_value(item.value));
+                stack_.back().literal = true;
                 break;
             case EXP_ITEM_NAME: name(item); break;
             case EXP_ITEM_VARIABLE: variable(item); break;
@@ -220,6 +222,9 @@ class Compiler {
             if (needed > 1) step.b = stack_[first + 1].index;
             if (needed > 2) step.c = stack_[first + 2].index;
         }
+        if ((code == EXP_OP_LIKE || code == EXP_OP_NOT_LIKE) && stack_[first + 1].literal)
+            if (const Executor matcher = like_executor(code, *stack_[first + 1].value, step.c))
+                step.run = matcher;
         stack_.resize(first);
         stack_.push_back({out, type, nullptr});
         item.slot = out;
@@ -364,9 +369,14 @@ bool validate(EXPRESSION_T &expression) {
         QV_RAISE(GENERAL_ERROR);
         return false;
     }
-    if (expression.result_declared == 0) {
-        const StaticType type = compiler.result_type();
+    const StaticType type = compiler.result_type();
+    if (expression.result_declared == 0)
         expression.result_type = type.null_literal ? QV_DATATYPE_T{} : type.desc;
+    // A computed value that needs no conversion is written into the result by its step.
+    Source &last = program->sources[static_cast<std::size_t>(program->result)];
+    if (last.slot >= 0 && !type.null_literal && fits_result(type.desc, expression.result_type)) {
+        last.borrowed = &expression.result;
+        program->writes_result = true;
     }
     expression.stack_size = compiler.slots();
     expression.operand_count = static_cast<int32_t>(program->sources.size());
