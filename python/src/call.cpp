@@ -12,6 +12,7 @@
 #include <csetjmp>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "qvpy.hpp"
 
@@ -20,6 +21,20 @@ namespace qvpy {
 namespace {
 
 uint32_t message_set = 0; // the message context: errors of the current call collect here
+
+// One thread in the library at a time. The GIL alone does not ensure it: a call that hands
+// feedback to a Python logging handler may let another thread run meanwhile. A thread that
+// must wait does so with the GIL released, so that the one inside can finish.
+std::recursive_mutex library_lock;
+
+std::unique_lock<std::recursive_mutex> take_library() {
+    std::unique_lock<std::recursive_mutex> lock(library_lock, std::try_to_lock);
+    if (!lock.owns_lock()) {
+        py::gil_scoped_release released;
+        lock.lock();
+    }
+    return lock;
+}
 
 void clear_messages() {
     if (message_set != 0) DeleteMessageHandle_L(message_set);
@@ -95,6 +110,7 @@ py::list messages_list(const Outcome &outcome) {
 
 void run_in_context(const char *where, Thunk thunk, void *body, Outcome &outcome,
                     std::exception_ptr &error) {
+    const auto lock = take_library();
     clear_messages();
     if (except_start_context(where, "qvpython", __LINE__) == nullptr) throw std::bad_alloc();
     if (setjmp(Exc_Sp->jump_state) == 0) {
