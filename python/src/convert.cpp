@@ -26,6 +26,7 @@
 
 #include <datetime.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -39,7 +40,9 @@ namespace {
 py::object decimal_type, interval_ym_type, typed_type;
 std::unordered_map<int, py::object> zones; // timezone objects by offset in minutes
 
-[[noreturn]] void value_error(const std::string &text) { throw py::value_error(text); }
+[[noreturn]] void value_error(const std::string &text) {
+    throw py::value_error(text);
+}
 
 // ---- Into values -------------------------------------------------------------------------
 
@@ -151,10 +154,10 @@ void set_interval(QV_VALUE_T *value, int128 microseconds) {
 
 void set_timedelta(py::handle object, QV_VALUE_T *value) {
     PyObject *o = object.ptr();
-    set_interval(value, (int128(PyDateTime_DELTA_GET_DAYS(o)) * 86400 +
-                         PyDateTime_DELTA_GET_SECONDS(o)) *
-                                1000000 +
-                            PyDateTime_DELTA_GET_MICROSECONDS(o));
+    set_interval(value,
+                 (int128(PyDateTime_DELTA_GET_DAYS(o)) * 86400 + PyDateTime_DELTA_GET_SECONDS(o)) *
+                         1000000 +
+                     PyDateTime_DELTA_GET_MICROSECONDS(o));
 }
 
 void set_interval_ym(py::handle object, QV_VALUE_T *value) {
@@ -178,6 +181,7 @@ void set_text(py::handle object, QV_VALUE_T *value, const char *what) {
     if (std::strlen(text) != std::size_t(length))
         value_error(std::string(what) + ": a text holding a NUL character");
     SetTextValue_L(value, text, nullptr);
+    value->descriptor.precision = text_length(std::size_t(PyUnicode_GET_LENGTH(object.ptr())));
 }
 
 void set_bytes(py::handle object, QV_VALUE_T *value, const char *what) {
@@ -215,7 +219,8 @@ void set_typed(py::handle object, QV_VALUE_T *value, const char *what) {
     FreeValue_L(&given);
     if (result == QV_CONVERT_TRUNCATED)
         value_error(std::string(what) + ": the text is longer than " + declared);
-    if (result == QV_CONVERT_TOO_LONG) value_error(std::string(what) + ": does not fit " + declared);
+    if (result == QV_CONVERT_TOO_LONG)
+        value_error(std::string(what) + ": does not fit " + declared);
     if (lost)
         value_error(std::string(what) + ": " + std::string(py::repr(object.attr("value"))) +
                     " does not read as " + declared);
@@ -234,8 +239,7 @@ py::object timezone_of(int16_t zone) {
     auto found = zones.find(minutes);
     if (found != zones.end()) return found->second;
     py::object offset = py::reinterpret_steal<py::object>(PyDelta_FromDSU(0, minutes * 60, 0));
-    py::object zone_object =
-        py::reinterpret_steal<py::object>(PyTimeZone_FromOffset(offset.ptr()));
+    py::object zone_object = py::reinterpret_steal<py::object>(PyTimeZone_FromOffset(offset.ptr()));
     if (!zone_object) throw py::error_already_set();
     zones.emplace(minutes, zone_object);
     return zone_object;
@@ -261,10 +265,10 @@ py::object number_object(const QV_VALUE_T &value) {
 
 py::object interval_object(const QV_INTERVAL_DS_T &interval) {
     const int sign = interval.negative ? -1 : 1;
-    PyObject *delta = PyDelta_FromDSU(sign * int(interval.days),
-                                      sign * int(interval.hours * 3600 + interval.minutes * 60 +
-                                                 interval.seconds),
-                                      sign * int(interval.fraction / 1000));
+    PyObject *delta = PyDelta_FromDSU(
+        sign * int(interval.days),
+        sign * int(interval.hours * 3600 + interval.minutes * 60 + interval.seconds),
+        sign * int(interval.fraction / 1000));
     if (delta == nullptr) throw py::error_already_set();
     return py::reinterpret_steal<py::object>(delta);
 }
@@ -299,6 +303,10 @@ py::object bytes_object(const QV_VALUE_T &value) {
 } // namespace
 
 // ---- Shared helpers ---------------------------------------------------------------------------
+
+int32_t text_length(std::size_t characters) {
+    return int32_t(std::clamp<std::size_t>(characters, 1, INT32_MAX));
+}
 
 const char *utf8_of(PyObject *text, Py_ssize_t *length, std::string &scratch) {
     const char *utf8 = PyUnicode_AsUTF8AndSize(text, length);
@@ -348,9 +356,9 @@ Kind kind_of(py::handle object) {
 
 const char *kind_name(Kind kind) {
     static const char *const names[] = {
-        "missing",  "str",  "bool",          "int",  "float",     "Decimal",
-        "datetime", "aware datetime", "date", "time", "aware time", "timedelta",
-        "bytes",    "IntervalYM", "list",    "Typed", "other"};
+        "missing",        "str",   "bool", "int",        "float",     "Decimal", "datetime",
+        "aware datetime", "date",  "time", "aware time", "timedelta", "bytes",   "IntervalYM",
+        "list",           "Typed", "other"};
     return names[static_cast<int>(kind)];
 }
 
@@ -384,8 +392,10 @@ QV_DATATYPE_T parse_type(const std::string &text, bool *open_number, const char 
     const int32_t code = ParseVariableType_L(text.c_str(), &type);
     const uint32_t named = code == QV_PARSE_TYPE_SIZE_MISSING ? DataType_L(text.c_str()) : 0;
     *open_number = named == QV_TYPE_NUMBER;
-    if (*open_number) SetDataType_L(&type, QV_TYPE_NUMBER, QV_PRECISE_MAX_PRECISION, 0);
-    else if (named == QV_TYPE_CHAR) SetDataType_L(&type, QV_TYPE_CHAR, 0, 0); // any length
+    if (*open_number)
+        SetDataType_L(&type, QV_TYPE_NUMBER, QV_PRECISE_MAX_PRECISION, 0);
+    else if (named == QV_TYPE_CHAR)
+        SetDataType_L(&type, QV_TYPE_CHAR, 0, 0); // any length
     else if (code != QV_PARSE_TYPE_OK || type.type == 0)
         value_error(std::string(what) + ": '" + text + "' is not a data type" +
                     (code == QV_PARSE_TYPE_SIZE_MISSING ? " (it needs a size)" : ""));
@@ -401,17 +411,17 @@ py::object make_datetime(const QV_DATE_T &date, bool zoned) {
     }
     py::object zone = zoned ? timezone_of(date.zone) : py::none();
     PyObject *result = PyDateTimeAPI->DateTime_FromDateAndTime(
-        date.year, date.month, date.day, date.hour, date.minute, date.second,
-        date.fraction / 1000, zone.ptr(), PyDateTimeAPI->DateTimeType);
+        date.year, date.month, date.day, date.hour, date.minute, date.second, date.fraction / 1000,
+        zone.ptr(), PyDateTimeAPI->DateTimeType);
     if (result == nullptr) throw py::error_already_set();
     return py::reinterpret_steal<py::object>(result);
 }
 
 py::object make_time(const QV_DATE_T &date, bool zoned) {
     py::object zone = zoned ? timezone_of(date.zone) : py::none();
-    PyObject *result = PyDateTimeAPI->Time_FromTime(date.hour, date.minute, date.second,
-                                                    date.fraction / 1000, zone.ptr(),
-                                                    PyDateTimeAPI->TimeType);
+    PyObject *result =
+        PyDateTimeAPI->Time_FromTime(date.hour, date.minute, date.second, date.fraction / 1000,
+                                     zone.ptr(), PyDateTimeAPI->TimeType);
     if (result == nullptr) throw py::error_already_set();
     return py::reinterpret_steal<py::object>(result);
 }
@@ -427,8 +437,10 @@ void to_value(py::handle object, QV_VALUE_T *value, const char *what) {
     } else if (PyLong_Check(o)) {
         int overflow = 0;
         const long long integer = PyLong_AsLongLongAndOverflow(o, &overflow);
-        if (overflow != 0) set_big_integer(object, value, what);
-        else SetIntegerValue_L(value, integer);
+        if (overflow != 0)
+            set_big_integer(object, value, what);
+        else
+            SetIntegerValue_L(value, integer);
     } else if (PyFloat_Check(o)) {
         SetFloatValue_L(value, PyFloat_AS_DOUBLE(o));
     } else if (PyUnicode_Check(o)) {
@@ -455,7 +467,8 @@ void to_value(py::handle object, QV_VALUE_T *value, const char *what) {
             to_value(object.attr("astype")(kind == "M" ? "datetime64[us]" : "timedelta64[us]")
                          .attr("item")(),
                      value, what);
-        else to_value(object.attr("item")(), value, what);
+        else
+            to_value(object.attr("item")(), value, what);
     } else {
         throw py::type_error(std::string(what) + ": a " + Py_TYPE(o)->tp_name +
                              " has no value in the expression language");
@@ -494,8 +507,8 @@ py::object to_python(const QV_VALUE_T &value) {
         }
         default: {
             char *name = DataTypeName_L(value.descriptor.type);
-            std::string text = std::string("a value of type ") + (name ? name : "UNKNOWN") +
-                               " has no Python form";
+            std::string text =
+                std::string("a value of type ") + (name ? name : "UNKNOWN") + " has no Python form";
             std::free(name);
             throw py::type_error(text);
         }

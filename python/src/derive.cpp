@@ -60,7 +60,9 @@ void civil_from_days(int64_t z, QV_DATE_T &date) {
     date.day = uint8_t(doy - (153 * mp + 2) / 5 + 1);
 }
 
-int64_t floor_div(int64_t a, int64_t b) { return a / b - (a % b != 0 && (a < 0) != (b < 0)); }
+int64_t floor_div(int64_t a, int64_t b) {
+    return a / b - (a % b != 0 && (a < 0) != (b < 0));
+}
 
 // ---- Input columns -------------------------------------------------------------------------
 
@@ -131,24 +133,31 @@ class Input {
 };
 
 // int64, float64, bool: the element stored in the payload.
-template <class T> class NumericInput : public Input {
+template <class T>
+class NumericInput : public Input {
   public:
     NumericInput(std::string name, py::array_t<T> data, std::optional<py::array_t<bool>> mask)
         : Input(std::move(name), size_t(data.size())), data_(std::move(data)),
           mask_(std::move(mask)) {
         values_ = data_.data();
         nulls_ = mask_ ? mask_->data() : nullptr;
-        if constexpr (std::is_same_v<T, int64_t>) SetIntegerValue_L(&natural_, 0);
-        else if constexpr (std::is_same_v<T, double>) SetFloatValue_L(&natural_, 0);
-        else SetBooleanValue_L(&natural_, 0);
+        if constexpr (std::is_same_v<T, int64_t>)
+            SetIntegerValue_L(&natural_, 0);
+        else if constexpr (std::is_same_v<T, double>)
+            SetFloatValue_L(&natural_, 0);
+        else
+            SetBooleanValue_L(&natural_, 0);
     }
 
   protected:
     std::string load_natural(size_t row) override {
         const T v = values_[row];
-        if constexpr (std::is_same_v<T, int64_t>) natural_.payload.integer = v;
-        else if constexpr (std::is_same_v<T, double>) natural_.payload.real = v;
-        else natural_.payload.boolean = v ? 1 : 0;
+        if constexpr (std::is_same_v<T, int64_t>)
+            natural_.payload.integer = v;
+        else if constexpr (std::is_same_v<T, double>)
+            natural_.payload.real = v;
+        else
+            natural_.payload.boolean = v ? 1 : 0;
         bool null = nulls_ != nullptr && nulls_[row];
         if constexpr (std::is_same_v<T, double>) null = null || std::isnan(v); // pandas' missing
         natural_.is_null = null;
@@ -212,10 +221,12 @@ class TimeInput : public Input {
 // An object column of str (and missing values): CHAR records pointing at each str's UTF-8.
 class TextInput : public Input {
   public:
-    TextInput(std::string name, py::array data) : Input(std::move(name), size_t(data.size())),
-                                                  data_(std::move(data)) {
+    // `longest`: the most characters of an element, the column's CHAR length.
+    TextInput(std::string name, py::array data, std::size_t longest)
+        : Input(std::move(name), size_t(data.size())), data_(std::move(data)) {
         SetTextValue_L(&natural_, "", nullptr);
-        FreeValue_L(&natural_); // a NULL CHAR(0) in UTF-8, owning nothing
+        FreeValue_L(&natural_); // a NULL CHAR in UTF-8, owning nothing
+        natural_.descriptor.precision = text_length(longest);
         elements_ = static_cast<PyObject *const *>(data_.data());
     }
     ~TextInput() override { natural_.payload.string.text = nullptr; }
@@ -292,9 +303,12 @@ struct Scan {
     Kind kind = Kind::Missing; // the column's kind; Missing when every element is
     int32_t integer_digits = 0, scale = 0;
     std::size_t longest_bytes = 0;
+    std::size_t longest_text = 0; // in characters
 };
 
-bool is_number(Kind k) { return k == Kind::Integer || k == Kind::Decimal || k == Kind::Float; }
+bool is_number(Kind k) {
+    return k == Kind::Integer || k == Kind::Decimal || k == Kind::Float;
+}
 
 // Numbers widen (int < Decimal < float); datetime and date mix as DATE; other kinds must
 // agree. Throws TypeError naming the two kinds and where each was first seen.
@@ -312,6 +326,9 @@ Scan scan_objects(const std::string &name, const py::array &data) {
             scan.integer_digits = std::max(scan.integer_digits, digits);
             scan.scale = std::max(scan.scale, scale);
         }
+        if (k == Kind::Text)
+            scan.longest_text =
+                std::max(scan.longest_text, std::size_t(PyUnicode_GET_LENGTH(element.ptr())));
         if (k == Kind::Bytes) {
             py::buffer_info b = py::buffer(py::reinterpret_borrow<py::object>(element)).request();
             scan.longest_bytes = std::max(scan.longest_bytes, std::size_t(b.size * b.itemsize));
@@ -322,8 +339,10 @@ Scan scan_objects(const std::string &name, const py::array &data) {
             first_row = row;
         } else if (k != scan.kind) {
             if (is_number(k) && is_number(scan.kind)) {
-                if (k == Kind::Float || scan.kind == Kind::Float) scan.kind = Kind::Float;
-                else scan.kind = Kind::Decimal;
+                if (k == Kind::Float || scan.kind == Kind::Float)
+                    scan.kind = Kind::Float;
+                else
+                    scan.kind = Kind::Decimal;
             } else {
                 throw py::type_error("column '" + name + "' mixes " + kind_name(scan.kind) +
                                      " (row " + std::to_string(first_row) + ") and " +
@@ -346,8 +365,7 @@ QV_DATATYPE_T common_type(const std::string &name, const Scan &scan) {
             const int32_t precision = scan.integer_digits + scan.scale;
             if (precision > QV_PRECISE_MAX_PRECISION)
                 throw py::value_error("column '" + name + "': its numbers need " +
-                                      std::to_string(precision) +
-                                      " digits, more than NUMBER's 77");
+                                      std::to_string(precision) + " digits, more than NUMBER's 77");
             return *SetDataType_L(&t, QV_TYPE_NUMBER, std::max(precision, 1), scan.scale);
         }
         case Kind::Float: return *SetDataType_L(&t, QV_TYPE_FLOAT, 0, 0);
@@ -359,10 +377,12 @@ QV_DATATYPE_T common_type(const std::string &name, const Scan &scan) {
         case Kind::IntervalYM: return *SetDataType_L(&t, QV_TYPE_INTERVAL_YM, 0, 0);
         case Kind::Boolean: return *SetDataType_L(&t, QV_TYPE_BOOLEAN, 0, 0);
         case Kind::Bytes:
-            return *SetDataType_L(&t, QV_TYPE_BINARY, int32_t(std::min<std::size_t>(scan.longest_bytes, INT32_MAX)), 0);
+            return *SetDataType_L(&t, QV_TYPE_BINARY,
+                                  int32_t(std::min<std::size_t>(scan.longest_bytes, INT32_MAX)), 0);
         case Kind::Array: return *SetDataType_L(&t, QV_TYPE_ARRAY, 0, 0);
         case Kind::Other:
-            throw py::type_error("column '" + name + "' holds objects that have no value in the "
+            throw py::type_error("column '" + name +
+                                 "' holds objects that have no value in the "
                                  "expression language");
         default: return t; // Typed: each keeps its declared type
     }
@@ -387,7 +407,7 @@ std::unique_ptr<Input> make_input(const std::string &name, const std::string &ki
     py::array objects = data.cast<py::array>();
     const Scan scan = scan_objects(name, objects);
     if (scan.kind == Kind::Text || scan.kind == Kind::Missing) {
-        auto text = std::make_unique<TextInput>(name, objects);
+        auto text = std::make_unique<TextInput>(name, objects, scan.longest_text);
         if (scan.kind == Kind::Missing) text->all_missing();
         return text;
     }
@@ -432,24 +452,30 @@ class Output {
     bool any_null_ = false;
 };
 
-template <class T> py::array_t<T> to_array(const std::vector<T> &values) {
+template <class T>
+py::array_t<T> to_array(const std::vector<T> &values) {
     py::array_t<T> array(py::ssize_t(values.size()));
     std::copy(values.begin(), values.end(), array.mutable_data());
     return array;
 }
 
 // INTEGER, FLOAT, BOOLEAN: the payload, 0 (NaN for FLOAT) under a NULL.
-template <class T> class NumericOutput : public Output {
+template <class T>
+class NumericOutput : public Output {
   public:
-    NumericOutput(size_t rows, const char *kind) : Output(rows), kind_(kind) { data_.reserve(rows); }
+    NumericOutput(size_t rows, const char *kind) : Output(rows), kind_(kind) {
+        data_.reserve(rows);
+    }
     py::tuple finish() override { return py::make_tuple(kind_, to_array(data_), mask_array()); }
 
   protected:
     bool put(const QV_VALUE_T &v, std::string &) override {
-        if constexpr (std::is_same_v<T, int64_t>) data_.push_back(v.is_null ? 0 : v.payload.integer);
+        if constexpr (std::is_same_v<T, int64_t>)
+            data_.push_back(v.is_null ? 0 : v.payload.integer);
         else if constexpr (std::is_same_v<T, double>)
             data_.push_back(v.is_null ? std::nan("") : v.payload.real);
-        else data_.push_back(!v.is_null && v.payload.boolean != 0);
+        else
+            data_.push_back(!v.is_null && v.payload.boolean != 0);
         return true;
     }
 
@@ -608,8 +634,8 @@ struct Derived {
 // status context knows what failed and where to go on.
 struct Cursor {
     size_t row = 0;
-    int step = kLoad; // kLoad, kWhere, or the index of the expression being solved
-    size_t input = 0; // the column being loaded
+    int step = kLoad;            // kLoad, kWhere, or the index of the expression being solved
+    size_t input = 0;            // the column being loaded
     std::vector<uint8_t> failed; // per expression: failed in this row
     static constexpr int kLoad = -2, kWhere = -1;
 };
@@ -623,7 +649,8 @@ class Program {
                   : on_error == "null" ? Policy::Null
                   : on_error == "skip" ? Policy::Skip
                                        : throw py::value_error("on_error must be 'raise', 'null' "
-                                                               "or 'skip', not '" + on_error + "'");
+                                                               "or 'skip', not '" +
+                                                               on_error + "'");
         read_columns(columns);
         for (py::handle pair : exprs) {
             auto item = pair.cast<std::pair<std::string, std::string>>();
@@ -650,8 +677,10 @@ class Program {
             if (appending_) policy_ = Policy::Raise;
             const Next next = handle_failure(cursor, messages_text(outcome));
             if (next == Next::Stop) throw_row_failure(cursor, outcome, pending_);
-            if (next == Next::Continue && cursor.step == Cursor::kLoad) ++cursor.input;
-            else if (next == Next::Continue) ++cursor.step;
+            if (next == Next::Continue && cursor.step == Cursor::kLoad)
+                ++cursor.input;
+            else if (next == Next::Continue)
+                ++cursor.step;
         }
         py::dict result;
         py::list out;
@@ -705,7 +734,8 @@ class Program {
             const std::string column = py::str(name);
             bool known = false;
             for (const ColumnSpec &s : specs_) known = known || s.name == column;
-            if (!known) throw py::key_error("types names the column '" + column + "', which is not there");
+            if (!known)
+                throw py::key_error("types names the column '" + column + "', which is not there");
         }
     }
 
@@ -794,7 +824,8 @@ class Program {
         for (size_t k = 0; k < derived_.size(); ++k) {
             Derived &d = derived_[k];
             std::string failure;
-            if (c.failed[k]) d.output->append_null();
+            if (c.failed[k])
+                d.output->append_null();
             else if (!d.output->append(d.expression->result, failure)) {
                 c.step = int(k);
                 record_failure(c, failure);
@@ -811,8 +842,10 @@ class Program {
     }
 
     void next_row(Cursor &c, bool kept) {
-        if (kept) kept_.push_back(int64_t(c.row));
-        else dropped_ = true;
+        if (kept)
+            kept_.push_back(int64_t(c.row));
+        else
+            dropped_ = true;
         ++c.row;
         c.step = Cursor::kLoad;
         c.input = 0;
@@ -835,15 +868,16 @@ class Program {
             next_row(c, false);
             return Next::Drop;
         }
-        if (c.step == Cursor::kLoad) FreeValue_L(inputs_[c.input]->bound()); // NULL this row
-        else c.failed[size_t(c.step)] = 1;
+        if (c.step == Cursor::kLoad)
+            FreeValue_L(inputs_[c.input]->bound()); // NULL this row
+        else
+            c.failed[size_t(c.step)] = 1;
         return Next::Continue;
     }
 
     void record_failure(const Cursor &c, const std::string &failure) {
         ++failure_count_;
-        if (failures_.size() < 10)
-            failures_.append(py::make_tuple(c.row, step_name(c), failure));
+        if (failures_.size() < 10) failures_.append(py::make_tuple(c.row, step_name(c), failure));
     }
 
     std::string step_name(const Cursor &c) const {

@@ -27,7 +27,8 @@ bool same_type(const QV_DATATYPE_T &a, const QV_DATATYPE_T &b) {
 }
 
 std::string quoted(const std::string &text) {
-    py::object repr = py::repr(py::reinterpret_steal<py::object>(str_from_utf8(text.data(), text.size())));
+    py::object repr =
+        py::repr(py::reinterpret_steal<py::object>(str_from_utf8(text.data(), text.size())));
     return std::string(py::str(repr));
 }
 
@@ -206,7 +207,8 @@ void set_variable(const std::string &name, py::handle object) {
 void delete_variable(const std::string &name) {
     VARIABLE_ARRAY_T *global = GetGlobalVariables_L();
     int32_t deleted = 0;
-    call("delete_variable", [&] { deleted = DeleteVariableFromArrays_L(&global, 1, name.c_str()); });
+    call("delete_variable",
+         [&] { deleted = DeleteVariableFromArrays_L(&global, 1, name.c_str()); });
     if (deleted == 0) throw py::key_error(name);
     ++variable_epoch;
 }

@@ -47,17 +47,18 @@ struct Outcome {
 // logged; a C++ exception thrown by the body (a Python error among them) is rethrown once
 // the context is closed. The body runs in a frame of its own, so its locals are destroyed
 // when a raise unwinds them.
-template <class Body> Outcome call(const char *where, Body &&body);
+template <class Body>
+Outcome call(const char *where, Body &&body);
 
 // Raises the Python exception for a failed call: MemoryError for ALLOC_FAILURE, else
 // `kind` (a class of qvcommon.errors: "QvError", "ValidationError", "EvaluationError") made
 // with `context` before the library's own text. Extra keyword arguments go to the class.
-[[noreturn]] void throw_failure(const Outcome &outcome, const char *kind, const std::string &context,
-                                py::dict extra = py::dict());
+[[noreturn]] void throw_failure(const Outcome &outcome, const char *kind,
+                                const std::string &context, py::dict extra = py::dict());
 // Raises the ParseError of a text that did not parse: the parser's reason, and its position
 // in characters of `text`, of which the parser read the part from byte `lead` on (trimmed).
-[[noreturn]] void throw_parse_error(const Outcome &outcome, std::string_view text,
-                                    std::size_t lead, const std::string &context);
+[[noreturn]] void throw_parse_error(const Outcome &outcome, std::string_view text, std::size_t lead,
+                                    const std::string &context);
 // The messages of a failed call as one text, each message on a line.
 std::string messages_text(const Outcome &outcome);
 
@@ -114,6 +115,9 @@ QV_DATATYPE_T parse_type(const std::string &text, bool *open_number, const char 
 // bytes they stand for); null with *length 0 when it has none. The pointer lives as long as
 // the str, or until the next call when the text needed re-encoding into `scratch`.
 const char *utf8_of(PyObject *text, Py_ssize_t *length, std::string &scratch);
+// The CHAR length of a text of `characters` characters: at least 1. Texts carry their length
+// so that what the language derives from them (If, IfNull ...) is as long as they are.
+int32_t text_length(std::size_t characters);
 // A str from UTF-8 bytes, invalid bytes kept as lone surrogates ("surrogateescape").
 PyObject *str_from_utf8(const char *text, std::size_t length);
 
@@ -153,7 +157,8 @@ using Thunk = void (*)(void *);
 void run_in_context(const char *where, Thunk thunk, void *body, Outcome &outcome,
                     std::exception_ptr &error);
 
-template <class Body> Outcome call(const char *where, Body &&body) {
+template <class Body>
+Outcome call(const char *where, Body &&body) {
     Outcome outcome;
     std::exception_ptr error;
     using Plain = std::remove_reference_t<Body>;
