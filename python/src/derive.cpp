@@ -23,6 +23,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <numeric>
 #include <optional>
 
 #include "qvpy.hpp"
@@ -637,6 +638,7 @@ struct Cursor {
     int step = kLoad;            // kLoad, kWhere, or the index of the expression being solved
     size_t input = 0;            // the column being loaded
     std::vector<uint8_t> failed; // per expression: failed in this row
+    bool any_failed = false;
     static constexpr int kLoad = -2, kWhere = -1;
 };
 
@@ -841,15 +843,21 @@ class Program {
         return true;
     }
 
+    // The positions of the kept rows are listed from the first dropped row on (until then
+    // every row is kept).
     void next_row(Cursor &c, bool kept) {
-        if (kept)
-            kept_.push_back(int64_t(c.row));
-        else
+        if (!kept && !dropped_) {
+            kept_.resize(c.row);
+            std::iota(kept_.begin(), kept_.end(), int64_t(0));
             dropped_ = true;
+        } else if (kept && dropped_) {
+            kept_.push_back(int64_t(c.row));
+        }
         ++c.row;
         c.step = Cursor::kLoad;
         c.input = 0;
-        std::fill(c.failed.begin(), c.failed.end(), 0);
+        if (c.any_failed) std::fill(c.failed.begin(), c.failed.end(), 0);
+        c.any_failed = false;
     }
 
     enum class Next { Stop, Drop, Continue };
@@ -871,7 +879,7 @@ class Program {
         if (c.step == Cursor::kLoad)
             FreeValue_L(inputs_[c.input]->bound()); // NULL this row
         else
-            c.failed[size_t(c.step)] = 1;
+            c.failed[size_t(c.step)] = c.any_failed = true;
         return Next::Continue;
     }
 
