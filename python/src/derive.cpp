@@ -485,28 +485,28 @@ class NumericOutput : public Output {
     const char *kind_;
 };
 
-// DATE: datetime64[ns] when every date fits it, else datetime objects.
-class DateOutput : public Output {
+// DATE and INTERVAL DAY TO SECOND: datetime64[ns] or timedelta64[ns] when every value fits
+// 64-bit nanoseconds, else Python objects. `Time` names the payload record, reads it from a
+// value, gives its nanoseconds (none when they do not fit) and its Python object.
+template <class Time>
+class TimeOutput : public Output {
   public:
-    explicit DateOutput(size_t rows) : Output(rows) { dates_.reserve(rows); }
+    using Record = typename Time::Record;
+    explicit TimeOutput(size_t rows) : Output(rows) { values_.reserve(rows); }
     py::tuple finish() override {
-        std::vector<int64_t> ns(dates_.size(), kNaT);
+        std::vector<int64_t> ns(values_.size(), kNaT);
         bool fits = true;
-        for (size_t n = 0; n < dates_.size() && fits; ++n) {
+        for (size_t n = 0; n < values_.size() && fits; ++n) {
             if (mask_[n]) continue;
-            const QV_DATE_T &d = dates_[n];
-            const int128 value =
-                int128(days_from_civil(d.year, d.month, d.day)) * kNanosecondsPerDay +
-                (int64_t(d.hour) * 3600 + d.minute * 60 + d.second) * 1000000000LL + d.fraction;
-            fits = value > std::numeric_limits<int64_t>::min() &&
-                   value <= std::numeric_limits<int64_t>::max();
-            ns[n] = int64_t(value);
+            const std::optional<int64_t> value = Time::nanoseconds(values_[n]);
+            fits = value.has_value();
+            ns[n] = value.value_or(kNaT);
         }
-        if (fits) return py::make_tuple("datetime64", to_array(ns), mask_array());
-        py::array objects(py::dtype("O"), py::ssize_t(dates_.size()));
+        if (fits) return py::make_tuple(Time::kind, to_array(ns), mask_array());
+        py::array objects(py::dtype("O"), py::ssize_t(values_.size()));
         auto slots = static_cast<PyObject **>(objects.mutable_data());
-        for (size_t n = 0; n < dates_.size(); ++n) {
-            py::object o = mask_[n] ? py::none() : make_datetime(dates_[n], false);
+        for (size_t n = 0; n < values_.size(); ++n) {
+            py::object o = mask_[n] ? py::none() : Time::object(values_[n]);
             Py_XDECREF(slots[n]);
             slots[n] = o.release().ptr();
         }
@@ -515,54 +515,49 @@ class DateOutput : public Output {
 
   protected:
     bool put(const QV_VALUE_T &v, std::string &) override {
-        dates_.push_back(v.is_null ? QV_DATE_T{} : v.payload.date);
+        values_.push_back(v.is_null ? Record{} : Time::record(v));
         return true;
     }
 
   private:
-    std::vector<QV_DATE_T> dates_;
+    std::vector<Record> values_;
 };
 
-// INTERVAL DAY TO SECOND: timedelta64[ns] when every interval fits it, else timedelta
-// objects.
-class IntervalOutput : public Output {
-  public:
-    explicit IntervalOutput(size_t rows) : Output(rows) { values_.reserve(rows); }
-    py::tuple finish() override {
-        std::vector<int64_t> ns(values_.size(), kNaT);
-        bool fits = true;
-        for (size_t n = 0; n < values_.size() && fits; ++n) {
-            if (mask_[n]) continue;
-            const QV_INTERVAL_DS_T &i = values_[n];
-            const int128 magnitude =
-                (int128(i.days) * 86400 + int64_t(i.hours) * 3600 + i.minutes * 60 + i.seconds) *
-                    1000000000LL +
-                i.fraction;
-            fits = magnitude <= std::numeric_limits<int64_t>::max();
-            ns[n] = int64_t(i.negative ? -magnitude : magnitude);
-        }
-        if (fits) return py::make_tuple("timedelta64", to_array(ns), mask_array());
-        py::array objects(py::dtype("O"), py::ssize_t(values_.size()));
-        auto slots = static_cast<PyObject **>(objects.mutable_data());
-        for (size_t n = 0; n < values_.size(); ++n) {
-            QV_VALUE_T v{};
-            v.descriptor.type = QV_TYPE_INTERVAL_DS;
-            v.payload.interval_ds = values_[n];
-            v.is_null = mask_[n];
-            Py_XDECREF(slots[n]);
-            slots[n] = to_python(v).release().ptr();
-        }
-        return py::make_tuple("object", objects, mask_array());
-    }
+std::optional<int64_t> fitting(int128 value) {
+    if (value <= std::numeric_limits<int64_t>::min() || value > std::numeric_limits<int64_t>::max())
+        return std::nullopt; // the lowest is NaT
+    return int64_t(value);
+}
 
-  protected:
-    bool put(const QV_VALUE_T &v, std::string &) override {
-        values_.push_back(v.is_null ? QV_INTERVAL_DS_T{} : v.payload.interval_ds);
-        return true;
+struct DateTime {
+    using Record = QV_DATE_T;
+    static constexpr const char *kind = "datetime64";
+    static Record record(const QV_VALUE_T &v) { return v.payload.date; }
+    static std::optional<int64_t> nanoseconds(const Record &d) {
+        return fitting(int128(days_from_civil(d.year, d.month, d.day)) * kNanosecondsPerDay +
+                       (int64_t(d.hour) * 3600 + d.minute * 60 + d.second) * 1000000000LL +
+                       d.fraction);
     }
+    static py::object object(const Record &d) { return make_datetime(d, false); }
+};
 
-  private:
-    std::vector<QV_INTERVAL_DS_T> values_;
+struct IntervalDS {
+    using Record = QV_INTERVAL_DS_T;
+    static constexpr const char *kind = "timedelta64";
+    static Record record(const QV_VALUE_T &v) { return v.payload.interval_ds; }
+    static std::optional<int64_t> nanoseconds(const Record &i) {
+        const int128 magnitude =
+            (int128(i.days) * 86400 + int64_t(i.hours) * 3600 + i.minutes * 60 + i.seconds) *
+                1000000000LL +
+            i.fraction;
+        return fitting(i.negative ? -magnitude : magnitude);
+    }
+    static py::object object(const Record &i) {
+        QV_VALUE_T v{};
+        v.descriptor.type = QV_TYPE_INTERVAL_DS;
+        v.payload.interval_ds = i;
+        return to_python(v);
+    }
 };
 
 // Everything else: Python objects (str for CHAR, Decimal for NUMBER ...).
@@ -617,8 +612,8 @@ std::unique_ptr<Output> make_output(uint32_t type, size_t rows) {
         case QV_TYPE_INTEGER: return std::make_unique<NumericOutput<int64_t>>(rows, "int64");
         case QV_TYPE_FLOAT: return std::make_unique<NumericOutput<double>>(rows, "float64");
         case QV_TYPE_BOOLEAN: return std::make_unique<NumericOutput<bool>>(rows, "bool");
-        case QV_TYPE_DATE: return std::make_unique<DateOutput>(rows);
-        case QV_TYPE_INTERVAL_DS: return std::make_unique<IntervalOutput>(rows);
+        case QV_TYPE_DATE: return std::make_unique<TimeOutput<DateTime>>(rows);
+        case QV_TYPE_INTERVAL_DS: return std::make_unique<TimeOutput<IntervalDS>>(rows);
         default: return std::make_unique<ObjectOutput>(rows);
     }
 }

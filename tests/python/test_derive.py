@@ -100,6 +100,9 @@ COLUMN_KINDS = [
     ([dt.date(2024, 1, 31), None, dt.datetime(2024, 3, 1, 5)], "AddMonthsToDate(c, 1)",
      [np.datetime64("2024-02-29"), NAT, np.datetime64("2024-04-01T05:00")], "datetime64[ns]"),
     ([1, None, 3], "c + 1", [2, None, 4], "object"),  # INTEGER with NULLs: objects
+    # beyond datetime64[ns] and timedelta64[ns]: Python objects
+    ([dt.datetime(2500, 1, 1), None], "c", [dt.datetime(2500, 1, 1), None], "object"),
+    ([dt.timedelta(days=-200_000), None], "c", [dt.timedelta(days=-200_000), None], "object"),
     ([None, None, None], "IfNull(c, 'none')", ["none"] * 3, "object"),
 ]
 
