@@ -194,3 +194,53 @@ def test_where_keeps_rows_and_a_mapping_gets_arrays():
     assert result["a"].tolist() == [3, 6, 9] and result["t"] == ["t3", "t6", "t9"]
     assert result["b"].tolist() == [9, 36, 81]
     assert qvcommon.derive({"a": []}, {"b": "a + 1"})["b"].tolist() == []
+
+
+@pytest.mark.filterwarnings("ignore::RuntimeWarning")
+def test_threads_take_turns_in_the_library():
+    """A logging handler that lets other threads run (a sleep releases the GIL) while the
+    library is inside a row, and rows that raise: every thread gets its own results and
+    logs its own rows."""
+    import logging
+    import threading
+    import time
+
+    class Yielding(logging.Handler):
+        def emit(self, record):
+            logged.append((threading.get_ident(), record.getMessage()))
+            time.sleep(1e-4)
+
+    logger = logging.getLogger("qvcommon")
+    handler, level = Yielding(), logger.level
+    logger.addHandler(handler)
+    logger.setLevel(logging.INFO)
+    results, errors, logged, start = {}, [], [], threading.Barrier(4)
+    rows = 1000
+
+    def work(n):
+        try:
+            columns = {"a": np.arange(rows) + n * 10000,
+                       "p": [Decimal("9" * 77) if i % 50 == n else Decimal(i) for i in range(rows)]}
+            start.wait()
+            results[n] = qvcommon.derive(columns, {"b": "If(LogMsg(a), a * 2, 0)", "c": "p + 1"},
+                                         on_error="null")
+        except Exception as error:  # reported below
+            errors.append(error)
+
+    try:
+        threads = [threading.Thread(target=work, args=(n,)) for n in range(4)]
+        for t in threads:
+            t.start()
+        for t in threads:
+            t.join()
+    finally:
+        logger.removeHandler(handler)
+        logger.setLevel(level)
+    assert not errors
+    for n in range(4):
+        assert results[n]["b"].tolist() == [(a + n * 10000) * 2 for a in range(rows)]
+        assert results[n]["c"].tolist() == [None if i % 50 == n else i + 1 for i in range(rows)]
+    by_thread = {}
+    for thread, text in logged:
+        by_thread.setdefault(thread, []).append(text)
+    assert sorted(by_thread.values()) == [[str(a + n * 10000) for a in range(rows)] for n in range(4)]
