@@ -1,7 +1,8 @@
 """qvcommon: the expression language of the qvcommon library, from Python.
 
     >>> import qvcommon
-    >>> qvcommon.Expression("Upper(name) || ''").evaluate(name="ada")    # doctest: +SKIP
+    >>> qvcommon.Expression("Concat(Upper(name), '!')").evaluate(name="ada")
+    'ADA!'
     >>> qvcommon.Expression("price * qty").evaluate(price=Decimal("2.50"), qty=3)
     Decimal('7.50')
     >>> qvcommon.derive(frame, {"total": "price * qty"}, where="qty > 0")
@@ -12,9 +13,10 @@ BINARY bytes, BOOLEAN bool, DATE datetime.datetime, TIME datetime.time (aware on
 zone types), INTERVAL DAY TO SECOND datetime.timedelta, INTERVAL YEAR TO MONTH IntervalYM,
 ARRAY list. Failures raise the exceptions of qvcommon.errors.
 
+qvcommon.dask (imported on its own: it needs Dask) runs derive over a Dask DataFrame.
+
 The library's state (variables, user-defined functions) belongs to the process; calls from
-several threads take turns. qvcommon.dask spreads derive over Dask workers, each a process
-with its own library.
+several threads take turns. Dask workers are processes, each with its own library.
 """
 
 from collections import namedtuple
