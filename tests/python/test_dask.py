@@ -16,10 +16,6 @@ from test_derive import ORDER_EXPRS, ORDER_WHERE
 dd = pytest.importorskip("dask.dataframe")
 distributed = pytest.importorskip("distributed")
 
-pytestmark = pytest.mark.skipif(
-    os.environ.get("QV_SANITIZED") == "1",
-    reason="worker processes under the preloaded sanitizer runtime take minutes to start")
-
 
 @pytest.fixture(scope="module")
 def client():
