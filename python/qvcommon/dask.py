@@ -15,6 +15,7 @@ the client: that parses and validates the expressions, so an unknown name or a w
 type fails here, before any work is sent out.
 """
 
+import warnings
 from collections.abc import Mapping
 
 from . import columns as _columns
@@ -33,7 +34,9 @@ def derive(ddf, exprs, where=None, *, types=None, on_error="raise", include_inpu
     qvcommon.derive. ``sample`` is a pandas DataFrame of rows like ``ddf``'s to take the
     output's schema from; by default the first rows of the first partition are read (the
     columns' types in the language follow their data, and Dask's own meta has none for
-    object columns).
+    object columns). Object columns whose width varies between partitions (ints beyond 18
+    digits in some, Decimals of more digits) are best given a type in ``types``, so that
+    every partition derives columns of the same dtypes.
 
     A row that fails on a worker raises EvaluationError at compute time, naming the
     expression, the partition and the row within it, and the row's index label.
@@ -53,7 +56,9 @@ def derive(ddf, exprs, where=None, *, types=None, on_error="raise", include_inpu
 def _first_rows(ddf):
     """Up to _SAMPLE_ROWS rows of ddf's first partition, or Dask's made-up rows when it is
     empty."""
-    head = ddf.head(_SAMPLE_ROWS, npartitions=1, compute=True)
+    with warnings.catch_warnings():  # "insufficient elements" when the partition is short
+        warnings.simplefilter("ignore", UserWarning)
+        head = ddf.head(_SAMPLE_ROWS, npartitions=1, compute=True)
     return head if len(head) else ddf._meta_nonempty
 
 
