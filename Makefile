@@ -3,7 +3,7 @@
 
 PACKAGES := cmake g++ make pkg-config libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
             zlib1g-dev clang-format libboost-dev libgmp-dev libcli11-dev libedit-dev \
-            liblua5.4-dev libsqlite3-dev
+            liblua5.4-dev libsqlite3-dev libfmt-dev
 # Only for `make fuzz`: clang with its libFuzzer and sanitizer runtimes.
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 BUILD    ?= build

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <memory>
 
+#include "core/append.hpp"
 #include "core/raise.hpp"
 #include "qv/alloc.h"
 #include "strings/encoding.hpp"
@@ -224,6 +225,12 @@ View view_of(const QV_STRING_T *s) {
     return view_of(s != nullptr ? s->text : nullptr, encoding_of(s));
 }
 
+const qv::SingleByteTable *writing_table(const QV_ENCODING_T *e) {
+    if (!single_byte(e)) return nullptr;
+    const qv::SingleByteTable *table = qv::single_byte_table(e);
+    return table != nullptr && table->writes_bytes ? table : nullptr;
+}
+
 bool single_bytes_valid(const QV_ENCODING_T *e, const char *text, int32_t n) {
     if (is_latin1(e) || all_ascii(text, n)) return true;
     const SingleByteTable *table = single_byte_table(e);
@@ -289,6 +296,12 @@ char *encode_text(const int32_t *cps, int32_t count, const QV_ENCODING_T *encodi
             : is_utf16(encoding) ? encode_utf16(cps, count, out)
                                  : encode_latin1(cps, count, out);
         std::memset(out + n, 0, w);
+    } else if (const qv::SingleByteTable *table = writing_table(encoding)) {
+        out = static_cast<char *>(QV_MALLOC(static_cast<size_t>(count) + 1));
+        if (out == nullptr) return nullptr;
+        for (int32_t k = 0; k < count; ++k) out[k] = static_cast<char>(table->write(cps[k]));
+        out[count] = '\0';
+        n = count;
     } else if (ConvertEncoding_L(UTF32Encoding_L(), reinterpret_cast<const char *>(cps), count * 4,
                                  encoding, &out, &n) != 0) {
         return nullptr;
@@ -302,6 +315,8 @@ bool can_encode(const QV_ENCODING_T *encoding, int32_t code_point) {
     if (code_point < 0x80 && encoding->ascii_compatible) return true;
     if (is_utf8(encoding) || is_utf16(encoding) || is_utf32(encoding)) return true;
     if (is_latin1(encoding)) return code_point <= 0xFF;
+    if (const qv::SingleByteTable *table = writing_table(encoding))
+        return table->byte_of(code_point) >= 0;
     char buffer[16];
     return EncodeCodePoint_L(encoding, code_point, buffer, sizeof buffer) > 0;
 }
@@ -482,6 +497,21 @@ bool lies_within(const QV_STRING_T *s, int32_t s_bytes, const char *bytes) {
     return at >= begin && at <= begin + static_cast<uintptr_t>(s_bytes);
 }
 
+// Appends n bytes to dst's text, whose terminator is one byte. The bytes may be (part of)
+// dst's own text, which growing moves.
+QV_STRING_T *append_bytes(QV_STRING_T *dst, const char *bytes, int32_t n) {
+    size_t length = 0;
+    const uintptr_t from = reinterpret_cast<uintptr_t>(bytes) - reinterpret_cast<uintptr_t>(dst->text);
+    char *text = qv::prepare_append(dst->text, static_cast<size_t>(n), &length, QV_MODULE, __LINE__);
+    if (text == nullptr) return dst;
+    const bool own = from <= length;
+    std::memmove(text + length, own ? text + from : bytes, static_cast<size_t>(n));
+    text[length + n] = '\0';
+    qv::finish_append(text, length + n);
+    dst->text = text;
+    return dst;
+}
+
 // Appends through code points, for encodings whose texts do not join by their bytes (a
 // byte-order mark, a shift state).
 QV_STRING_T *append_code_points(QV_STRING_T *dst, const View &base, const View &add) {
@@ -517,6 +547,7 @@ QV_STRING_T *PreAlloc_SL(QV_STRING_T *s, const QV_ENCODING_T *encoding, int32_t 
 
 void FreeString_SL(QV_STRING_T *s) {
     if (s == nullptr) return;
+    qv::forget_end(s->text);
     std::free(s->text);
     s->text = nullptr;
 }
@@ -548,6 +579,8 @@ QV_STRING_T *Astrncpy_SL(QV_STRING_T *dst, const QV_STRING_T *src, int32_t n) {
     return dst;
 }
 
+// A text with a one-byte terminator grows through core/append.hpp: amortised, measured from
+// where the last append left it.
 QV_STRING_T *Astrcat_SL(QV_STRING_T *dst, const QV_STRING_T *src) {
     View add = view_of(src);
     if (dst == nullptr || add.is_null()) return dst;
@@ -557,28 +590,30 @@ QV_STRING_T *Astrcat_SL(QV_STRING_T *dst, const QV_STRING_T *src) {
         if (dst->text == nullptr) dst->encoding = keep;
         return dst;
     }
-    View base = view_of(dst);
-    if (!qv::bytes_concatenate(base.encoding) || !qv::bytes_concatenate(add.encoding))
-        return append_code_points(dst, base, add);
+    const QV_ENCODING_T *base_encoding = encoding_of(dst);
+    if (!qv::bytes_concatenate(base_encoding) || !qv::bytes_concatenate(add.encoding))
+        return append_code_points(dst, view_of(dst), add);
     qv::HeapText converted;
     const char *bytes = add.text;
     int32_t n = add.bytes;
-    if (add.encoding != base.encoding && !(base.encoding->ascii_compatible &&
+    if (add.encoding != base_encoding && !(base_encoding->ascii_compatible &&
                                            add.encoding->ascii_compatible && all_ascii(bytes, n))) {
-        converted.reset(converted_text(add, base.encoding, &n));
+        converted.reset(converted_text(add, base_encoding, &n));
         if (converted == nullptr) return dst;
         bytes = converted.get();
     }
+    const int32_t w = terminator_width(base_encoding);
+    if (w == 1) return append_bytes(dst, bytes, n);
     // The text appended may be (part of) dst's own, which the reallocation moves.
-    const bool own = lies_within(dst, base.bytes, bytes);
+    const int32_t base_bytes = byte_length(dst->text, base_encoding);
+    const bool own = lies_within(dst, base_bytes, bytes);
     const ptrdiff_t offset = bytes - dst->text;
-    int32_t w = terminator_width(base.encoding);
-    size_t size = static_cast<size_t>(base.bytes) + n + w;
+    size_t size = static_cast<size_t>(base_bytes) + n + w;
     auto *text = static_cast<char *>(QV_REALLOC(dst->text, size));
     if (text == nullptr) return dst;
     dst->text = text;
-    std::memmove(text + base.bytes, own ? text + offset : bytes, n);
-    std::memset(text + base.bytes + n, 0, w);
+    std::memmove(text + base_bytes, own ? text + offset : bytes, n);
+    std::memset(text + base_bytes + n, 0, w);
     return dst;
 }
 
