@@ -15,6 +15,10 @@
 #include <cstring>
 #include <memory>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "core/append.hpp"
 #include "core/raise.hpp"
 #include "qv/alloc.h"
@@ -419,52 +423,163 @@ int32_t lower_in(const QV_ENCODING_T *e, int32_t c) {
     return lower != c && can_encode(e, lower) ? lower : c;
 }
 
-// Compares the first `limit` (<0: all) characters of two sequences, read through at(i),
-// lower-cased when `fold`.
-template <class AtA, class AtB>
-int32_t compare_sequences(AtA a, int32_t na, const QV_ENCODING_T *ea, AtB b, int32_t nb,
+// Reads the code points of a view one at a time, as decode() reads them, without a copy:
+// UTF-8, UTF-16, UTF-32 and the single-byte encodings with a byte table. A UTF-8 or
+// single-byte reader may be given a terminated text of unknown length (bytes INT32_MAX): it
+// stops at the terminator, which no sequence reads past.
+class CodePointReader {
+  public:
+    explicit CodePointReader(const View &v)
+        : p_(reinterpret_cast<const uint8_t *>(v.text)), bytes_(v.is_null() ? 0 : v.bytes) {
+        const QV_ENCODING_T *e = v.encoding;
+        if (is_utf8(e))
+            kind_ = Kind::utf8;
+        else if (is_utf16(e))
+            kind_ = Kind::utf16;
+        else if (is_utf32(e))
+            kind_ = Kind::utf32;
+        else if (is_latin1(e))
+            kind_ = Kind::latin1;
+        else if (single_byte(e) && (table_ = qv::single_byte_table(e)) != nullptr)
+            kind_ = Kind::table;
+    }
+    bool readable() const { return kind_ != Kind::none; }
+
+    // The next code point; -1 at the end.
+    int32_t next() {
+        if (at_ >= bytes_) return -1;
+        const uint8_t b = p_[at_];
+        int32_t c = 0;
+        switch (kind_) {
+            case Kind::utf8:
+                if (b < 0x80) {
+                    ++at_;
+                    return b == 0 ? -1 : b;
+                }
+                at_ += qv::utf::decode_utf8(p_ + at_, bytes_ - at_, c);
+                return c;
+            case Kind::latin1: ++at_; return b == 0 ? -1 : b;
+            case Kind::table:
+                ++at_;
+                if (b == 0) return -1;
+                c = table_->code_points[b];
+                return c < 0 ? replacement : c;
+            case Kind::utf16: at_ += decode_utf16(p_ + at_, bytes_ - at_, c); return c;
+            case Kind::utf32: at_ += decode_utf32(p_ + at_, bytes_ - at_, c); return c;
+            case Kind::none: break;
+        }
+        return -1;
+    }
+
+  private:
+    enum class Kind { none, utf8, utf16, utf32, latin1, table };
+    const uint8_t *p_;
+    int32_t bytes_;
+    int32_t at_ = 0;
+    Kind kind_ = Kind::none;
+    const SingleByteTable *table_ = nullptr;
+};
+
+// Compares the first `limit` (<0: all) code points of two sequences read through next()
+// (-1 at the end), lower-cased as ToLower_SL would when `fold`.
+template <class NextA, class NextB>
+int32_t compare_sequences(NextA next_a, const QV_ENCODING_T *ea, NextB next_b,
                           const QV_ENCODING_T *eb, int32_t limit, bool fold) {
-    int32_t la = limit >= 0 && limit < na ? limit : na;
-    int32_t lb = limit >= 0 && limit < nb ? limit : nb;
-    int32_t n = std::min(la, lb);
-    for (int32_t i = 0; i < n; ++i) {
-        int32_t ca = a(i), cb = b(i);
+    for (int32_t k = 0; limit < 0 || k < limit; ++k) {
+        int32_t ca = next_a(), cb = next_b();
+        if (ca < 0 || cb < 0) return sign_of(static_cast<int64_t>(ca) - cb);
         if (fold) ca = lower_in(ea, ca), cb = lower_in(eb, cb);
         if (ca != cb) return ca < cb ? -1 : 1;
     }
-    return sign_of(static_cast<int64_t>(la) - lb);
-}
-
-// Bytes are code points: ASCII text, or Latin-1.
-bool bytes_are_code_points(const View &v) {
-    if (v.is_null()) return !force_code_point_path;
-    if (bytes_are_chars(v) && v.encoding == Latin1Encoding_L()) return true;
-    return ascii_bytes(v);
+    return 0;
 }
 
 // Compares the first `limit` (<0: all) code points, lower-cased as ToLower_SL would when not
-// case_sensitive; null compares as empty.
+// case_sensitive; null compares as empty. Texts are read in place; only encodings the
+// readers do not know are decoded into copies.
 int32_t compare_views(const View &a, const View &b, int32_t limit, bool case_sensitive) {
-    if (bytes_are_code_points(a) && bytes_are_code_points(b)) {
-        const auto *pa = reinterpret_cast<const uint8_t *>(a.text);
-        const auto *pb = reinterpret_cast<const uint8_t *>(b.text);
-        if (case_sensitive) {
-            int32_t la = limit >= 0 && limit < a.bytes ? limit : a.bytes;
-            int32_t lb = limit >= 0 && limit < b.bytes ? limit : b.bytes;
-            int32_t n = std::min(la, lb);
-            int r = n > 0 ? std::memcmp(pa, pb, static_cast<size_t>(n)) : 0;
-            return r != 0 ? sign_of(r) : sign_of(static_cast<int64_t>(la) - lb);
-        }
-        return compare_sequences([pa](int32_t i) -> int32_t { return pa[i]; }, a.bytes, a.encoding,
-                                 [pb](int32_t i) -> int32_t { return pb[i]; }, b.bytes, b.encoding,
-                                 limit, true);
-    }
+    CodePointReader ra(a), rb(b);
+    if (ra.readable() && rb.readable())
+        return compare_sequences([&] { return ra.next(); }, a.encoding, [&] { return rb.next(); },
+                                 b.encoding, limit, !case_sensitive);
     CodePoints ca, cb;
     if (!decode(a, ca) || !decode(b, cb)) return 0;
     const int32_t *da = ca.data.get(), *db = cb.data.get();
-    return compare_sequences([da](int32_t i) { return da[i]; }, ca.count, a.encoding,
-                             [db](int32_t i) { return db[i]; }, cb.count, b.encoding, limit,
+    int32_t ia = 0, ib = 0;
+    return compare_sequences([&] { return ia < ca.count ? da[ia++] : -1; }, a.encoding,
+                             [&] { return ib < cb.count ? db[ib++] : -1; }, b.encoding, limit,
                              !case_sensitive);
+}
+
+// The first offset at which two terminated texts differ, or at which both end. Sixteen
+// bytes at a time where neither read crosses into another page (so it cannot fault, though
+// it may look past the terminator: hence no address checking here).
+#if defined(__SSE2__)
+__attribute__((no_sanitize_address)) size_t first_difference(const uint8_t *a, const uint8_t *b) {
+    constexpr uintptr_t page = 4096, wide = 16;
+    const __m128i zero = _mm_setzero_si128();
+    for (size_t i = 0;;) {
+        if ((reinterpret_cast<uintptr_t>(a + i) & (page - 1)) <= page - wide &&
+            (reinterpret_cast<uintptr_t>(b + i) & (page - 1)) <= page - wide) {
+            const __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i *>(a + i));
+            const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i *>(b + i));
+            const unsigned differ = ~_mm_movemask_epi8(_mm_cmpeq_epi8(va, vb)) & 0xFFFFu;
+            const unsigned ends = _mm_movemask_epi8(_mm_cmpeq_epi8(va, zero));
+            if ((differ | ends) != 0) return i + std::countr_zero(differ | ends);
+            i += wide;
+        } else {
+            if (a[i] != b[i] || a[i] == 0) return i;
+            ++i;
+        }
+    }
+}
+#else
+size_t first_difference(const uint8_t *a, const uint8_t *b) {
+    size_t i = 0;
+    while (a[i] == b[i] && a[i] != 0) ++i;
+    return i;
+}
+#endif
+
+// Strcmp_SL on two texts of one encoding in which bytes order as their characters do:
+// Latin-1 and the other single-byte encodings (through the byte table), and UTF-8, whose
+// byte order is code-point order for valid text. Finds the first differing byte; unless both
+// bytes there are ASCII, compares the code points from the start of the character holding
+// it (a byte that is no continuation byte starts a character in both texts, since the bytes
+// before are the same). False when the pair is not one of these.
+bool compare_in_place(const QV_STRING_T *a, const QV_STRING_T *b, int32_t *result) {
+    const QV_ENCODING_T *e = encoding_of(a);
+    if (force_code_point_path || e != encoding_of(b)) return false;
+    const bool utf8 = is_utf8(e);
+    const SingleByteTable *table = nullptr;
+    if (!utf8 && !is_latin1(e) &&
+        (!single_byte(e) || (table = qv::single_byte_table(e)) == nullptr))
+        return false;
+    const auto *pa = reinterpret_cast<const uint8_t *>(a != nullptr && a->text ? a->text : "");
+    const auto *pb = reinterpret_cast<const uint8_t *>(b != nullptr && b->text ? b->text : "");
+    size_t i = first_difference(pa, pb);
+    const uint8_t x = pa[i], y = pb[i];
+    if (x == y) {
+        *result = 0;
+    } else if (x < 0x80 && y < 0x80) {
+        *result = x < y ? -1 : 1;
+    } else if (!utf8) {
+        auto code = [table](uint8_t byte) {
+            if (byte == 0) return -1;
+            const int32_t c = table != nullptr ? table->code_points[byte] : byte;
+            return c < 0 ? replacement : c;
+        };
+        *result = sign_of(static_cast<int64_t>(code(x)) - code(y));
+    } else {
+        auto continuation = [](uint8_t byte) { return (byte & 0xC0) == 0x80; };
+        if (continuation(x) || continuation(y))
+            while (i > 0 && continuation(pa[--i])) {
+            }
+        const View rest_a{reinterpret_cast<const char *>(pa + i), INT32_MAX, e};
+        const View rest_b{reinterpret_cast<const char *>(pb + i), INT32_MAX, e};
+        *result = compare_views(rest_a, rest_b, -1, true);
+    }
+    return true;
 }
 
 // The process collator, made on first use; null when ICU cannot make one.
@@ -501,8 +616,10 @@ bool lies_within(const QV_STRING_T *s, int32_t s_bytes, const char *bytes) {
 // dst's own text, which growing moves.
 QV_STRING_T *append_bytes(QV_STRING_T *dst, const char *bytes, int32_t n) {
     size_t length = 0;
-    const uintptr_t from = reinterpret_cast<uintptr_t>(bytes) - reinterpret_cast<uintptr_t>(dst->text);
-    char *text = qv::prepare_append(dst->text, static_cast<size_t>(n), &length, QV_MODULE, __LINE__);
+    const uintptr_t from =
+        reinterpret_cast<uintptr_t>(bytes) - reinterpret_cast<uintptr_t>(dst->text);
+    char *text =
+        qv::prepare_append(dst->text, static_cast<size_t>(n), &length, QV_MODULE, __LINE__);
     if (text == nullptr) return dst;
     const bool own = from <= length;
     std::memmove(text + length, own ? text + from : bytes, static_cast<size_t>(n));
@@ -693,6 +810,8 @@ uint8_t IsEmpty_SL(const QV_STRING_T *s) {
 // ---- Comparison -------------------------------------------------------------------------
 
 int32_t Strcmp_SL(const QV_STRING_T *a, const QV_STRING_T *b) {
+    int32_t result = 0;
+    if (compare_in_place(a, b, &result)) return result;
     return compare_views(view_of(a), view_of(b), -1, true);
 }
 
@@ -700,17 +819,28 @@ int32_t Strcoll_SL(const QV_STRING_T *a, const QV_STRING_T *b) {
     View va = view_of(a), vb = view_of(b);
     icu::Collator *collator = process_collator();
     if (collator == nullptr) return compare_views(va, vb, -1, true);
+    UErrorCode status = U_ZERO_ERROR;
+    if (is_utf8(va.encoding) && is_utf8(vb.encoding) && !force_code_point_path) {
+        // The collator reads UTF-8 itself, an invalid sequence as U+FFFD as decode() does.
+        static constexpr char kEmpty[] = "";
+        const icu::StringPiece pa(va.is_null() ? kEmpty : va.text, va.bytes);
+        const icu::StringPiece pb(vb.is_null() ? kEmpty : vb.text, vb.bytes);
+        const UCollationResult r = collator->compareUTF8(pa, pb, status);
+        if (U_SUCCESS(status)) return r == UCOL_LESS ? -1 : r == UCOL_GREATER ? 1 : 0;
+        status = U_ZERO_ERROR;
+    }
     CodePoints ca, cb;
     if (!decode(va, ca) || !decode(vb, cb)) return 0;
     icu::UnicodeString ua = icu::UnicodeString::fromUTF32(ca.data.get(), ca.count);
     icu::UnicodeString ub = icu::UnicodeString::fromUTF32(cb.data.get(), cb.count);
-    UErrorCode status = U_ZERO_ERROR;
     UCollationResult r = collator->compare(ua, ub, status);
     if (U_FAILURE(status)) return compare_views(va, vb, -1, true);
     return r == UCOL_LESS ? -1 : r == UCOL_GREATER ? 1 : 0;
 }
 
 int32_t Strcomp_SL(const QV_STRING_T *a, const QV_STRING_T *b, int32_t n, uint8_t case_sensitive) {
+    int32_t result = 0;
+    if (n < 0 && case_sensitive != 0 && compare_in_place(a, b, &result)) return result;
     return compare_views(view_of(a), view_of(b), n, case_sensitive != 0);
 }
 
