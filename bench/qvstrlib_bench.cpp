@@ -5,6 +5,7 @@
 // windows-1252, u_strCaseCompare and ucol_strcollUTF8 with a collator made once.
 #include <benchmark/benchmark.h>
 #include <unicode/ucol.h>
+#include <unicode/uloc.h>
 #include <unicode/ucnv.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
@@ -424,7 +425,7 @@ void BM_Strcomp_u_strCaseCompare(benchmark::State &state, const char *text) {
 UCollator *default_collator() {
     static UCollator *collator = [] {
         UErrorCode status = U_ZERO_ERROR;
-        return ucol_open("", &status);
+        return ucol_open(uloc_getDefault(), &status); // the collator Strcoll_SL uses
     }();
     return collator;
 }

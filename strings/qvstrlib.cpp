@@ -8,6 +8,7 @@
 #include <unicode/coll.h>
 #include <unicode/locid.h>
 #include <unicode/uchar.h>
+#include <unicode/ucol.h>
 
 #include <algorithm>
 #include <bit>
@@ -133,14 +134,19 @@ int32_t encode_latin1(const int32_t *cps, int32_t count, char *out) {
     return count;
 }
 
-// Offset after at most n UTF-8 characters of [p, p + bytes) ending within `limit`.
 // Offset after at most n UTF-8 characters of [p, p + bytes), each ending within `limit` when
 // Limited; *clean becomes false when Tracking finds an invalid sequence.
 template <bool Limited, bool Tracking>
 int32_t walk_utf8(const uint8_t *p, int32_t bytes, int32_t n, int32_t limit, bool *clean) {
     int32_t i = 0;
     bool valid = true;
+    const int32_t words_end = Limited && limit < bytes ? limit : bytes;
     for (int32_t k = 0; k < n && i < bytes; ++k) {
+        uint64_t word;
+        while (n - k >= 8 && i + 8 <= words_end &&
+               (std::memcpy(&word, p + i, 8), word & 0x8080808080808080ULL) == 0)
+            i += 8, k += 8;
+        if (k >= n || i >= bytes) break;
         if (p[i] < 0x80) {
             if (Limited && i >= limit) break;
             ++i;
@@ -444,6 +450,8 @@ class CodePointReader {
             kind_ = Kind::table;
     }
     bool readable() const { return kind_ != Kind::none; }
+    // Steps over bytes already read elsewhere (whole characters).
+    void skip(int32_t bytes) { at_ += bytes; }
 
     // The next code point; -1 at the end.
     int32_t next() {
@@ -494,14 +502,42 @@ int32_t compare_sequences(NextA next_a, const QV_ENCODING_T *ea, NextB next_b,
     return 0;
 }
 
+// The run of bytes at the start of two texts (at most `limit` when >= 0) in which both
+// bytes are ASCII characters and the same (without case unless case_sensitive): its length,
+// which the readers then step over. A difference within it decides: INT32_MIN when a is
+// greater there, -1 when it is less.
+int32_t ascii_prefix(const View &a, const View &b, int32_t limit, bool case_sensitive) {
+    if (a.is_null() || b.is_null() || !ascii_byte_is_char(a.encoding) ||
+        !ascii_byte_is_char(b.encoding))
+        return 0;
+    const auto *pa = reinterpret_cast<const uint8_t *>(a.text);
+    const auto *pb = reinterpret_cast<const uint8_t *>(b.text);
+    int32_t n = std::min(a.bytes, b.bytes);
+    if (limit >= 0 && limit < n) n = limit;
+    int32_t k = 0;
+    for (; k < n; ++k) {
+        int32_t x = pa[k], y = pb[k];
+        if (((x | y) & 0x80) != 0 || x == 0 || y == 0) break;
+        if (x == y) continue;
+        if (!case_sensitive) x = ascii_lower(x), y = ascii_lower(y);
+        if (x != y) return x > y ? INT32_MIN : -1;
+    }
+    return k;
+}
+
 // Compares the first `limit` (<0: all) code points, lower-cased as ToLower_SL would when not
 // case_sensitive; null compares as empty. Texts are read in place; only encodings the
 // readers do not know are decoded into copies.
 int32_t compare_views(const View &a, const View &b, int32_t limit, bool case_sensitive) {
     CodePointReader ra(a), rb(b);
-    if (ra.readable() && rb.readable())
+    if (ra.readable() && rb.readable()) {
+        const int32_t k = ascii_prefix(a, b, limit, case_sensitive);
+        if (k < 0) return k == INT32_MIN ? 1 : -1;
+        ra.skip(k);
+        rb.skip(k);
         return compare_sequences([&] { return ra.next(); }, a.encoding, [&] { return rb.next(); },
-                                 b.encoding, limit, !case_sensitive);
+                                 b.encoding, limit < 0 ? -1 : limit - k, !case_sensitive);
+    }
     CodePoints ca, cb;
     if (!decode(a, ca) || !decode(b, cb)) return 0;
     const int32_t *da = ca.data.get(), *db = cb.data.get();
@@ -518,14 +554,29 @@ int32_t compare_views(const View &a, const View &b, int32_t limit, bool case_sen
 __attribute__((no_sanitize_address)) size_t first_difference(const uint8_t *a, const uint8_t *b) {
     constexpr uintptr_t page = 4096, wide = 16;
     const __m128i zero = _mm_setzero_si128();
+    // Bits of the bytes of a[at, at + 16) that differ from b's or end a.
+    auto stops = [&](size_t at) {
+        const __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i *>(a + at));
+        const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i *>(b + at));
+        const auto same = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(va, vb)));
+        const auto ends = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(va, zero)));
+        return (~same & 0xFFFFu) | ends;
+    };
+    auto room = [&](size_t at) {
+        return page - ((reinterpret_cast<uintptr_t>(a + at) & (page - 1)) >
+                               (reinterpret_cast<uintptr_t>(b + at) & (page - 1))
+                           ? reinterpret_cast<uintptr_t>(a + at) & (page - 1)
+                           : reinterpret_cast<uintptr_t>(b + at) & (page - 1));
+    };
     for (size_t i = 0;;) {
-        if ((reinterpret_cast<uintptr_t>(a + i) & (page - 1)) <= page - wide &&
-            (reinterpret_cast<uintptr_t>(b + i) & (page - 1)) <= page - wide) {
-            const __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i *>(a + i));
-            const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i *>(b + i));
-            const unsigned differ = ~_mm_movemask_epi8(_mm_cmpeq_epi8(va, vb)) & 0xFFFFu;
-            const unsigned ends = _mm_movemask_epi8(_mm_cmpeq_epi8(va, zero));
-            if ((differ | ends) != 0) return i + std::countr_zero(differ | ends);
+        const uintptr_t left = room(i);
+        if (left >= 2 * wide) {
+            const unsigned low = stops(i), high = stops(i + wide);
+            if ((low | high) != 0) return i + std::countr_zero(low | high << wide);
+            i += 2 * wide;
+        } else if (left >= wide) {
+            const unsigned low = stops(i);
+            if (low != 0) return i + std::countr_zero(low);
             i += wide;
         } else {
             if (a[i] != b[i] || a[i] == 0) return i;
@@ -816,19 +867,20 @@ int32_t Strcmp_SL(const QV_STRING_T *a, const QV_STRING_T *b) {
 }
 
 int32_t Strcoll_SL(const QV_STRING_T *a, const QV_STRING_T *b) {
-    View va = view_of(a), vb = view_of(b);
     icu::Collator *collator = process_collator();
-    if (collator == nullptr) return compare_views(va, vb, -1, true);
     UErrorCode status = U_ZERO_ERROR;
-    if (is_utf8(va.encoding) && is_utf8(vb.encoding) && !force_code_point_path) {
+    if (collator != nullptr && !force_code_point_path && is_utf8(encoding_of(a)) &&
+        is_utf8(encoding_of(b))) {
         // The collator reads UTF-8 itself, an invalid sequence as U+FFFD as decode() does.
-        static constexpr char kEmpty[] = "";
-        const icu::StringPiece pa(va.is_null() ? kEmpty : va.text, va.bytes);
-        const icu::StringPiece pb(vb.is_null() ? kEmpty : vb.text, vb.bytes);
-        const UCollationResult r = collator->compareUTF8(pa, pb, status);
+        const char *ta = a != nullptr && a->text != nullptr ? a->text : "";
+        const char *tb = b != nullptr && b->text != nullptr ? b->text : "";
+        const UCollationResult r =
+            ucol_strcollUTF8(collator->toUCollator(), ta, -1, tb, -1, &status);
         if (U_SUCCESS(status)) return r == UCOL_LESS ? -1 : r == UCOL_GREATER ? 1 : 0;
         status = U_ZERO_ERROR;
     }
+    View va = view_of(a), vb = view_of(b);
+    if (collator == nullptr) return compare_views(va, vb, -1, true);
     CodePoints ca, cb;
     if (!decode(va, ca) || !decode(vb, cb)) return 0;
     icu::UnicodeString ua = icu::UnicodeString::fromUTF32(ca.data.get(), ca.count);
