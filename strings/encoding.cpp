@@ -896,6 +896,19 @@ int32_t next_through_icu(QV_CODEPOINT_ITER_T *iter) {
 
 extern "C" int32_t NextCodePoint_L(QV_CODEPOINT_ITER_T *iter) {
     if (iter == nullptr || iter->position == nullptr) return -1;
+    if (iter->encoding == UTF8Encoding_L()) {
+        // The common case first, without a look at the descriptor's kind.
+        const auto *p = reinterpret_cast<const uint8_t *>(iter->position);
+        if (iter->position >= iter->end) return -1;
+        if (p[0] < 0x80) {
+            ++iter->position;
+            return p[0];
+        }
+        int32_t c = replacement;
+        iter->position +=
+            qv::utf::decode_utf8(p, static_cast<int32_t>(iter->end - iter->position), c);
+        return c;
+    }
     const Kind kind = kind_of(iter->encoding);
     if (read_through_icu(kind)) return next_through_icu(iter);
     if (iter->position >= iter->end) return -1;

@@ -11,6 +11,7 @@
 
 #include <unicode/uchar.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <string_view>
@@ -248,12 +249,54 @@ int32_t find_bytes_forward(const QV_STRING_T *s, const QV_STRING_T *search, int3
         if (++seen == occurrence) break;
     }
     auto before = static_cast<int32_t>(at - text);
-    if (single_byte(e)) return before + 1;
+    if (single_byte(e) || all_ascii(text, before)) return before + 1;
     return qv::utf::count_utf8(text, before) + 1;
 }
 
 const char kComma[] = ",";
 const char kSpace[] = " ";
+
+// True when the n bytes of a text in `e` (UTF-8 or single-byte) are its characters as
+// copying them would keep them: each a character of the single-byte encoding, or clean
+// UTF-8 (the code-point path would write an invalid sequence back as U+FFFD).
+bool bytes_kept(const QV_ENCODING_T *e, const char *bytes, int32_t n) {
+    if (all_ascii(bytes, n)) return true;
+    return single_byte(e) ? single_bytes_valid(e, bytes, n)
+                          : qv::utf::is_clean_utf8(bytes, static_cast<size_t>(n));
+}
+
+// ExtractString_SL on the bytes of a UTF-8 or single-byte text, when the separator can be
+// looked for byte by byte (its matches then start on characters) and the field's bytes are
+// kept as they are: the fields are found with a byte search and the field is copied.
+// -2 when this way does not apply.
+int32_t extract_bytes(const View &v, const View &sep, int32_t field, const QV_STRING_T *s,
+                      QV_STRING_T *out) {
+    const QV_ENCODING_T *e = v.encoding;
+    if (force_code_point_path || !ascii_byte_is_char(e)) return -2;
+    QV_STRING_T separator{const_cast<char *>(sep.text), sep.encoding};
+    const int32_t m = byte_searchable_length(e, &separator);
+    if (m <= 0) return -2;
+    const std::string_view text(v.text, static_cast<size_t>(v.bytes)), needle(sep.text, m);
+    size_t begin = 0;
+    for (int32_t k = 1; k < field; ++k) {
+        const size_t at = text.find(needle, begin);
+        if (at == std::string_view::npos) {
+            SetNull_SL(out);
+            return -1;
+        }
+        begin = at + needle.size();
+    }
+    const size_t end = std::min(text.find(needle, begin), text.size());
+    const char *bytes = v.text + begin;
+    const auto n = static_cast<int32_t>(end - begin);
+    if (!bytes_kept(e, bytes, n)) return -2;
+    SetNull_SL(out);
+    if (out == nullptr) return -1;
+    out->text = copy_bytes(bytes, n, e);
+    if (out->text == nullptr) return -1;
+    out->encoding = s->encoding;
+    return single_byte(e) ? n : qv::utf::count_utf8(bytes, n);
+}
 
 } // namespace
 
@@ -506,6 +549,7 @@ int32_t ExtractString_SL(const QV_STRING_T *s, int32_t field, const QV_STRING_T 
         SetNull_SL(out);
         return field < 1 ? -2 : -1;
     }
+    if (const int32_t found = extract_bytes(v, sep, field, s, out); found != -2) return found;
     return dispatch(v, sep, kNoView, PathNeeds::kStructure, -1, [&](auto text, auto sp, auto) {
         using T = std::remove_cv_t<std::remove_reference_t<decltype(text[0])>>;
         int32_t begin = 0;

@@ -253,6 +253,31 @@ TEST(AgainstIcu, SearchesOfEveryEncoding) {
     }
 }
 
+// The fields of "a|b|a" (a and b of each pair), as ICU's reading of the text splits them.
+TEST(AgainstIcu, FieldsOfEveryEncoding) {
+    for (const Pair &pair : pairs()) {
+        const Text row = in(pair.encoding, pair.a + "|" + pair.b + "|" + pair.a);
+        const std::u32string cps = icu_decode(row);
+        Counted s(row), bar(Text{"|", "US-ASCII"});
+        SCOPED_TRACE(std::string(pair.encoding) + ": " + row.bytes);
+        size_t begin = 0;
+        for (int32_t field = 1; field <= 3; ++field) {
+            const size_t end = std::min(cps.find(U'|', begin), cps.size());
+            const std::u32string expected = cps.substr(begin, end - begin);
+            QV_STRING_T out{nullptr, nullptr};
+            EXPECT_EQ(ExtractString_SL(&s.s, field, &bar.s, &out),
+                      static_cast<int32_t>(expected.size()));
+            ASSERT_NE(out.text, nullptr);
+            EXPECT_EQ(std::string(out.text), icu_encode(expected, row.encoding)) << field;
+            FreeString_SL(&out);
+            begin = end + 1;
+        }
+        QV_STRING_T out{nullptr, nullptr};
+        EXPECT_EQ(ExtractString_SL(&s.s, 4, &bar.s, &out), -1);
+        EXPECT_EQ(out.text, nullptr);
+    }
+}
+
 TEST(AgainstIcu, CaseMappingsOfEveryEncoding) {
     for (const Pair &pair : pairs()) {
         for (const std::string *source : {&pair.a, &pair.b}) {
