@@ -277,16 +277,20 @@ int32_t extract_bytes(const View &v, const View &sep, int32_t field, const QV_ST
     const int32_t m = byte_searchable_length(e, &separator);
     if (m <= 0) return -2;
     const std::string_view text(v.text, static_cast<size_t>(v.bytes)), needle(sep.text, m);
+    // A one-byte separator (the common case) with memchr alone.
+    auto find = [&](size_t from) {
+        return needle.size() == 1 ? text.find(needle[0], from) : text.find(needle, from);
+    };
     size_t begin = 0;
     for (int32_t k = 1; k < field; ++k) {
-        const size_t at = text.find(needle, begin);
+        const size_t at = find(begin);
         if (at == std::string_view::npos) {
             SetNull_SL(out);
             return -1;
         }
         begin = at + needle.size();
     }
-    const size_t end = std::min(text.find(needle, begin), text.size());
+    const size_t end = std::min(find(begin), text.size());
     const char *bytes = v.text + begin;
     const auto n = static_cast<int32_t>(end - begin);
     if (!bytes_kept(e, bytes, n)) return -2;
