@@ -140,13 +140,20 @@ template <bool Limited, bool Tracking>
 int32_t walk_utf8(const uint8_t *p, int32_t bytes, int32_t n, int32_t limit, bool *clean) {
     int32_t i = 0;
     bool valid = true;
-    const int32_t words_end = Limited && limit < bytes ? limit : bytes;
+    const int32_t runs_end = Limited && limit < bytes ? limit : bytes;
+    int32_t retry = 0; // where 16 bytes are looked at together again
     for (int32_t k = 0; k < n && i < bytes; ++k) {
-        uint64_t word;
-        while (n - k >= 8 && i + 8 <= words_end &&
-               (std::memcpy(&word, p + i, 8), word & 0x8080808080808080ULL) == 0)
-            i += 8, k += 8;
+#if defined(__SSE2__)
+        // Plain runs (utf.hpp) are whole valid characters: taken 16 bytes at a time.
+        while (n - k >= 16 && i + 16 <= runs_end && i >= retry) {
+            int32_t chars = 0;
+            const int32_t run = utf::plain_run(p + i, &chars);
+            if (run == 0) retry = i + 16;
+            i += run;
+            k += chars;
+        }
         if (k >= n || i >= bytes) break;
+#endif
         if (p[i] < 0x80) {
             if (Limited && i >= limit) break;
             ++i;
@@ -759,6 +766,9 @@ QV_STRING_T *Astrcat_SL(QV_STRING_T *dst, const QV_STRING_T *src) {
         return dst;
     }
     const QV_ENCODING_T *base_encoding = encoding_of(dst);
+    // Two texts of one UTF-8 or single-byte encoding (the common case) join by their bytes.
+    if (add.encoding == base_encoding && (is_utf8(base_encoding) || single_byte(base_encoding)))
+        return append_bytes(dst, add.text, add.bytes);
     if (!qv::bytes_concatenate(base_encoding) || !qv::bytes_concatenate(add.encoding))
         return append_code_points(dst, view_of(dst), add);
     qv::HeapText converted;

@@ -15,6 +15,10 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace qv::utf {
 
 inline constexpr int32_t replacement = 0xFFFD;
@@ -138,6 +142,44 @@ inline int32_t encode_utf8(int32_t c, char *out) {
     return encode_utf8(c, reinterpret_cast<uint8_t *>(out));
 }
 
+// A run of plain characters at the start of 16 bytes at p (p starting a character): ASCII
+// and the two- and three-byte sequences whose lead is 0xC2-0xDF, 0xE1-0xEC, 0xEE or 0xEF
+// (any trail bytes make those valid). When each lead in the 16 bytes has exactly its trail
+// bytes after it, returns the bytes of the whole characters (a sequence cut by the end of
+// the 16 bytes is left out) and sets *chars to their count, the bytes that are no trail
+// bytes. 0 when the 16 bytes hold anything else (an invalid sequence, a lead 0xC0, 0xC1,
+// 0xE0, 0xED or 0xF0-0xFF): then the decoder must read them.
+#if defined(__SSE2__)
+inline int32_t plain_run(const uint8_t *p, int32_t *chars) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+    auto bits = [](__m128i m) { return static_cast<uint32_t>(_mm_movemask_epi8(m)); };
+    auto is = [&](int8_t b) { return _mm_cmpeq_epi8(v, _mm_set1_epi8(b)); };
+    auto above = [&](int8_t b) { return _mm_cmpgt_epi8(v, _mm_set1_epi8(b)); };
+    auto below = [&](int8_t b) { return _mm_cmplt_epi8(v, _mm_set1_epi8(b)); };
+    if (bits(v) == 0) { // all ASCII
+        *chars = 16;
+        return 16;
+    }
+    // As signed bytes: trail bytes -128..-65, 0xC0..0xDF -64..-33, 0xE0..0xEF -32..-17,
+    // 0xF0..0xFF -16..-1.
+    const __m128i odd = _mm_or_si128(_mm_or_si128(is(-64), is(-63)),
+                                     _mm_or_si128(_mm_or_si128(is(-32), is(-19)), above(-17)));
+    if (bits(odd) != 0) return 0;
+    const uint32_t trails = bits(below(-64));
+    const uint32_t lead2 = bits(_mm_and_si128(above(-65), below(-32)));
+    const uint32_t lead3 = bits(_mm_and_si128(above(-33), below(-16)));
+    const uint32_t cut = (lead2 & 0x8000u) | (lead3 & 0xC000u);
+    const int32_t whole = cut != 0 ? __builtin_ctz(cut) : 16;
+    const uint32_t in_run = (1u << whole) - 1;
+    // The trail bytes the leads of the run announce must be exactly those of the run.
+    const uint32_t lead2_in = lead2 & in_run, lead3_in = lead3 & in_run;
+    const uint32_t expected = (lead2_in << 1) | (lead3_in << 1) | (lead3_in << 2);
+    if ((trails & in_run) != expected) return 0;
+    *chars = whole - __builtin_popcount(trails & in_run);
+    return whole;
+}
+#endif
+
 // ---- The ASCII scan -----------------------------------------------------------------------
 
 // True when each of the n bytes is below 0x80. Eight bytes are read at a time and OR-ed
@@ -169,7 +211,21 @@ inline bool all_ascii(const char *text, std::size_t n) {
 inline int32_t count_utf8(const char *text, int32_t bytes) {
     const auto *p = reinterpret_cast<const uint8_t *>(text);
     int32_t i = 0, n = 0;
+    int32_t retry = 0; // where 16 bytes are looked at together again
     while (i < bytes) {
+#if defined(__SSE2__)
+        if (i + 16 <= bytes && i >= retry) {
+            int32_t chars = 0;
+            const int32_t run = plain_run(p + i, &chars);
+            if (run == 0) {
+                retry = i + 16;
+            } else {
+                i += run;
+                n += chars;
+                continue;
+            }
+        }
+#else
         if (i + 8 <= bytes) {
             uint64_t word;
             std::memcpy(&word, p + i, 8);
@@ -179,6 +235,7 @@ inline int32_t count_utf8(const char *text, int32_t bytes) {
                 continue;
             }
         }
+#endif
         int32_t c = 0;
         i += p[i] < 0x80 ? 1 : decode_utf8(p + i, bytes - i, c);
         ++n;

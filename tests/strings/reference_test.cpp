@@ -295,6 +295,44 @@ TEST(AgainstIcu, CaseMappingsOfEveryEncoding) {
     }
 }
 
+// Long UTF-8 texts of pieces valid and invalid in a fixed pseudo-random order, so that runs
+// read sixteen bytes at a time meet every kind of piece at every offset.
+TEST(AgainstIcu, LongMixedUtf8) {
+    const std::string pieces[] = {
+        "a",    "Hello, ",      "\xC3\xA9", "\xE2\x82\xAC", "\xE6\xB3\xA8", "\xF0\x9F\x98\x80",
+        "\x80", "\xE2\x82",     "\xC0\xAF", "\xED\xA0\x80", "\xE0\xA4\x85", "\xF4\x90\x80",
+        "\xC3", "\xEF\xBF\xBD", "\xDF\xBF", "\xEE\x80\x80"};
+    uint32_t seed = 12345;
+    for (int round = 0; round < 400; ++round) {
+        std::string text;
+        for (int k = 0; k < 120; ++k) {
+            seed = seed * 1103515245u + 12345u;
+            // Mostly plain pieces, so that long valid runs occur between the odd ones.
+            const uint32_t pick = (seed >> 16) % 64;
+            text += pieces[pick < 48 ? pick % 6 : pick % 16];
+        }
+        const Text t{text, "UTF-8"};
+        const std::u32string cps = icu_decode(t);
+        Counted s(t);
+        SCOPED_TRACE(round);
+        ASSERT_EQ(Strlen_SL(&s.s), static_cast<int32_t>(cps.size()));
+        const auto *p = reinterpret_cast<const uint8_t *>(text.data());
+        for (int32_t n : {1, 7, 16, 17, 40, 100, 1000}) {
+            int32_t expected = 0;
+            U8_FWD_N(p, expected, static_cast<int32_t>(text.size()), n);
+            EXPECT_EQ(BytesForChars_SL(&s.s, n), expected) << n;
+        }
+        // The text against itself with one byte changed.
+        for (size_t at : {size_t{0}, text.size() / 3, text.size() / 2, text.size() - 1}) {
+            std::string other = text;
+            other[at] = static_cast<char>(other[at] == 'a' ? 0xC3 : 'a');
+            const Text o{other, "UTF-8"};
+            Counted so(o);
+            EXPECT_EQ(Strcmp_SL(&s.s, &so.s), compare_code_points(cps, icu_decode(o))) << at;
+        }
+    }
+}
+
 // A million characters of one, two and three bytes: a walk that measured its text once per
 // character would take hours here.
 TEST(LongText, GetBytesFromCharsOfAMillionCharacters) {
