@@ -162,8 +162,9 @@ inline int32_t plain_run(const uint8_t *p, int32_t *chars) {
     }
     // As signed bytes: trail bytes -128..-65, 0xC0..0xDF -64..-33, 0xE0..0xEF -32..-17,
     // 0xF0..0xFF -16..-1.
-    const __m128i odd = _mm_or_si128(_mm_or_si128(is(-64), is(-63)),
-                                     _mm_or_si128(_mm_or_si128(is(-32), is(-19)), above(-17)));
+    const __m128i odd = _mm_or_si128(
+        _mm_or_si128(is(-64), is(-63)),
+        _mm_or_si128(_mm_or_si128(is(-32), is(-19)), _mm_and_si128(above(-17), below(0))));
     if (bits(odd) != 0) return 0;
     const uint32_t trails = bits(below(-64));
     const uint32_t lead2 = bits(_mm_and_si128(above(-65), below(-32)));
