@@ -141,16 +141,16 @@ int32_t walk_utf8(const uint8_t *p, int32_t bytes, int32_t n, int32_t limit, boo
     int32_t i = 0;
     bool valid = true;
     const int32_t runs_end = Limited && limit < bytes ? limit : bytes;
-    int32_t retry = 0; // where 16 bytes are looked at together again
+    int32_t retry = 0; // where plain blocks are looked for again
     for (int32_t k = 0; k < n && i < bytes; ++k) {
 #if defined(__SSE2__)
-        // Plain runs (utf.hpp) are whole valid characters: taken 16 bytes at a time.
-        while (n - k >= 16 && i + 16 <= runs_end && i >= retry) {
+        // Plain text (utf.hpp) is whole valid characters: walked 32 bytes at a time.
+        if (i >= retry) {
             int32_t chars = 0;
-            const int32_t run = utf::plain_run(p + i, &chars);
-            if (run == 0) retry = i + 16;
+            const int32_t run = utf::plain_blocks(p + i, runs_end - i, n - k, &chars);
             i += run;
             k += chars;
+            retry = i + utf::plain_block; // the decoder reads what stopped the blocks
         }
         if (k >= n || i >= bytes) break;
 #endif
