@@ -160,8 +160,7 @@ struct PlainMasks {
 };
 
 // The masks of 16 bytes, shifted to their place among 32.
-inline void plain_masks(const uint8_t *p, int shift, PlainMasks &m) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+inline void plain_masks(__m128i v, int shift, PlainMasks &m) {
     auto bits = [shift](__m128i x) { return static_cast<uint32_t>(_mm_movemask_epi8(x)) << shift; };
     auto is = [&](int8_t b) { return _mm_cmpeq_epi8(v, _mm_set1_epi8(b)); };
     auto above = [&](int8_t b) { return _mm_cmpgt_epi8(v, _mm_set1_epi8(b)); };
@@ -190,9 +189,17 @@ inline int32_t plain_blocks(const uint8_t *p, int32_t max_bytes, int32_t max_cha
     uint32_t owed = 0;   // trail bytes the last block's leads announce in the next one
     int32_t started = 0; // bytes of the last block's unfinished sequence
     while (max_bytes - i >= plain_block && max_chars - k >= plain_block) {
+        const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + i));
+        const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + i + 16));
+        if (owed == 0 && _mm_movemask_epi8(_mm_or_si128(low, high)) == 0) { // all ASCII
+            started = 0;
+            k += plain_block;
+            i += plain_block;
+            continue;
+        }
         PlainMasks m;
-        plain_masks(p + i, 0, m);
-        plain_masks(p + i + 16, 16, m);
+        plain_masks(low, 0, m);
+        plain_masks(high, 16, m);
         const uint64_t lead2 = m.lead2, lead3 = m.lead3;
         const uint64_t expected = (lead2 << 1) | (lead3 << 1) | (lead3 << 2) | owed;
         if (m.odd != 0 || m.trails != static_cast<uint32_t>(expected)) break;
