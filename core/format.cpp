@@ -445,8 +445,8 @@ class Formatter {
     // otherwise the bits per digit of `digits`.
     bool put_integer(uint64_t magnitude, bool negative, const Spec &spec, unsigned shift,
                      const char *digits) {
-        const std::size_t count = shift == 10 ? decimal_count(magnitude)
-                                              : power_of_two_count(magnitude, shift);
+        const std::size_t count =
+            shift == 10 ? decimal_count(magnitude) : power_of_two_count(magnitude, shift);
         std::size_t minimum = 1;
         if (spec.precision >= 0)
             minimum = spec.precision;
@@ -511,9 +511,8 @@ class Formatter {
         if (std::isfinite(value)) {
             // std::to_chars writes the digits printf's %f writes (both exact, rounded to the
             // nearest with ties to even); a text too long for the scratch area goes below.
-            const auto [end, error] =
-                std::to_chars(scratch, scratch + scratch_size, value, std::chars_format::fixed,
-                              precision);
+            const auto [end, error] = std::to_chars(scratch, scratch + scratch_size, value,
+                                                    std::chars_format::fixed, precision);
             if (error == std::errc{}) return put_number(scratch, end - scratch, spec);
         }
         return put_float_through_c(value, spec);
@@ -561,6 +560,7 @@ bool append_result(char **out, const char *text, std::size_t size) {
         if (fresh == nullptr) return false;
         std::memcpy(fresh, text, size);
         fresh[size] = '\0';
+        forget_end(fresh); // a block freed by the caller may come back at this address
         *out = fresh;
         return true;
     }
