@@ -26,8 +26,6 @@ struct Text {
     const char *encoding;
 };
 
-std::u32string icu_decode(const Text &t);
-
 Text in(const char *encoding, const std::string &utf8) {
     if (std::strcmp(encoding, "UTF-8") == 0) return {utf8, encoding};
     UErrorCode status = U_ZERO_ERROR;
@@ -72,16 +70,21 @@ std::u32string icu_decode(const Text &t) {
     return out;
 }
 
-std::string icu_encode(const std::u32string &cps, const char *encoding) {
-    std::u16string units;
+std::u16string utf16(const std::u32string &cps) {
+    std::u16string out;
     for (char32_t c : cps) {
         if (c > 0xFFFF) {
-            units.push_back(static_cast<char16_t>(U16_LEAD(c)));
-            units.push_back(static_cast<char16_t>(U16_TRAIL(c)));
+            out.push_back(static_cast<char16_t>(U16_LEAD(c)));
+            out.push_back(static_cast<char16_t>(U16_TRAIL(c)));
         } else {
-            units.push_back(static_cast<char16_t>(c));
+            out.push_back(static_cast<char16_t>(c));
         }
     }
+    return out;
+}
+
+std::string icu_encode(const std::u32string &cps, const char *encoding) {
+    const std::u16string units = utf16(cps);
     UErrorCode status = U_ZERO_ERROR;
     UConverter *cnv = ucnv_open(encoding, &status);
     std::vector<char> out(units.size() * 4 + 8);
@@ -92,7 +95,7 @@ std::string icu_encode(const std::u32string &cps, const char *encoding) {
     return std::string(out.data(), static_cast<size_t>(n));
 }
 
-// True when the encoding holds the code point (it converts and reads back the same).
+// True when the encoding holds the code point (it converts without a substitution).
 bool holds(const char *encoding, char32_t c) {
     if (std::strcmp(encoding, "UTF-8") == 0) return true;
     UErrorCode status = U_ZERO_ERROR;
@@ -129,19 +132,6 @@ int compare_code_points(const std::u32string &a, const std::u32string &b) {
 }
 std::u32string lowered(const std::u32string &cps, const char *encoding) {
     return icu_case(cps, encoding, false);
-}
-
-std::u16string utf16(const std::u32string &cps) {
-    std::u16string out;
-    for (char32_t c : cps) {
-        if (c > 0xFFFF) {
-            out.push_back(static_cast<char16_t>(U16_LEAD(c)));
-            out.push_back(static_cast<char16_t>(U16_TRAIL(c)));
-        } else {
-            out.push_back(static_cast<char16_t>(c));
-        }
-    }
-    return out;
 }
 
 int icu_collate(const std::u32string &a, const std::u32string &b) {
