@@ -219,10 +219,12 @@ int32_t byte_searchable_length(const QV_ENCODING_T *e, const QV_STRING_T *search
     const QV_ENCODING_T *se = encoding_of(search);
     if (!se->ascii_compatible || se->terminator_width != 1) return -1;
     const char *needle = search->text;
-    const size_t n = std::strlen(needle);
+    unsigned char seen = 0;
+    size_t n = 0;
+    for (; needle[n] != '\0'; ++n) seen |= static_cast<unsigned char>(needle[n]);
     if (n > INT32_MAX) return -1;
     auto m = static_cast<int32_t>(n);
-    if (qv::utf::all_ascii(needle, n)) return m;
+    if ((seen & 0x80) == 0) return m;
     if (single_byte(e)) return se == e && single_bytes_valid(e, needle, m) ? m : -1;
     return is_utf8(se) && qv::utf::is_clean_utf8(needle, n) ? m : -1;
 }
@@ -250,7 +252,7 @@ int32_t find_bytes_forward(const QV_STRING_T *s, const QV_STRING_T *search, int3
     }
     auto before = static_cast<int32_t>(at - text);
     if (single_byte(e) || all_ascii(text, before)) return before + 1;
-    return qv::utf::count_utf8(text, before) + 1;
+    return count_chars(View{text, before, e}) + 1;
 }
 
 const char kComma[] = ",";
