@@ -163,6 +163,12 @@ char *prepare_append(char *text, std::size_t extra, std::size_t *length, const c
     }
     const std::size_t need = *length + extra + 1;
     if (need <= size) {
+        // Room is there, but the append still counts as an allocation for the failure
+        // test hook, as the exact-size realloc it replaces did.
+        if (allocation_should_fail()) {
+            except_raise(ALLOC_FAILURE, module, line, 0, 0, nullptr);
+            return nullptr;
+        }
         current->block = size;
         return text;
     }

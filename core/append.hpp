@@ -24,8 +24,9 @@ namespace qv {
 // before its terminator (remembered, or strlen), and the block gets room for them, the extra
 // bytes and a terminator, growing by half again at least. Returns the block, moved or not,
 // or null when realloc failed (ALLOC_FAILURE raised as by QV_REALLOC from module and line;
-// the old block is untouched). The caller writes its bytes and the terminator, then calls
-// finish_append; nothing else may append in between.
+// the old block is untouched). Every call counts as an allocation for the failure test hook
+// (TestFailAllocation_L), whether the block grows or not. The caller writes its bytes and the
+// terminator, then calls finish_append; nothing else may append in between.
 char *prepare_append(char *text, std::size_t extra, std::size_t *length, const char *module,
                      int line);
 

@@ -558,31 +558,34 @@ int32_t compare_views(const View &a, const View &b, int32_t limit, bool case_sen
 // bytes at a time where neither read crosses into another page (so it cannot fault, though
 // it may look past the terminator: hence no address checking here).
 #if defined(__SSE2__)
+constexpr uintptr_t page = 4096, wide = 16;
+
+// Bits of the bytes of a[0, 16) that differ from b's or end a.
+__attribute__((no_sanitize_address)) inline unsigned stops_within(const uint8_t *a,
+                                                                  const uint8_t *b) {
+    const __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i *>(a));
+    const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i *>(b));
+    const auto same = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(va, vb)));
+    const auto ends =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(va, _mm_setzero_si128())));
+    return (~same & 0xFFFFu) | ends;
+}
+
+// Bytes from p to the end of its page.
+inline uintptr_t room_in_page(const uint8_t *p) {
+    return page - (reinterpret_cast<uintptr_t>(p) & (page - 1));
+}
+
 __attribute__((no_sanitize_address)) size_t first_difference(const uint8_t *a, const uint8_t *b) {
-    constexpr uintptr_t page = 4096, wide = 16;
-    const __m128i zero = _mm_setzero_si128();
-    // Bits of the bytes of a[at, at + 16) that differ from b's or end a.
-    auto stops = [&](size_t at) {
-        const __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i *>(a + at));
-        const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i *>(b + at));
-        const auto same = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(va, vb)));
-        const auto ends = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(va, zero)));
-        return (~same & 0xFFFFu) | ends;
-    };
-    auto room = [&](size_t at) {
-        return page - ((reinterpret_cast<uintptr_t>(a + at) & (page - 1)) >
-                               (reinterpret_cast<uintptr_t>(b + at) & (page - 1))
-                           ? reinterpret_cast<uintptr_t>(a + at) & (page - 1)
-                           : reinterpret_cast<uintptr_t>(b + at) & (page - 1));
-    };
     for (size_t i = 0;;) {
-        const uintptr_t left = room(i);
+        const uintptr_t left = std::min(room_in_page(a + i), room_in_page(b + i));
         if (left >= 2 * wide) {
-            const unsigned low = stops(i), high = stops(i + wide);
+            const unsigned low = stops_within(a + i, b + i);
+            const unsigned high = stops_within(a + i + wide, b + i + wide);
             if ((low | high) != 0) return i + std::countr_zero(low | high << wide);
             i += 2 * wide;
         } else if (left >= wide) {
-            const unsigned low = stops(i);
+            const unsigned low = stops_within(a + i, b + i);
             if (low != 0) return i + std::countr_zero(low);
             i += wide;
         } else {
