@@ -56,8 +56,7 @@ char *heap_copy(const char *text, std::size_t size) {
 #define QV_WIDE_TEXT_ARGS "%-200s", bench_long_text.c_str()
 #define QV_FLOAT_ARGS "%.6lf", bench_amount
 #define QV_SHORT_ARGS "%d %s", bench_row, bench_table
-#define QV_RECORD_FORMAT                                                                           \
-    "%s|%d|%s|%s|%.2lf|%ld|%s|%d|%s|%08x|%s|%d|%.6lf|%s|%d|%s|%s|%d|%s|%.2lf\n"
+#define QV_RECORD_FORMAT "%s|%d|%s|%s|%.2lf|%ld|%s|%d|%s|%08x|%s|%d|%.6lf|%s|%d|%s|%s|%d|%s|%.2lf\n"
 #define QV_RECORD_VALUES                                                                           \
     bench_program, bench_row, bench_table, bench_program, bench_amount, bench_id, bench_table,     \
         bench_rows, bench_program, bench_hex, bench_table, bench_row, bench_rate, bench_program,   \
@@ -163,9 +162,10 @@ BENCHMARK(BM_Short_fmt);
 
 void BM_Record_fmt(benchmark::State &state) {
     fmt_heap(state, [](fmt::memory_buffer &buffer) {
-        fmt::format_to(std::back_inserter(buffer),
-                       "{}|{}|{}|{}|{:.2f}|{}|{}|{}|{}|{:08x}|{}|{}|{:.6f}|{}|{}|{}|{}|{}|{}|{:.2f}\n",
-                       QV_RECORD_VALUES);
+        fmt::format_to(
+            std::back_inserter(buffer),
+            "{}|{}|{}|{}|{:.2f}|{}|{}|{}|{}|{:08x}|{}|{}|{:.6f}|{}|{}|{}|{}|{}|{}|{:.2f}\n",
+            QV_RECORD_VALUES);
     });
 }
 BENCHMARK(BM_Record_fmt);
