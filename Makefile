@@ -3,7 +3,7 @@
 
 PACKAGES := cmake g++ make pkg-config libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
             zlib1g-dev clang-format libboost-dev libgmp-dev libcli11-dev libedit-dev \
-            liblua5.4-dev libsqlite3-dev libmuparser-dev \
+            liblua5.4-dev libsqlite3-dev libmuparser-dev libfmt-dev \
             python3-dev python3-pybind11 python3-numpy python3-pandas python3-dask \
             python3-distributed python3-pytest
 # Only for `make fuzz`: clang with its libFuzzer and sanitizer runtimes.

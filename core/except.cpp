@@ -126,10 +126,37 @@ _Unwind_Reason_Code stop_at_opener(int, _Unwind_Action actions, _Unwind_Exceptio
     land(target);
 }
 
+// Records of closed contexts kept for the next ones to open, so that a protected call costs
+// no trip to the heap; linked through `previous`, at most `spare_limit` of them.
+exc_context *spare_contexts = nullptr;
+int spare_count = 0;
+constexpr int spare_limit = 16;
+
+// A zeroed context record: a spare one, or a new one (null when calloc failed).
+exc_context *new_context() {
+    exc_context *context = spare_contexts;
+    if (context == nullptr) return static_cast<exc_context *>(std::calloc(1, sizeof(exc_context)));
+    spare_contexts = context->previous;
+    --spare_count;
+    std::memset(static_cast<void *>(context), 0, sizeof(exc_context));
+    return context;
+}
+
+void free_context(exc_context *context) {
+    if (context == nullptr) return;
+    if (spare_count == spare_limit) {
+        std::free(context);
+        return;
+    }
+    context->previous = spare_contexts;
+    spare_contexts = context;
+    ++spare_count;
+}
+
 void pop_context() {
     exc_context *top = Exc_Sp;
     Exc_Sp = top->previous;
-    std::free(top);
+    free_context(top);
     --depth;
 }
 
@@ -152,9 +179,9 @@ extern "C" {
 // Not inlined: the address recorded is where the caller's frame is, as seen from here.
 QV_API __attribute__((noinline)) exc_context *
 except_start_context(const char *function_name, const char *source_file, int32_t line) {
-    auto *context = static_cast<exc_context *>(std::calloc(1, sizeof(exc_context)));
+    exc_context *context = qv::new_context();
     if (context == nullptr || qv::allocation_should_fail()) {
-        std::free(context);
+        qv::free_context(context);
         qv::report_fatal("alloc failed", source_file, line);
         return nullptr;
     }

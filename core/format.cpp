@@ -22,7 +22,10 @@
 // %S prints a counted string (strings/) through the conversion that floor installs
 // (core/format.hpp); core itself includes nothing above it.
 #define QV_MODULE "alloc"
+#include <bit>
+#include <charconv>
 #include <climits>
+#include <cmath>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -30,6 +33,7 @@
 #include <cstring>
 #include <type_traits>
 
+#include "core/append.hpp"
 #include "core/format.hpp"
 #include "core/raise.hpp"
 #include "qv/alloc.h"
@@ -101,6 +105,19 @@ char *decimal_digits(uint64_t value, char *end) {
     return end;
 }
 
+// The number of decimal digits of `value` (1 for 0).
+std::size_t decimal_count(uint64_t value) {
+    std::size_t count = 1;
+    for (; value >= 10000; value /= 10000) count += 4;
+    return count + (value >= 10) + (value >= 100) + (value >= 1000);
+}
+
+// The number of digits in base 8 or 16 (`shift` 3 or 4) of `value` (1 for 0).
+std::size_t power_of_two_count(uint64_t value, unsigned shift) {
+    const auto bits = static_cast<std::size_t>(std::bit_width(value));
+    return bits == 0 ? 1 : (bits + shift - 1) / shift;
+}
+
 // Digits in base 8 or 16 (`shift` 3 or 4), written as decimal_digits does.
 char *power_of_two_digits(uint64_t value, unsigned shift, const char *digits, char *end) {
     const uint64_t mask = (uint64_t{1} << shift) - 1;
@@ -121,13 +138,37 @@ int read_count(const char *&at) {
     return static_cast<int>(value);
 }
 
+// The next '%' or the terminator. Literal runs between conversions are mostly a few bytes
+// ("|", ", "), which a byte loop finds sooner than a call.
 const char *find_percent(const char *at) {
+    for (int i = 0; i < 16; ++i, ++at)
+        if (*at == '%' || *at == '\0') return at;
 #ifdef __GLIBC__
     return ::strchrnul(at, '%');
 #else
     while (*at != '\0' && *at != '%') ++at;
     return at;
 #endif
+}
+
+// Copies n bytes. Most runs of a format (literal text between conversions, digits, short
+// texts) are a few bytes, which overlapping word moves copy sooner than a call.
+inline void copy_bytes(char *to, const char *from, std::size_t n) {
+    auto move = [&](auto word, std::size_t at) {
+        std::memcpy(&word, from + at, sizeof word);
+        std::memcpy(to + at, &word, sizeof word);
+    };
+    if (n >= 8 && n <= 16) {
+        move(uint64_t{}, 0), move(uint64_t{}, n - 8);
+    } else if (n >= 4 && n < 8) {
+        move(uint32_t{}, 0), move(uint32_t{}, n - 4);
+    } else if (n > 16) {
+        std::memcpy(to, from, n);
+    } else if (n > 0) {
+        to[0] = from[0];
+        to[n - 1] = from[n - 1];
+        if (n == 3) to[1] = from[1];
+    }
 }
 
 float float_from_bits(unsigned int bits) {
@@ -165,7 +206,7 @@ class WorkText {
     bool append_literal(const char *text, std::size_t count) {
         const std::size_t need = length_ + count + 1;
         if (need > capacity_ && !grow_for_literal(need)) return false;
-        std::memcpy(data_ + length_, text, count);
+        copy_bytes(data_ + length_, text, count);
         length_ += count;
         return true;
     }
@@ -183,21 +224,22 @@ class WorkText {
         const std::size_t need = length_ + field + 1;
         if (need > capacity_ && !grow_for_item(need)) return nullptr;
         char *at = data_ + length_;
+        length_ += field;
         const std::size_t padding = field - size;
+        if (padding == 0) return at;
         if (!spec.left) {
             std::memset(at, ' ', padding);
             at += padding;
         } else {
             std::memset(at + size, ' ', padding);
         }
-        length_ += field;
         return at;
     }
 
     bool append_item(const char *text, std::size_t size, const Spec &spec) {
         char *at = place_item(size, spec);
         if (at == nullptr) return false;
-        std::memcpy(at, text, size);
+        copy_bytes(at, text, size);
         return true;
     }
 
@@ -249,8 +291,8 @@ class WorkText {
 // (a %c of byte 0 ends it early, as the result is a terminated text).
 class Formatter {
   public:
-    explicit Formatter(va_list arguments) { va_copy(arguments_, arguments); }
-    ~Formatter() { va_end(arguments_); }
+    // Reads the arguments from the caller's list, which it leaves used up.
+    explicit Formatter(va_list &arguments) : arguments_(arguments) {}
     Formatter(const Formatter &) = delete;
     Formatter &operator=(const Formatter &) = delete;
 
@@ -403,11 +445,8 @@ class Formatter {
     // otherwise the bits per digit of `digits`.
     bool put_integer(uint64_t magnitude, bool negative, const Spec &spec, unsigned shift,
                      const char *digits) {
-        char buffer[24];
-        char *end = buffer + sizeof buffer;
-        const char *first = shift == 10 ? decimal_digits(magnitude, end)
-                                        : power_of_two_digits(magnitude, shift, digits, end);
-        const auto count = static_cast<std::size_t>(end - first);
+        const std::size_t count =
+            shift == 10 ? decimal_count(magnitude) : power_of_two_count(magnitude, shift);
         std::size_t minimum = 1;
         if (spec.precision >= 0)
             minimum = spec.precision;
@@ -417,8 +456,13 @@ class Formatter {
         char *at = work_.place_item(negative + zeros + count, spec);
         if (at == nullptr) return false;
         if (negative) *at++ = '-';
-        std::memset(at, '0', zeros);
-        std::memcpy(at + zeros, first, count);
+        if (zeros != 0) std::memset(at, '0', zeros);
+        // Written in place: copying digits just written would wait for the writes.
+        char *end = at + zeros + count;
+        if (shift == 10)
+            decimal_digits(magnitude, end);
+        else
+            power_of_two_digits(magnitude, shift, digits, end);
         return true;
     }
 
@@ -457,12 +501,38 @@ class Formatter {
     }
 
     // Equivalent to snprintf with "%" + flags - and 0 + width + "." precision + "lf". The
-    // width is reserved first, so an impossible width raises before snprintf sees it.
+    // width is reserved first, so an impossible width raises before anything is formatted.
     bool put_float(const Spec &spec) {
         const double value = spec.size == Size::l
                                  ? va_arg(arguments_, double)
                                  : float_from_bits(va_arg(arguments_, unsigned int));
         if (!work_.reserve_item(spec.width)) return false;
+        const int precision = spec.precision >= 0 ? spec.precision : 6;
+        if (std::isfinite(value)) {
+            // std::to_chars writes the digits printf's %f writes (both exact, rounded to the
+            // nearest with ties to even); a text too long for the scratch area goes below.
+            const auto [end, error] = std::to_chars(scratch, scratch + scratch_size, value,
+                                                    std::chars_format::fixed, precision);
+            if (error == std::errc{}) return put_number(scratch, end - scratch, spec);
+        }
+        return put_float_through_c(value, spec);
+    }
+
+    // Sign and digits in a field: zero-fill puts its zeros between the sign and the digits.
+    bool put_number(const char *text, std::size_t size, const Spec &spec) {
+        if (!spec.zero_fill || size >= static_cast<std::size_t>(spec.width))
+            return work_.append_item(text, size, spec);
+        char *at = work_.place_item(spec.width, Spec{});
+        if (at == nullptr) return false;
+        const bool sign = *text == '-';
+        if (sign) *at++ = *text++, --size;
+        const std::size_t zeros = spec.width - sign - size;
+        std::memset(at, '0', zeros);
+        std::memcpy(at + zeros, text, size);
+        return true;
+    }
+
+    bool put_float_through_c(double value, const Spec &spec) {
         const char *format = spec.left ? "%-*.*lf" : spec.zero_fill ? "%0*.*lf" : "%*.*lf";
         const int size =
             std::snprintf(scratch, scratch_size, format, spec.width, spec.precision, value);
@@ -476,29 +546,52 @@ class Formatter {
     }
 
     WorkText work_;
-    va_list arguments_;
+    va_list &arguments_;
     std::size_t result_length_ = SIZE_MAX;
 };
 
 // Appends `size` bytes of `text` to the heap text *out (making it when null). False when
-// the allocation failed and the raise returned; *out is then unchanged.
+// the allocation failed and the raise returned; *out is then unchanged. A text appended to
+// is grown by half again at least and its end remembered (core/append.hpp), so a caller
+// that builds a text one call at a time does not pay for its length each time.
 bool append_result(char **out, const char *text, std::size_t size) {
     if (*out == nullptr) {
         auto *fresh = static_cast<char *>(QV_MALLOC(size + 1));
         if (fresh == nullptr) return false;
         std::memcpy(fresh, text, size);
         fresh[size] = '\0';
+        forget_end(fresh); // a block freed by the caller may come back at this address
         *out = fresh;
         return true;
     }
-    const std::size_t old_size = std::strlen(*out);
-    auto *grown = static_cast<char *>(QV_REALLOC(*out, old_size + size + 1));
+    std::size_t old_size = 0;
+    char *grown = prepare_append(*out, size, &old_size, QV_MODULE, __LINE__);
     if (grown == nullptr) return false;
-    std::memcpy(grown + old_size, text, size);
+    copy_bytes(grown + old_size, text, size);
     grown[old_size + size] = '\0';
+    finish_append(grown, old_size + size);
     *out = grown;
     return true;
 }
+
+// Formats and appends to *out; see VAsprintf_L. The list is used up.
+char *format_append(char **out, const char *format, va_list &arguments) {
+    if (out == nullptr) return nullptr;
+    if (format == nullptr) return *out;
+    Formatter formatter(arguments);
+    if (!formatter.run(format)) return *out;
+    append_result(out, formatter.result(), formatter.result_length());
+    return *out;
+}
+
+// A copy of a caller's argument list, ended on every way out.
+struct ArgumentsCopy {
+    explicit ArgumentsCopy(va_list arguments) { va_copy(list, arguments); }
+    ~ArgumentsCopy() { va_end(list); }
+    ArgumentsCopy(const ArgumentsCopy &) = delete;
+    ArgumentsCopy &operator=(const ArgumentsCopy &) = delete;
+    va_list list;
+};
 
 } // namespace
 
@@ -511,18 +604,15 @@ void install_counted_text_hook(CountedTextHook hook) {
 extern "C" {
 
 QV_API char *VAsprintf_L(char **out, const char *format, va_list arguments) {
-    if (out == nullptr) return nullptr;
-    if (format == nullptr) return *out;
-    qv::Formatter formatter(arguments);
-    if (!formatter.run(format)) return *out;
-    qv::append_result(out, formatter.result(), formatter.result_length());
-    return *out;
+    qv::ArgumentsCopy copy(arguments);
+    return qv::format_append(out, format, copy.list);
 }
 
+// The variadic entries read their own list (no copy to make).
 QV_API char *Asprintf_L(char **out, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    char *result = VAsprintf_L(out, format, arguments);
+    char *result = qv::format_append(out, format, arguments);
     va_end(arguments);
     return result;
 }
@@ -530,7 +620,7 @@ QV_API char *Asprintf_L(char **out, const char *format, ...) {
 QV_API char *Asprintf8_L(char **out, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    char *result = VAsprintf_L(out, format, arguments);
+    char *result = qv::format_append(out, format, arguments);
     va_end(arguments);
     return result;
 }

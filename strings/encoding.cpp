@@ -2,8 +2,10 @@
 // encodings, code-point iteration, the UTF-8 helpers and code-point classes.
 //
 // Descriptors are made on first use, one per ICU converter name, and never freed: a
-// lookup by any alias ICU knows returns the same pointer. The cache is guarded by a mutex.
-// Each descriptor of a single-byte encoding carries the code point of each of its bytes.
+// lookup by any alias ICU knows returns the same pointer. Like the rest of the library's
+// state the cache is used by one thread at a time; the last name looked up and the last
+// descriptor asked about are remembered, so a caller that asks per row pays a comparison.
+// Each descriptor of a single-byte encoding carries tables of its bytes (encoding.hpp).
 // The converters used for conversion are cached per thread (a converter carries state), a
 // few at a time, the least recently used giving way.
 //
@@ -24,13 +26,13 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <new>
 #include <utility>
 
 #include <unicode/ucnv.h>
 #include <unicode/ucnv_cb.h>
 #include <unicode/uchar.h>
+#include <unicode/uset.h>
 #include <unicode/ustring.h>
 #include <unicode/utf16.h>
 
@@ -53,21 +55,30 @@ constexpr bool little_endian = std::endian::native == std::endian::little;
 // Descriptors
 // ---------------------------------------------------------------------------------------
 
+// What the hand-written paths know how to read without ICU, and the generic forms with a
+// byte-order mark.
+enum class Kind { other, utf8, ascii, latin1, utf16le, utf16be, utf32le, utf32be, utf16, utf32 };
+
 // A descriptor and the storage of its names, in a node of the cache that never moves.
 struct DescriptorHolder {
     qv::String name;
     qv::String icu_name;
     QV_ENCODING_T descriptor{};
+    Kind kind = Kind::other;
     bool stateful = false;
     bool has_byte_table = false;
     qv::SingleByteTable byte_table{};
 };
 
 struct DescriptorCache {
-    std::mutex lock;
-    // By ICU converter name, and by every name a caller has looked up.
+    // By ICU converter name, by every name a caller has looked up, and by descriptor.
     qv::Map<qv::String, DescriptorHolder> by_icu_name;
     qv::Map<qv::String, const QV_ENCODING_T *> by_requested_name;
+    qv::Map<const QV_ENCODING_T *, const DescriptorHolder *> by_descriptor;
+    qv::String last_name; // the last name looked up, and what it gave
+    const QV_ENCODING_T *last_named = nullptr;
+    const QV_ENCODING_T *last_asked = nullptr; // the last descriptor asked about, its holder
+    const DescriptorHolder *last_holder = nullptr;
 };
 
 DescriptorCache &descriptor_cache() {
@@ -161,6 +172,80 @@ void fill_byte_table(UConverter *converter, qv::SingleByteTable &table) {
                                              -1) == table.code_points.end();
 }
 
+// The bytes the converter writes for one code point (callback as set), at most 8; -1 when it
+// refuses it.
+int32_t written_bytes(UConverter *converter, UChar32 c, char (&bytes)[8]) {
+    UChar units[2];
+    int32_t count = 0;
+    U16_APPEND_UNSAFE(units, count, c);
+    UErrorCode status = U_ZERO_ERROR;
+    const int32_t length = ucnv_fromUChars(converter, bytes, sizeof bytes, units, count, &status);
+    return U_SUCCESS(status) ? length : -1;
+}
+
+void substitute_always(UConverter *converter);
+
+struct SetCloser {
+    void operator()(USet *set) const { uset_close(set); }
+};
+
+// The writing tables (encoding.hpp), asked of the converter code point by code point: each
+// one it maps (round trip or fallback), then what it substitutes for the others. Leaves
+// writes_bytes false when the converter does more than map single code points to single
+// bytes.
+void fill_writing_tables(UConverter *converter, qv::SingleByteTable &table) {
+    table.writes_bytes = false;
+    table.low_bytes.fill(-1);
+    table.high_count = 0;
+    std::unique_ptr<USet, SetCloser> held(uset_openEmpty());
+    UErrorCode status = U_ZERO_ERROR;
+    ucnv_getUnicodeSet(converter, held.get(), UCNV_ROUNDTRIP_AND_FALLBACK_SET, &status);
+    ucnv_setFromUCallBack(converter, UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &status);
+    if (U_FAILURE(status)) return;
+    char bytes[8];
+    for (int32_t item = 0, items = uset_getItemCount(held.get()); item < items; ++item) {
+        UChar32 first = 0, last = 0;
+        if (uset_getItem(held.get(), item, &first, &last, nullptr, 0, &status) != 0 ||
+            U_FAILURE(status))
+            return; // a mapping of a string of code points
+        for (UChar32 c = first; c <= last; ++c) {
+            if (written_bytes(converter, c, bytes) != 1) continue;
+            const auto byte = static_cast<uint8_t>(bytes[0]);
+            if (c < 0x100) {
+                table.low_bytes[c] = byte;
+            } else {
+                if (table.high_count == static_cast<int32_t>(table.high_bytes.size())) return;
+                table.high_bytes[table.high_count++] = static_cast<uint32_t>(c) << 8 | byte;
+            }
+        }
+    }
+    std::sort(table.high_bytes.begin(), table.high_bytes.begin() + table.high_count);
+    substitute_always(converter);
+    // A code point up to U+00FF that it does not hold (any will do), and one above.
+    const auto unheld_low = std::find(table.low_bytes.begin(), table.low_bytes.end(), -1);
+    const UChar32 high_probe = table.byte_of(0xFFFD) < 0 ? 0xFFFD : 0x10FFFD;
+    if (written_bytes(converter, high_probe, bytes) != 1) return;
+    table.substitute_high = static_cast<uint8_t>(bytes[0]);
+    table.substitute_low = table.substitute_high;
+    if (unheld_low != table.low_bytes.end()) {
+        if (written_bytes(converter, static_cast<UChar32>(unheld_low - table.low_bytes.begin()),
+                          bytes) != 1)
+            return;
+        table.substitute_low = static_cast<uint8_t>(bytes[0]);
+    }
+    table.writes_bytes = true;
+}
+
+// The case tables: each byte read, mapped as the counted strings map case, written back.
+void fill_case_tables(qv::SingleByteTable &table) {
+    for (int b = 0; b < 256; ++b) {
+        const int32_t c = table.code_points[b] >= 0 ? table.code_points[b] : replacement;
+        auto mapped = [&](int32_t to) { return to != c && table.byte_of(to) >= 0 ? to : c; };
+        table.upper[b] = table.write(mapped(u_toupper(c)));
+        table.lower[b] = table.write(mapped(u_tolower(c)));
+    }
+}
+
 // Encodings whose bytes mean different characters after a shift or escape sequence.
 bool is_stateful(UConverterType type) {
     switch (type) {
@@ -177,6 +262,25 @@ bool is_stateful(UConverterType type) {
     }
 }
 
+Kind kind_by_name(const char *icu_name) {
+    struct Entry {
+        const char *icu_name;
+        Kind kind;
+    };
+    static constexpr Entry kinds[] = {
+        {"UTF-8", Kind::utf8},       {"US-ASCII", Kind::ascii},   {"ISO-8859-1", Kind::latin1},
+        {"UTF-16LE", Kind::utf16le}, {"UTF-16BE", Kind::utf16be}, {"UTF-32LE", Kind::utf32le},
+        {"UTF-32BE", Kind::utf32be}, {"UTF-16", Kind::utf16},     {"UTF-32", Kind::utf32},
+    };
+    if (icu_name == nullptr) return Kind::other;
+    for (const Entry &entry : kinds)
+        if (std::strcmp(entry.icu_name, icu_name) == 0) return entry.kind;
+    // "UTF-16,version=1" and the like: the generic forms with another default.
+    if (std::strncmp(icu_name, "UTF-16,", 7) == 0) return Kind::utf16;
+    if (std::strncmp(icu_name, "UTF-32,", 7) == 0) return Kind::utf32;
+    return Kind::other;
+}
+
 void make_descriptor(DescriptorHolder &holder, UConverter *converter) {
     QV_ENCODING_T &d = holder.descriptor;
     d.name = holder.name.c_str();
@@ -186,40 +290,64 @@ void make_descriptor(DescriptorHolder &holder, UConverter *converter) {
     d.terminator_width = terminator_width_of(ucnv_getType(converter));
     d.ascii_compatible = ascii_round_trips(converter) ? 1 : 0;
     d.utf8_direct = (holder.icu_name == "UTF-8" || holder.icu_name == "US-ASCII") ? 1 : 0;
+    holder.kind = kind_by_name(d.icu_name);
     holder.stateful = is_stateful(ucnv_getType(converter));
     holder.has_byte_table = d.min_bytes == 1 && d.max_bytes == 1 && d.terminator_width == 1;
-    if (holder.has_byte_table) fill_byte_table(converter, holder.byte_table);
+    if (!holder.has_byte_table) return;
+    fill_byte_table(converter, holder.byte_table);
+    fill_writing_tables(converter, holder.byte_table);
+    if (holder.byte_table.writes_bytes) fill_case_tables(holder.byte_table);
 }
 
 // Looks up or makes the descriptor for `name`; null when ICU cannot open it. Throws
 // std::bad_alloc when the cache cannot grow (nothing half made is left in it).
 const QV_ENCODING_T *lookup_descriptor(const char *name) {
     DescriptorCache &cache = descriptor_cache();
-    std::lock_guard guard(cache.lock);
+    if (cache.last_named != nullptr && cache.last_name == name) return cache.last_named;
+    const QV_ENCODING_T *descriptor = nullptr;
     if (auto found = cache.by_requested_name.find(std::string_view(name));
-        found != cache.by_requested_name.end())
-        return found->second;
-    ConverterPtr converter = open_converter(name);
-    if (!converter) return nullptr;
-    UErrorCode status = U_ZERO_ERROR;
-    const char *icu_name = ucnv_getName(converter.get(), &status);
-    if (U_FAILURE(status) || icu_name == nullptr) return nullptr;
-    auto found = cache.by_icu_name.find(std::string_view(icu_name));
-    if (found == cache.by_icu_name.end()) {
-        DescriptorHolder made{qv::String(preferred_name(icu_name)), qv::String(icu_name)};
-        found = cache.by_icu_name.emplace(icu_name, std::move(made)).first;
-        make_descriptor(found->second, converter.get());
+        found != cache.by_requested_name.end()) {
+        descriptor = found->second;
+    } else {
+        ConverterPtr converter = open_converter(name);
+        if (!converter) return nullptr;
+        UErrorCode status = U_ZERO_ERROR;
+        const char *icu_name = ucnv_getName(converter.get(), &status);
+        if (U_FAILURE(status) || icu_name == nullptr) return nullptr;
+        auto made = cache.by_icu_name.find(std::string_view(icu_name));
+        if (made == cache.by_icu_name.end()) {
+            DescriptorHolder holder{qv::String(preferred_name(icu_name)), qv::String(icu_name)};
+            made = cache.by_icu_name.emplace(icu_name, std::move(holder)).first;
+            make_descriptor(made->second, converter.get());
+            try {
+                cache.by_descriptor.emplace(&made->second.descriptor, &made->second);
+            } catch (const std::bad_alloc &) {
+                cache.by_icu_name.erase(made);
+                throw;
+            }
+        }
+        descriptor = &made->second.descriptor;
+        cache.by_requested_name.emplace(name, descriptor);
     }
-    const QV_ENCODING_T *descriptor = &found->second.descriptor;
-    cache.by_requested_name.emplace(name, descriptor);
+    cache.last_named = nullptr; // until the name is stored
+    cache.last_name = name;
+    cache.last_named = descriptor;
     return descriptor;
 }
 
-// The holder of a descriptor with the same ICU name, or null.
+// The holder of a descriptor the service made, or of one with the same ICU name; null for
+// others.
 const DescriptorHolder *holder_of(const QV_ENCODING_T *encoding) {
-    if (encoding == nullptr || encoding->icu_name == nullptr) return nullptr;
     DescriptorCache &cache = descriptor_cache();
-    std::lock_guard guard(cache.lock);
+    if (encoding == cache.last_asked) return cache.last_holder;
+    if (encoding == nullptr) return nullptr;
+    if (auto found = cache.by_descriptor.find(encoding); found != cache.by_descriptor.end()) {
+        cache.last_asked = encoding;
+        cache.last_holder = found->second;
+        return found->second;
+    }
+    // A caller's own descriptor: not remembered, its names may change.
+    if (encoding->icu_name == nullptr) return nullptr;
     auto found = cache.by_icu_name.find(std::string_view(encoding->icu_name));
     return found != cache.by_icu_name.end() ? &found->second : nullptr;
 }
@@ -239,29 +367,12 @@ const QV_ENCODING_T *or_platform(const QV_ENCODING_T *encoding) {
     return encoding != nullptr ? encoding : PlatformEncoding_L();
 }
 
-// What the hand-written paths know how to read without ICU, and the generic forms with a
-// byte-order mark.
-enum class Kind { other, utf8, ascii, latin1, utf16le, utf16be, utf32le, utf32be, utf16, utf32 };
-
+// The kind of a descriptor: those the service made know theirs; a caller's own is known
+// by its ICU name.
 Kind kind_of(const QV_ENCODING_T *encoding) {
     if (encoding == UTF8Encoding_L()) return Kind::utf8;
-    struct Entry {
-        const char *icu_name;
-        Kind kind;
-    };
-    static constexpr Entry kinds[] = {
-        {"UTF-8", Kind::utf8},       {"US-ASCII", Kind::ascii},   {"ISO-8859-1", Kind::latin1},
-        {"UTF-16LE", Kind::utf16le}, {"UTF-16BE", Kind::utf16be}, {"UTF-32LE", Kind::utf32le},
-        {"UTF-32BE", Kind::utf32be}, {"UTF-16", Kind::utf16},     {"UTF-32", Kind::utf32},
-    };
-    const char *name = encoding->icu_name;
-    if (name == nullptr) return Kind::other;
-    for (const Entry &entry : kinds)
-        if (std::strcmp(entry.icu_name, name) == 0) return entry.kind;
-    // "UTF-16,version=1" and the like: the generic forms with another default.
-    if (std::strncmp(name, "UTF-16,", 7) == 0) return Kind::utf16;
-    if (std::strncmp(name, "UTF-32,", 7) == 0) return Kind::utf32;
-    return Kind::other;
+    const DescriptorHolder *holder = holder_of(encoding);
+    return holder != nullptr ? holder->kind : kind_by_name(encoding->icu_name);
 }
 
 // Encodings the iterator reads through ICU (a generic marked one only when its ordered
@@ -572,6 +683,17 @@ int32_t encode_with_icu(const QV_ENCODING_T *encoding, int32_t c, uint8_t *out, 
     return length;
 }
 
+// A single-byte encoding through its writing table, any other through ICU.
+int32_t encode_other(const QV_ENCODING_T *encoding, int32_t c, uint8_t (&out)[16]) {
+    const qv::SingleByteTable *table = qv::single_byte_table(encoding);
+    if (table == nullptr || !table->writes_bytes)
+        return encode_with_icu(encoding, c, out, sizeof out);
+    const int32_t byte = table->byte_of(c);
+    if (byte < 0) return -1;
+    out[0] = static_cast<uint8_t>(byte);
+    return 1;
+}
+
 // One side of a case-insensitive comparison: the full case folding of a UTF-8 text, one
 // code point at a time, without allocating.
 class FoldedCodePoints {
@@ -618,6 +740,22 @@ class FoldedCodePoints {
 } // namespace
 
 namespace qv {
+
+int32_t SingleByteTable::byte_of(int32_t code_point) const {
+    if (code_point >= 0 && code_point < 0x100) return low_bytes[code_point];
+    if (!utf::is_scalar(code_point)) return -1;
+    const uint32_t key = static_cast<uint32_t>(code_point) << 8;
+    const uint32_t *end = high_bytes.data() + high_count;
+    const uint32_t *at = std::lower_bound(high_bytes.data(), end, key);
+    return at != end && (*at >> 8) == static_cast<uint32_t>(code_point) ? (*at & 0xFF) : -1;
+}
+
+uint8_t SingleByteTable::write(int32_t code_point) const {
+    if (!utf::is_scalar(code_point)) code_point = utf::replacement;
+    const int32_t byte = byte_of(code_point);
+    if (byte >= 0) return static_cast<uint8_t>(byte);
+    return code_point <= 0xFF ? substitute_low : substitute_high;
+}
 
 const SingleByteTable *single_byte_table(const QV_ENCODING_T *encoding) {
     const DescriptorHolder *holder = holder_of(encoding);
@@ -758,6 +896,19 @@ int32_t next_through_icu(QV_CODEPOINT_ITER_T *iter) {
 
 extern "C" int32_t NextCodePoint_L(QV_CODEPOINT_ITER_T *iter) {
     if (iter == nullptr || iter->position == nullptr) return -1;
+    if (iter->encoding == UTF8Encoding_L()) {
+        // The common case first, without a look at the descriptor's kind.
+        const auto *p = reinterpret_cast<const uint8_t *>(iter->position);
+        if (iter->position >= iter->end) return -1;
+        if (p[0] < 0x80) {
+            ++iter->position;
+            return p[0];
+        }
+        int32_t c = replacement;
+        iter->position +=
+            qv::utf::decode_utf8(p, static_cast<int32_t>(iter->end - iter->position), c);
+        return c;
+    }
     const Kind kind = kind_of(iter->encoding);
     if (read_through_icu(kind)) return next_through_icu(iter);
     if (iter->position >= iter->end) return -1;
@@ -801,7 +952,7 @@ extern "C" int32_t EncodeCodePoint_L(const QV_ENCODING_T *encoding, int32_t code
         case Kind::utf16be: length = qv::utf::encode_utf16<false>(code_point, bytes); break;
         case Kind::utf32le: length = qv::utf::encode_utf32<true>(code_point, bytes); break;
         case Kind::utf32be: length = qv::utf::encode_utf32<false>(code_point, bytes); break;
-        default: length = encode_with_icu(encoding, code_point, bytes, sizeof bytes); break;
+        default: length = encode_other(encoding, code_point, bytes); break;
     }
     if (length < 0) return -1;
     // In a generic marked encoding, a character that would read as a mark gets one before it.

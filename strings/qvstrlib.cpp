@@ -8,6 +8,7 @@
 #include <unicode/coll.h>
 #include <unicode/locid.h>
 #include <unicode/uchar.h>
+#include <unicode/ucol.h>
 
 #include <algorithm>
 #include <bit>
@@ -15,6 +16,11 @@
 #include <cstring>
 #include <memory>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "core/append.hpp"
 #include "core/raise.hpp"
 #include "qv/alloc.h"
 #include "strings/encoding.hpp"
@@ -128,14 +134,26 @@ int32_t encode_latin1(const int32_t *cps, int32_t count, char *out) {
     return count;
 }
 
-// Offset after at most n UTF-8 characters of [p, p + bytes) ending within `limit`.
 // Offset after at most n UTF-8 characters of [p, p + bytes), each ending within `limit` when
 // Limited; *clean becomes false when Tracking finds an invalid sequence.
 template <bool Limited, bool Tracking>
 int32_t walk_utf8(const uint8_t *p, int32_t bytes, int32_t n, int32_t limit, bool *clean) {
     int32_t i = 0;
     bool valid = true;
+    const int32_t runs_end = Limited && limit < bytes ? limit : bytes;
+    int32_t retry = 0; // where plain blocks are looked for again
     for (int32_t k = 0; k < n && i < bytes; ++k) {
+#if defined(__SSE2__)
+        // Plain text (utf.hpp) is whole valid characters: walked 32 bytes at a time.
+        if (i >= retry) {
+            int32_t chars = 0;
+            const int32_t run = utf::plain_blocks(p + i, runs_end - i, n - k, &chars);
+            i += run;
+            k += chars;
+            retry = i + utf::plain_block; // the decoder reads what stopped the blocks
+        }
+        if (k >= n || i >= bytes) break;
+#endif
         if (p[i] < 0x80) {
             if (Limited && i >= limit) break;
             ++i;
@@ -224,6 +242,12 @@ View view_of(const QV_STRING_T *s) {
     return view_of(s != nullptr ? s->text : nullptr, encoding_of(s));
 }
 
+const qv::SingleByteTable *writing_table(const QV_ENCODING_T *e) {
+    if (!single_byte(e)) return nullptr;
+    const qv::SingleByteTable *table = qv::single_byte_table(e);
+    return table != nullptr && table->writes_bytes ? table : nullptr;
+}
+
 bool single_bytes_valid(const QV_ENCODING_T *e, const char *text, int32_t n) {
     if (is_latin1(e) || all_ascii(text, n)) return true;
     const SingleByteTable *table = single_byte_table(e);
@@ -289,6 +313,12 @@ char *encode_text(const int32_t *cps, int32_t count, const QV_ENCODING_T *encodi
             : is_utf16(encoding) ? encode_utf16(cps, count, out)
                                  : encode_latin1(cps, count, out);
         std::memset(out + n, 0, w);
+    } else if (const qv::SingleByteTable *table = writing_table(encoding)) {
+        out = static_cast<char *>(QV_MALLOC(static_cast<size_t>(count) + 1));
+        if (out == nullptr) return nullptr;
+        for (int32_t k = 0; k < count; ++k) out[k] = static_cast<char>(table->write(cps[k]));
+        out[count] = '\0';
+        n = count;
     } else if (ConvertEncoding_L(UTF32Encoding_L(), reinterpret_cast<const char *>(cps), count * 4,
                                  encoding, &out, &n) != 0) {
         return nullptr;
@@ -302,6 +332,8 @@ bool can_encode(const QV_ENCODING_T *encoding, int32_t code_point) {
     if (code_point < 0x80 && encoding->ascii_compatible) return true;
     if (is_utf8(encoding) || is_utf16(encoding) || is_utf32(encoding)) return true;
     if (is_latin1(encoding)) return code_point <= 0xFF;
+    if (const qv::SingleByteTable *table = writing_table(encoding))
+        return table->byte_of(code_point) >= 0;
     char buffer[16];
     return EncodeCodePoint_L(encoding, code_point, buffer, sizeof buffer) > 0;
 }
@@ -404,52 +436,211 @@ int32_t lower_in(const QV_ENCODING_T *e, int32_t c) {
     return lower != c && can_encode(e, lower) ? lower : c;
 }
 
-// Compares the first `limit` (<0: all) characters of two sequences, read through at(i),
-// lower-cased when `fold`.
-template <class AtA, class AtB>
-int32_t compare_sequences(AtA a, int32_t na, const QV_ENCODING_T *ea, AtB b, int32_t nb,
+// Reads the code points of a view one at a time, as decode() reads them, without a copy:
+// UTF-8, UTF-16, UTF-32 and the single-byte encodings with a byte table. A UTF-8 or
+// single-byte reader may be given a terminated text of unknown length (bytes INT32_MAX): it
+// stops at the terminator, which no sequence reads past.
+class CodePointReader {
+  public:
+    explicit CodePointReader(const View &v)
+        : p_(reinterpret_cast<const uint8_t *>(v.text)), bytes_(v.is_null() ? 0 : v.bytes) {
+        const QV_ENCODING_T *e = v.encoding;
+        if (is_utf8(e))
+            kind_ = Kind::utf8;
+        else if (is_utf16(e))
+            kind_ = Kind::utf16;
+        else if (is_utf32(e))
+            kind_ = Kind::utf32;
+        else if (is_latin1(e))
+            kind_ = Kind::latin1;
+        else if (single_byte(e) && (table_ = qv::single_byte_table(e)) != nullptr)
+            kind_ = Kind::table;
+    }
+    bool readable() const { return kind_ != Kind::none; }
+    // Steps over bytes already read elsewhere (whole characters).
+    void skip(int32_t bytes) { at_ += bytes; }
+
+    // The next code point; -1 at the end.
+    int32_t next() {
+        if (at_ >= bytes_) return -1;
+        const uint8_t b = p_[at_];
+        int32_t c = 0;
+        switch (kind_) {
+            case Kind::utf8:
+                if (b < 0x80) {
+                    ++at_;
+                    return b == 0 ? -1 : b;
+                }
+                at_ += qv::utf::decode_utf8(p_ + at_, bytes_ - at_, c);
+                return c;
+            case Kind::latin1: ++at_; return b == 0 ? -1 : b;
+            case Kind::table:
+                ++at_;
+                if (b == 0) return -1;
+                c = table_->code_points[b];
+                return c < 0 ? replacement : c;
+            case Kind::utf16: at_ += decode_utf16(p_ + at_, bytes_ - at_, c); return c;
+            case Kind::utf32: at_ += decode_utf32(p_ + at_, bytes_ - at_, c); return c;
+            case Kind::none: break;
+        }
+        return -1;
+    }
+
+  private:
+    enum class Kind { none, utf8, utf16, utf32, latin1, table };
+    const uint8_t *p_;
+    int32_t bytes_;
+    int32_t at_ = 0;
+    Kind kind_ = Kind::none;
+    const SingleByteTable *table_ = nullptr;
+};
+
+// Compares the first `limit` (<0: all) code points of two sequences read through next()
+// (-1 at the end), lower-cased as ToLower_SL would when `fold`.
+template <class NextA, class NextB>
+int32_t compare_sequences(NextA next_a, const QV_ENCODING_T *ea, NextB next_b,
                           const QV_ENCODING_T *eb, int32_t limit, bool fold) {
-    int32_t la = limit >= 0 && limit < na ? limit : na;
-    int32_t lb = limit >= 0 && limit < nb ? limit : nb;
-    int32_t n = std::min(la, lb);
-    for (int32_t i = 0; i < n; ++i) {
-        int32_t ca = a(i), cb = b(i);
+    for (int32_t k = 0; limit < 0 || k < limit; ++k) {
+        int32_t ca = next_a(), cb = next_b();
+        if (ca < 0 || cb < 0) return sign_of(static_cast<int64_t>(ca) - cb);
         if (fold) ca = lower_in(ea, ca), cb = lower_in(eb, cb);
         if (ca != cb) return ca < cb ? -1 : 1;
     }
-    return sign_of(static_cast<int64_t>(la) - lb);
+    return 0;
 }
 
-// Bytes are code points: ASCII text, or Latin-1.
-bool bytes_are_code_points(const View &v) {
-    if (v.is_null()) return !force_code_point_path;
-    if (bytes_are_chars(v) && v.encoding == Latin1Encoding_L()) return true;
-    return ascii_bytes(v);
+// The run of bytes at the start of two texts (at most `limit` when >= 0) in which both
+// bytes are ASCII characters and the same (without case unless case_sensitive): its length,
+// which the readers then step over. A difference within it decides: INT32_MIN when a is
+// greater there, -1 when it is less.
+int32_t ascii_prefix(const View &a, const View &b, int32_t limit, bool case_sensitive) {
+    if (a.is_null() || b.is_null() || !ascii_byte_is_char(a.encoding) ||
+        !ascii_byte_is_char(b.encoding))
+        return 0;
+    const auto *pa = reinterpret_cast<const uint8_t *>(a.text);
+    const auto *pb = reinterpret_cast<const uint8_t *>(b.text);
+    int32_t n = std::min(a.bytes, b.bytes);
+    if (limit >= 0 && limit < n) n = limit;
+    int32_t k = 0;
+    for (; k < n; ++k) {
+        int32_t x = pa[k], y = pb[k];
+        if (((x | y) & 0x80) != 0 || x == 0 || y == 0) break;
+        if (x == y) continue;
+        if (!case_sensitive) x = ascii_lower(x), y = ascii_lower(y);
+        if (x != y) return x > y ? INT32_MIN : -1;
+    }
+    return k;
 }
 
 // Compares the first `limit` (<0: all) code points, lower-cased as ToLower_SL would when not
-// case_sensitive; null compares as empty.
+// case_sensitive; null compares as empty. Texts are read in place; only encodings the
+// readers do not know are decoded into copies.
 int32_t compare_views(const View &a, const View &b, int32_t limit, bool case_sensitive) {
-    if (bytes_are_code_points(a) && bytes_are_code_points(b)) {
-        const auto *pa = reinterpret_cast<const uint8_t *>(a.text);
-        const auto *pb = reinterpret_cast<const uint8_t *>(b.text);
-        if (case_sensitive) {
-            int32_t la = limit >= 0 && limit < a.bytes ? limit : a.bytes;
-            int32_t lb = limit >= 0 && limit < b.bytes ? limit : b.bytes;
-            int32_t n = std::min(la, lb);
-            int r = n > 0 ? std::memcmp(pa, pb, static_cast<size_t>(n)) : 0;
-            return r != 0 ? sign_of(r) : sign_of(static_cast<int64_t>(la) - lb);
-        }
-        return compare_sequences([pa](int32_t i) -> int32_t { return pa[i]; }, a.bytes, a.encoding,
-                                 [pb](int32_t i) -> int32_t { return pb[i]; }, b.bytes, b.encoding,
-                                 limit, true);
+    CodePointReader ra(a), rb(b);
+    if (ra.readable() && rb.readable()) {
+        const int32_t k = ascii_prefix(a, b, limit, case_sensitive);
+        if (k < 0) return k == INT32_MIN ? 1 : -1;
+        ra.skip(k);
+        rb.skip(k);
+        return compare_sequences([&] { return ra.next(); }, a.encoding, [&] { return rb.next(); },
+                                 b.encoding, limit < 0 ? -1 : limit - k, !case_sensitive);
     }
     CodePoints ca, cb;
     if (!decode(a, ca) || !decode(b, cb)) return 0;
     const int32_t *da = ca.data.get(), *db = cb.data.get();
-    return compare_sequences([da](int32_t i) { return da[i]; }, ca.count, a.encoding,
-                             [db](int32_t i) { return db[i]; }, cb.count, b.encoding, limit,
+    int32_t ia = 0, ib = 0;
+    return compare_sequences([&] { return ia < ca.count ? da[ia++] : -1; }, a.encoding,
+                             [&] { return ib < cb.count ? db[ib++] : -1; }, b.encoding, limit,
                              !case_sensitive);
+}
+
+// The first offset at which two terminated texts differ, or at which both end. Sixteen
+// bytes at a time where neither read crosses into another page (so it cannot fault, though
+// it may look past the terminator: hence no address checking here).
+#if defined(__SSE2__)
+constexpr uintptr_t page = 4096, wide = 16;
+
+// Bits of the bytes of a[0, 16) that differ from b's or end a.
+__attribute__((no_sanitize_address)) inline unsigned stops_within(const uint8_t *a,
+                                                                  const uint8_t *b) {
+    const __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i *>(a));
+    const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i *>(b));
+    const auto same = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(va, vb)));
+    const auto ends =
+        static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(va, _mm_setzero_si128())));
+    return (~same & 0xFFFFu) | ends;
+}
+
+// Bytes from p to the end of its page.
+inline uintptr_t room_in_page(const uint8_t *p) {
+    return page - (reinterpret_cast<uintptr_t>(p) & (page - 1));
+}
+
+__attribute__((no_sanitize_address)) size_t first_difference(const uint8_t *a, const uint8_t *b) {
+    for (size_t i = 0;;) {
+        const uintptr_t left = std::min(room_in_page(a + i), room_in_page(b + i));
+        if (left >= 2 * wide) {
+            const unsigned low = stops_within(a + i, b + i);
+            const unsigned high = stops_within(a + i + wide, b + i + wide);
+            if ((low | high) != 0) return i + std::countr_zero(low | high << wide);
+            i += 2 * wide;
+        } else if (left >= wide) {
+            const unsigned low = stops_within(a + i, b + i);
+            if (low != 0) return i + std::countr_zero(low);
+            i += wide;
+        } else {
+            if (a[i] != b[i] || a[i] == 0) return i;
+            ++i;
+        }
+    }
+}
+#else
+size_t first_difference(const uint8_t *a, const uint8_t *b) {
+    size_t i = 0;
+    while (a[i] == b[i] && a[i] != 0) ++i;
+    return i;
+}
+#endif
+
+// Strcmp_SL on two texts of one encoding in which bytes order as their characters do:
+// Latin-1 and the other single-byte encodings (through the byte table), and UTF-8, whose
+// byte order is code-point order for valid text. Finds the first differing byte; unless both
+// bytes there are ASCII, compares the code points from the start of the character holding
+// it (a byte that is no continuation byte starts a character in both texts, since the bytes
+// before are the same). False when the pair is not one of these.
+bool compare_in_place(const QV_STRING_T *a, const QV_STRING_T *b, int32_t *result) {
+    const QV_ENCODING_T *e = encoding_of(a);
+    if (force_code_point_path || e != encoding_of(b)) return false;
+    const bool utf8 = is_utf8(e);
+    const SingleByteTable *table = nullptr;
+    if (!utf8 && !is_latin1(e) &&
+        (!single_byte(e) || (table = qv::single_byte_table(e)) == nullptr))
+        return false;
+    const auto *pa = reinterpret_cast<const uint8_t *>(a != nullptr && a->text ? a->text : "");
+    const auto *pb = reinterpret_cast<const uint8_t *>(b != nullptr && b->text ? b->text : "");
+    size_t i = first_difference(pa, pb);
+    const uint8_t x = pa[i], y = pb[i];
+    if (x == y) {
+        *result = 0;
+    } else if (x < 0x80 && y < 0x80) {
+        *result = x < y ? -1 : 1;
+    } else if (!utf8) {
+        auto code = [table](uint8_t byte) {
+            if (byte == 0) return -1;
+            const int32_t c = table != nullptr ? table->code_points[byte] : byte;
+            return c < 0 ? replacement : c;
+        };
+        *result = sign_of(static_cast<int64_t>(code(x)) - code(y));
+    } else {
+        auto continuation = [](uint8_t byte) { return (byte & 0xC0) == 0x80; };
+        if (continuation(x) || continuation(y))
+            while (i > 0 && continuation(pa[--i])) {
+            }
+        const View rest_a{reinterpret_cast<const char *>(pa + i), INT32_MAX, e};
+        const View rest_b{reinterpret_cast<const char *>(pb + i), INT32_MAX, e};
+        *result = compare_views(rest_a, rest_b, -1, true);
+    }
+    return true;
 }
 
 // The process collator, made on first use; null when ICU cannot make one.
@@ -480,6 +671,23 @@ char *converted_text(const View &v, const QV_ENCODING_T *to, int32_t *bytes) {
 bool lies_within(const QV_STRING_T *s, int32_t s_bytes, const char *bytes) {
     auto at = reinterpret_cast<uintptr_t>(bytes), begin = reinterpret_cast<uintptr_t>(s->text);
     return at >= begin && at <= begin + static_cast<uintptr_t>(s_bytes);
+}
+
+// Appends n bytes to dst's text, whose terminator is one byte. The bytes may be (part of)
+// dst's own text, which growing moves.
+QV_STRING_T *append_bytes(QV_STRING_T *dst, const char *bytes, int32_t n) {
+    size_t length = 0;
+    const uintptr_t from =
+        reinterpret_cast<uintptr_t>(bytes) - reinterpret_cast<uintptr_t>(dst->text);
+    char *text =
+        qv::prepare_append(dst->text, static_cast<size_t>(n), &length, QV_MODULE, __LINE__);
+    if (text == nullptr) return dst;
+    const bool own = from <= length;
+    std::memmove(text + length, own ? text + from : bytes, static_cast<size_t>(n));
+    text[length + n] = '\0';
+    qv::finish_append(text, length + n);
+    dst->text = text;
+    return dst;
 }
 
 // Appends through code points, for encodings whose texts do not join by their bytes (a
@@ -517,6 +725,7 @@ QV_STRING_T *PreAlloc_SL(QV_STRING_T *s, const QV_ENCODING_T *encoding, int32_t 
 
 void FreeString_SL(QV_STRING_T *s) {
     if (s == nullptr) return;
+    qv::forget_end(s->text);
     std::free(s->text);
     s->text = nullptr;
 }
@@ -548,6 +757,8 @@ QV_STRING_T *Astrncpy_SL(QV_STRING_T *dst, const QV_STRING_T *src, int32_t n) {
     return dst;
 }
 
+// A text with a one-byte terminator grows through core/append.hpp: amortised, measured from
+// where the last append left it.
 QV_STRING_T *Astrcat_SL(QV_STRING_T *dst, const QV_STRING_T *src) {
     View add = view_of(src);
     if (dst == nullptr || add.is_null()) return dst;
@@ -557,28 +768,33 @@ QV_STRING_T *Astrcat_SL(QV_STRING_T *dst, const QV_STRING_T *src) {
         if (dst->text == nullptr) dst->encoding = keep;
         return dst;
     }
-    View base = view_of(dst);
-    if (!qv::bytes_concatenate(base.encoding) || !qv::bytes_concatenate(add.encoding))
-        return append_code_points(dst, base, add);
+    const QV_ENCODING_T *base_encoding = encoding_of(dst);
+    // Two texts of one UTF-8 or single-byte encoding (the common case) join by their bytes.
+    if (add.encoding == base_encoding && (is_utf8(base_encoding) || single_byte(base_encoding)))
+        return append_bytes(dst, add.text, add.bytes);
+    if (!qv::bytes_concatenate(base_encoding) || !qv::bytes_concatenate(add.encoding))
+        return append_code_points(dst, view_of(dst), add);
     qv::HeapText converted;
     const char *bytes = add.text;
     int32_t n = add.bytes;
-    if (add.encoding != base.encoding && !(base.encoding->ascii_compatible &&
+    if (add.encoding != base_encoding && !(base_encoding->ascii_compatible &&
                                            add.encoding->ascii_compatible && all_ascii(bytes, n))) {
-        converted.reset(converted_text(add, base.encoding, &n));
+        converted.reset(converted_text(add, base_encoding, &n));
         if (converted == nullptr) return dst;
         bytes = converted.get();
     }
+    const int32_t w = terminator_width(base_encoding);
+    if (w == 1) return append_bytes(dst, bytes, n);
     // The text appended may be (part of) dst's own, which the reallocation moves.
-    const bool own = lies_within(dst, base.bytes, bytes);
+    const int32_t base_bytes = byte_length(dst->text, base_encoding);
+    const bool own = lies_within(dst, base_bytes, bytes);
     const ptrdiff_t offset = bytes - dst->text;
-    int32_t w = terminator_width(base.encoding);
-    size_t size = static_cast<size_t>(base.bytes) + n + w;
+    size_t size = static_cast<size_t>(base_bytes) + n + w;
     auto *text = static_cast<char *>(QV_REALLOC(dst->text, size));
     if (text == nullptr) return dst;
     dst->text = text;
-    std::memmove(text + base.bytes, own ? text + offset : bytes, n);
-    std::memset(text + base.bytes + n, 0, w);
+    std::memmove(text + base_bytes, own ? text + offset : bytes, n);
+    std::memset(text + base_bytes + n, 0, w);
     return dst;
 }
 
@@ -658,24 +874,38 @@ uint8_t IsEmpty_SL(const QV_STRING_T *s) {
 // ---- Comparison -------------------------------------------------------------------------
 
 int32_t Strcmp_SL(const QV_STRING_T *a, const QV_STRING_T *b) {
+    int32_t result = 0;
+    if (compare_in_place(a, b, &result)) return result;
     return compare_views(view_of(a), view_of(b), -1, true);
 }
 
 int32_t Strcoll_SL(const QV_STRING_T *a, const QV_STRING_T *b) {
-    View va = view_of(a), vb = view_of(b);
     icu::Collator *collator = process_collator();
+    UErrorCode status = U_ZERO_ERROR;
+    if (collator != nullptr && !force_code_point_path && is_utf8(encoding_of(a)) &&
+        is_utf8(encoding_of(b))) {
+        // The collator reads UTF-8 itself, an invalid sequence as U+FFFD as decode() does.
+        const char *ta = a != nullptr && a->text != nullptr ? a->text : "";
+        const char *tb = b != nullptr && b->text != nullptr ? b->text : "";
+        const UCollationResult r =
+            ucol_strcollUTF8(collator->toUCollator(), ta, -1, tb, -1, &status);
+        if (U_SUCCESS(status)) return r == UCOL_LESS ? -1 : r == UCOL_GREATER ? 1 : 0;
+        status = U_ZERO_ERROR;
+    }
+    View va = view_of(a), vb = view_of(b);
     if (collator == nullptr) return compare_views(va, vb, -1, true);
     CodePoints ca, cb;
     if (!decode(va, ca) || !decode(vb, cb)) return 0;
     icu::UnicodeString ua = icu::UnicodeString::fromUTF32(ca.data.get(), ca.count);
     icu::UnicodeString ub = icu::UnicodeString::fromUTF32(cb.data.get(), cb.count);
-    UErrorCode status = U_ZERO_ERROR;
     UCollationResult r = collator->compare(ua, ub, status);
     if (U_FAILURE(status)) return compare_views(va, vb, -1, true);
     return r == UCOL_LESS ? -1 : r == UCOL_GREATER ? 1 : 0;
 }
 
 int32_t Strcomp_SL(const QV_STRING_T *a, const QV_STRING_T *b, int32_t n, uint8_t case_sensitive) {
+    int32_t result = 0;
+    if (n < 0 && case_sensitive != 0 && compare_in_place(a, b, &result)) return result;
     return compare_views(view_of(a), view_of(b), n, case_sensitive != 0);
 }
 

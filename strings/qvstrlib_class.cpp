@@ -270,9 +270,19 @@ int32_t ascii_lower(int32_t c) {
     return c >= 'A' && c <= 'Z' ? c + 32 : c;
 }
 
+// A single-byte text through its encoding's case table, in place; false (nothing done) when
+// the encoding has none.
+bool single_byte_case_in_place(QV_STRING_T *s, bool upper) {
+    const SingleByteTable *table = force_code_point_path ? nullptr : writing_table(encoding_of(s));
+    if (table == nullptr) return false;
+    const auto &map = upper ? table->upper : table->lower;
+    for (auto *p = reinterpret_cast<uint8_t *>(s->text); *p != 0; ++p) *p = map[*p];
+    return true;
+}
+
 QV_STRING_T *change_case(QV_STRING_T *s, bool upper) {
     if (s == nullptr || s->text == nullptr) return s;
-    if (ascii_case_in_place(s, upper)) return s;
+    if (ascii_case_in_place(s, upper) || single_byte_case_in_place(s, upper)) return s;
     map_code_points(s, [&](int32_t, int32_t cp) { return upper ? u_toupper(cp) : u_tolower(cp); });
     return s;
 }

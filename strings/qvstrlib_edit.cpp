@@ -11,6 +11,7 @@
 
 #include <unicode/uchar.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <string_view>
@@ -256,6 +257,52 @@ int32_t find_bytes_forward(const QV_STRING_T *s, const QV_STRING_T *search, int3
 
 const char kComma[] = ",";
 const char kSpace[] = " ";
+
+// True when the n bytes of a text in `e` (UTF-8 or single-byte) are its characters as
+// copying them would keep them: each a character of the single-byte encoding, or clean
+// UTF-8 (the code-point path would write an invalid sequence back as U+FFFD).
+bool bytes_kept(const QV_ENCODING_T *e, const char *bytes, int32_t n) {
+    if (all_ascii(bytes, n)) return true;
+    return single_byte(e) ? single_bytes_valid(e, bytes, n)
+                          : qv::utf::is_clean_utf8(bytes, static_cast<size_t>(n));
+}
+
+// ExtractString_SL on the bytes of a UTF-8 or single-byte text, when the separator can be
+// looked for byte by byte (its matches then start on characters) and the field's bytes are
+// kept as they are: the fields are found with a byte search and the field is copied.
+// -2 when this way does not apply.
+int32_t extract_bytes(const View &v, const View &sep, int32_t field, const QV_STRING_T *s,
+                      QV_STRING_T *out) {
+    const QV_ENCODING_T *e = v.encoding;
+    if (force_code_point_path || !ascii_byte_is_char(e)) return -2;
+    QV_STRING_T separator{const_cast<char *>(sep.text), sep.encoding};
+    const int32_t m = byte_searchable_length(e, &separator);
+    if (m <= 0) return -2;
+    const std::string_view text(v.text, static_cast<size_t>(v.bytes)), needle(sep.text, m);
+    // A one-byte separator (the common case) with memchr alone.
+    auto find = [&](size_t from) {
+        return needle.size() == 1 ? text.find(needle[0], from) : text.find(needle, from);
+    };
+    size_t begin = 0;
+    for (int32_t k = 1; k < field; ++k) {
+        const size_t at = find(begin);
+        if (at == std::string_view::npos) {
+            SetNull_SL(out);
+            return -1;
+        }
+        begin = at + needle.size();
+    }
+    const size_t end = std::min(find(begin), text.size());
+    const char *bytes = v.text + begin;
+    const auto n = static_cast<int32_t>(end - begin);
+    if (!bytes_kept(e, bytes, n)) return -2;
+    SetNull_SL(out);
+    if (out == nullptr) return -1;
+    out->text = copy_bytes(bytes, n, e);
+    if (out->text == nullptr) return -1;
+    out->encoding = s->encoding;
+    return single_byte(e) ? n : qv::utf::count_utf8(bytes, n);
+}
 
 } // namespace
 
@@ -508,6 +555,7 @@ int32_t ExtractString_SL(const QV_STRING_T *s, int32_t field, const QV_STRING_T 
         SetNull_SL(out);
         return field < 1 ? -2 : -1;
     }
+    if (const int32_t found = extract_bytes(v, sep, field, s, out); found != -2) return found;
     return dispatch(v, sep, kNoView, PathNeeds::kStructure, -1, [&](auto text, auto sp, auto) {
         using T = std::remove_cv_t<std::remove_reference_t<decltype(text[0])>>;
         int32_t begin = 0;

@@ -22,10 +22,13 @@
 
 #include "core/heap.hpp"
 #include "qv/encoding.h"
+#include "strings/encoding.hpp"
 #include "qv/qvstrlib.h"
 #include "strings/utf.hpp"
 
 namespace qv::strlib {
+
+using qv::SingleByteTable;
 
 // Test hook: when set, every member takes its code-point path.
 extern bool force_code_point_path;
@@ -66,6 +69,9 @@ inline bool is_utf8(const QV_ENCODING_T *e) {
 inline bool ascii_byte_is_char(const QV_ENCODING_T *e) {
     return e->ascii_compatible && e->terminator_width == 1 && (single_byte(e) || is_utf8(e));
 }
+// The tables of a single-byte encoding that writes through them (strings/encoding.hpp), else
+// null.
+const SingleByteTable *writing_table(const QV_ENCODING_T *e);
 // True when each of the n bytes of a single-byte text is a character of its encoding (an
 // ASCII text, a Latin-1 one, or one avoiding the bytes that are no character).
 bool single_bytes_valid(const QV_ENCODING_T *e, const char *text, int32_t n);

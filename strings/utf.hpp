@@ -15,6 +15,10 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace qv::utf {
 
 inline constexpr int32_t replacement = 0xFFFD;
@@ -138,6 +142,81 @@ inline int32_t encode_utf8(int32_t c, char *out) {
     return encode_utf8(c, reinterpret_cast<uint8_t *>(out));
 }
 
+// Plain text: ASCII and the two- and three-byte sequences whose lead is 0xC2-0xDF,
+// 0xE1-0xEC, 0xEE or 0xEF (any trail bytes make those valid). In plain text each lead has
+// exactly its trail bytes after it, and the characters are the bytes that are no trail
+// bytes. plain_blocks walks it from a character start at p in blocks of 32 bytes while each
+// block is plain (a sequence may cross from one block into the next), at most max_bytes bytes
+// and max_chars characters: returns the bytes of the whole characters walked and sets
+// *chars to their count. It stops at a block holding anything else (an invalid sequence, a
+// lead 0xC0, 0xC1, 0xE0, 0xED or 0xF0-0xFF), which the decoder must read. The blocks are
+// looked at in place, each independent of the last but for the trail bytes it owes the
+// next, so they overlap in the processor.
+#if defined(__SSE2__)
+inline constexpr int32_t plain_block = 32;
+
+struct PlainMasks {
+    uint32_t odd = 0, trails = 0, lead2 = 0, lead3 = 0;
+};
+
+// The masks of 16 bytes, shifted to their place among 32.
+inline void plain_masks(__m128i v, int shift, PlainMasks &m) {
+    auto bits = [shift](__m128i x) { return static_cast<uint32_t>(_mm_movemask_epi8(x)) << shift; };
+    auto is = [&](int8_t b) { return _mm_cmpeq_epi8(v, _mm_set1_epi8(b)); };
+    auto above = [&](int8_t b) { return _mm_cmpgt_epi8(v, _mm_set1_epi8(b)); };
+    auto below = [&](int8_t b) { return _mm_cmplt_epi8(v, _mm_set1_epi8(b)); };
+    // As signed bytes: trail bytes -128..-65, 0xC0..0xDF -64..-33, 0xE0..0xEF -32..-17,
+    // 0xF0..0xFF -16..-1.
+    m.odd |= bits(_mm_or_si128(
+        _mm_or_si128(is(-64), is(-63)),
+        _mm_or_si128(_mm_or_si128(is(-32), is(-19)), _mm_and_si128(above(-17), below(0)))));
+    m.trails |= bits(below(-64));
+    m.lead2 |= bits(_mm_and_si128(above(-65), below(-32)));
+    m.lead3 |= bits(_mm_and_si128(above(-33), below(-16)));
+}
+
+// Bits set in x, without a library call where the target has no instruction for it.
+constexpr int32_t bit_count(uint32_t x) {
+    x = x - ((x >> 1) & 0x55555555u);
+    x = (x & 0x33333333u) + ((x >> 2) & 0x33333333u);
+    x = (x + (x >> 4)) & 0x0F0F0F0Fu;
+    return static_cast<int32_t>((x * 0x01010101u) >> 24);
+}
+
+inline int32_t plain_blocks(const uint8_t *p, int32_t max_bytes, int32_t max_chars,
+                            int32_t *chars) {
+    int32_t i = 0, k = 0;
+    uint32_t owed = 0;   // trail bytes the last block's leads announce in the next one
+    int32_t started = 0; // bytes of the last block's unfinished sequence
+    while (max_bytes - i >= plain_block && max_chars - k >= plain_block) {
+        const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + i));
+        const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + i + 16));
+        if (owed == 0 && _mm_movemask_epi8(_mm_or_si128(low, high)) == 0) { // all ASCII
+            started = 0;
+            k += plain_block;
+            i += plain_block;
+            continue;
+        }
+        PlainMasks m;
+        plain_masks(low, 0, m);
+        plain_masks(high, 16, m);
+        const uint64_t lead2 = m.lead2, lead3 = m.lead3;
+        const uint64_t expected = (lead2 << 1) | (lead3 << 1) | (lead3 << 2) | owed;
+        if (m.odd != 0 || m.trails != static_cast<uint32_t>(expected)) break;
+        owed = static_cast<uint32_t>(expected >> 32);
+        started = (lead2 | lead3) >> 31 ? 1 : (lead3 >> 30) & 1 ? 2 : 0;
+        k += plain_block - bit_count(m.trails);
+        i += plain_block;
+    }
+    if (owed != 0) { // end before the unfinished sequence, which was counted by its lead
+        i -= started;
+        k -= 1;
+    }
+    *chars = k;
+    return i;
+}
+#endif
+
 // ---- The ASCII scan -----------------------------------------------------------------------
 
 // True when each of the n bytes is below 0x80. Eight bytes are read at a time and OR-ed
@@ -169,7 +248,18 @@ inline bool all_ascii(const char *text, std::size_t n) {
 inline int32_t count_utf8(const char *text, int32_t bytes) {
     const auto *p = reinterpret_cast<const uint8_t *>(text);
     int32_t i = 0, n = 0;
+    int32_t retry = 0; // where plain blocks are looked for again
     while (i < bytes) {
+#if defined(__SSE2__)
+        if (i >= retry) {
+            int32_t chars = 0;
+            const int32_t run = plain_blocks(p + i, bytes - i, INT32_MAX, &chars);
+            i += run;
+            n += chars;
+            retry = i + plain_block; // the decoder reads what stopped the blocks
+            if (i >= bytes) break;
+        }
+#else
         if (i + 8 <= bytes) {
             uint64_t word;
             std::memcpy(&word, p + i, 8);
@@ -179,6 +269,7 @@ inline int32_t count_utf8(const char *text, int32_t bytes) {
                 continue;
             }
         }
+#endif
         int32_t c = 0;
         i += p[i] < 0x80 ? 1 : decode_utf8(p + i, bytes - i, c);
         ++n;
