@@ -18,7 +18,9 @@
 #include <type_traits>
 
 #include "core/raise.hpp"
+#include "language/builtin.hpp"
 #include "language/express.hpp"
+#include "language/express_eval.hpp"
 #include "qv/dataval.h"
 #include "qv/message.h"
 #include "qv/platform.h"
@@ -46,13 +48,9 @@ int32_t recursion_limit = default_recursion_limit;
 ParseError last_error;
 
 namespace {
-StateFreer prepared_freer = nullptr;
 StateFreer statements_freer = nullptr;
 } // namespace
 
-void install_prepared_freer(StateFreer freer) {
-    prepared_freer = freer;
-}
 void install_statements_freer(StateFreer freer) {
     statements_freer = freer;
 }
@@ -73,10 +71,7 @@ void release_frame(EXP_ITEM_T &item) {
     if (frame == nullptr) return;
     std::free(frame->arguments);
     if (frame->argument_slots != nullptr) {
-        uint32_t slots = static_cast<uint32_t>(std::max(item.argument_count, 0));
-        if (item.function != nullptr && item.function->max_args != QV_UNLIMITED_ARGUMENTS)
-            slots = std::max(slots, item.function->max_args);
-        for (uint32_t i = 0; i < slots; ++i) FreeValue_L(&frame->argument_slots[i]);
+        for (int32_t i = 0; i < item.argument_count; ++i) FreeValue_L(&frame->argument_slots[i]);
         std::free(frame->argument_slots);
     }
     std::free(frame);
@@ -113,6 +108,11 @@ namespace {
 
 using qv::express::Parser;
 
+// A script is an expression record; until the script layer installs its own freer, the
+// registry and the variables free the scripts they hold as expressions.
+[[maybe_unused]] const bool script_freer_installed =
+    (qv::install_script_freer(Free_Expression_L), true);
+
 void free_items(EXPRESSION_T *expression) {
     void *data = nullptr;
     for (QV_LIST_T *p = NextListItem_L(expression->items, &data); p != nullptr;
@@ -122,34 +122,10 @@ void free_items(EXPRESSION_T *expression) {
     expression->item_count = 0;
 }
 
-// What the evaluator keeps: the result, the per-depth stacks, the argument values and its
-// own prepared form.
+// What the evaluator keeps: the result and the prepared form with its stacks.
 void free_evaluation(EXPRESSION_T *expression) {
     FreeValue_L(&expression->result);
-    for (int32_t d = 0; d < expression->stack_count; ++d) {
-        if (expression->stacks != nullptr && expression->stacks[d] != nullptr) {
-            for (int32_t i = 0; i < expression->stack_size; ++i)
-                FreeValue_L(&expression->stacks[d][i]);
-            std::free(expression->stacks[d]);
-        }
-        if (expression->borrowed != nullptr) std::free(expression->borrowed[d]);
-    }
-    std::free(expression->stacks);
-    std::free(expression->borrowed);
-    expression->stacks = nullptr;
-    expression->borrowed = nullptr;
-    expression->stack_count = expression->stack_size = expression->depth = 0;
-    if (expression->arguments != nullptr) {
-        for (int32_t i = 0; i < expression->argument_capacity; ++i)
-            FreeValue_L(&expression->arguments[i]);
-        std::free(expression->arguments);
-        expression->arguments = nullptr;
-    }
-    expression->argument_capacity = 0;
-    if (expression->prepared != nullptr && qv::express::prepared_freer != nullptr)
-        qv::express::prepared_freer(expression);
-    expression->prepared = nullptr;
-    expression->validated = 0;
+    qv::express::free_program(expression);
 }
 
 // The items a parse appends, freed unless the parse completes.
@@ -323,13 +299,14 @@ QV_API void Free_Expression_L(EXPRESSION_T *expression) {
 }
 
 QV_API void Cleanup_Expression_L(EXPRESSION_T *expression) {
-    if (expression == nullptr) return;
+    if (expression == nullptr || expression->depth > 0) return;
     void *data = nullptr;
     for (QV_LIST_T *p = NextListItem_L(expression->items, &data); p != nullptr;
          p = NextListItem_L(p, &data)) {
         auto *item = static_cast<EXP_ITEM_T *>(data);
         if (item->kind == EXP_ITEM_FUNCTION) qv::express::release_frame(*item);
     }
+    qv::express::free_program(expression);
 }
 
 QV_API uint32_t GetExpressionError_L(uint32_t *position) {

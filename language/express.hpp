@@ -47,16 +47,22 @@ const OPERATOR_T *operator_row(int32_t code);
 const EXP_TOKEN_T *null_row();
 bool negate_literal(QV_VALUE_T &value);
 
+// The type mask of argument `index` (0-based) of `record`: a repeating record's last listed
+// mask stands for every argument past the listed ones.
+uint32_t argument_flags(const ExpFunction &record, int32_t index);
+// Whether two names are the same without regard to case (bytewise over ASCII, by full case
+// folding as soon as either leaves it): function names, and names bound to values.
+bool same_name(const char *name, const char *candidate);
+
 // Frees what an item owns: its name block, its literal's payload, its call frame.
 void release_item(EXP_ITEM_T &item);
-// Frees the per-call state of a function-call item (see EXP_ITEM_T::frame).
+// Frees the per-call state of a function-call item (see EXP_ITEM_T::frame). The prepared
+// form that points at it must be freed too (free_program of express_eval.hpp).
 void release_frame(EXP_ITEM_T &item);
 
-// What the evaluator and the script layer keep in a record (`prepared`, `statements` and
-// the script's variable arrays) is freed through the hook each installs; Free_Expression_L
-// and a new parse call them with the record.
+// What the script layer keeps in a record (`statements` and the script's variable arrays)
+// is freed through the hook it installs; Free_Expression_L calls it with the record.
 using StateFreer = void (*)(EXPRESSION_T *expression);
-void install_prepared_freer(StateFreer freer);
 void install_statements_freer(StateFreer freer);
 
 // A token read from the text: its kind and the item it made, which the token owns until

@@ -81,19 +81,9 @@ int32_t operator_code(const qv::express::Token &token) {
     return token.kind == EXP_TOKEN_OPERATOR ? token.item.op->code : 0;
 }
 
-// The type mask of argument `index` (0-based): a repeating record's last listed mask
-// stands for every argument past the listed ones.
-uint32_t argument_flags(const ExpFunction &record, int32_t index) {
-    if (record.repeat == 0) return index < QV_MAX_ARGUMENTS ? record.arg_types[index] : 0;
-    int32_t listed = QV_MAX_ARGUMENTS;
-    while (listed > 0 && record.arg_types[listed - 1] == 0) --listed;
-    if (listed == 0) return 0;
-    return record.arg_types[index < listed ? index : listed - 1];
-}
-
 // Function names compare without regard to case: bytewise over ASCII, by full case folding
 // as soon as either side leaves it.
-bool same_function_name(const char *name, bool name_is_ascii, const char *candidate) {
+bool same_ascii_name(const char *name, bool name_is_ascii, const char *candidate) {
     if (!name_is_ascii) return StricmpUTF8_L(name, candidate) == 0;
     for (const char *a = name, *b = candidate;; ++a, ++b) {
         const auto x = static_cast<unsigned char>(*a), y = static_cast<unsigned char>(*b);
@@ -107,13 +97,25 @@ bool same_function_name(const char *name, bool name_is_ascii, const char *candid
 
 const ExpFunction *find_in(const ExpFunction *table, const char *name, bool ascii) {
     for (const ExpFunction *row = table; row != nullptr && row->name != nullptr; ++row)
-        if (same_function_name(name, ascii, row->name)) return row;
+        if (same_ascii_name(name, ascii, row->name)) return row;
     return nullptr;
 }
 
 } // namespace
 
 namespace qv::express {
+
+uint32_t argument_flags(const ExpFunction &record, int32_t index) {
+    if (record.repeat == 0) return index < QV_MAX_ARGUMENTS ? record.arg_types[index] : 0;
+    int32_t listed = QV_MAX_ARGUMENTS;
+    while (listed > 0 && record.arg_types[listed - 1] == 0) --listed;
+    if (listed == 0) return 0;
+    return record.arg_types[index < listed ? index : listed - 1];
+}
+
+bool same_name(const char *name, const char *candidate) {
+    return same_ascii_name(name, IsASCIIString_L(name, -1) != 0, candidate);
+}
 
 int32_t Parser::parse_expression(int32_t mask, QV_LIST_T *items) {
     items_ = items;

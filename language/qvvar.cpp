@@ -25,6 +25,7 @@
 #include "qv/dataval.h"
 #include "qv/date.h"
 #include "qv/encoding.h"
+#include "qv/express.h"
 #include "qv/feedback.h"
 #include "qv/message.h"
 #include "qv/platform.h"
@@ -341,6 +342,82 @@ QV_API VARIABLE_T *GetVariable_L(const char *name, uint32_t options) {
     qv::HeapText quoted(Asprintf_L(&text, "'%U'", preference.get()));
     if (quoted == nullptr) return nullptr;
     return SetVariable_L(name, quoted.get(), 0);
+}
+
+// ---- Variables defined by expressions -----------------------------------------------------
+
+namespace {
+
+// The variable's expression, parsed once with the current user functions, evaluated into
+// it. -1 when it cannot be parsed or evaluated (a failure raised, or nothing to parse).
+int32_t update_from_expression(VARIABLE_T &variable) {
+    if (variable.script == nullptr) {
+        std::unique_ptr<EXPRESSION_T, decltype(&Free_Expression_L)> script(
+            New_Expression_L(variable.expression), Free_Expression_L);
+        if (script == nullptr) return -1;
+        int32_t count = 0;
+        const ExpFunction *const tables[] = {Get_FunctionArray(&count)};
+        const int32_t mask = EXP_MASK_EXPRESSION | EXP_MASK_CONDITION;
+        if (Parse_Expression_L(script.get(), mask, tables, tables[0] != nullptr ? 1 : 0) != 1)
+            return -1;
+        variable.script = script.release();
+    }
+    if (Solve_Expression_L(variable.script) != 0) return -1;
+    return UpdateVariableValue_L(&variable, &variable.script->result, 1) == QV_CONVERT_TOO_LONG ? -1
+                                                                                                : 0;
+}
+
+// Replaces the variable's expression by a copy of `text` and drops its parsed form.
+bool set_expression(VARIABLE_T &variable, const char *text) {
+    char *copy = text != nullptr ? QV_STRDUP(text) : nullptr;
+    if (text != nullptr && copy == nullptr) return false;
+    std::free(variable.expression);
+    variable.expression = copy;
+    qv::free_script(variable.script);
+    variable.script = nullptr;
+    return true;
+}
+
+} // namespace
+
+QV_API int32_t UpdateVariableFromExpression_L(VARIABLE_T *variable) {
+    if (variable == nullptr || variable->expression == nullptr) return -1;
+    int32_t result = -1;
+    qv::guarded(
+        "UpdateVariableFromExpression_L", QV_MODULE, __LINE__,
+        [&] { result = QV_C_ENTRY([&] { return update_from_expression(*variable); }); },
+        [&](const char *raised) {
+            result = -1;
+            if (raised != GENERAL_ERROR) QV_RERAISE();
+        });
+    return result;
+}
+
+QV_API VARIABLE_T *CreateVariableFromExpression_L(VARIABLE_ARRAY_T *array, const char *name,
+                                                  uint32_t type, int32_t precision, int32_t scale,
+                                                  const char *text, uint8_t evaluate) {
+    if (name == nullptr) return nullptr;
+    if (evaluate == 0) {
+        Variable made(CreateVariable_L(nullptr, name, type, precision, scale, nullptr));
+        if (made == nullptr || !set_expression(*made, text)) return nullptr;
+        if (array != nullptr && AddVariable_L(array, made.get()) == nullptr) return nullptr;
+        return made.release();
+    }
+    VARIABLE_T *found =
+        array != nullptr ? FindVariableOnArray_L(array, name) : FindVariable_L(name, 0);
+    if (found != nullptr)
+        return set_expression(*found, text) && UpdateVariableFromExpression_L(found) == 0 ? found
+                                                                                          : nullptr;
+    Variable made(CreateVariable_L(nullptr, name, type, precision, scale, nullptr));
+    if (made == nullptr || !set_expression(*made, text) ||
+        UpdateVariableFromExpression_L(made.get()) != 0)
+        return nullptr;
+    if (array == nullptr) {
+        InitialiseVariables_L();
+        array = GetGlobalVariables_L();
+    }
+    if (AddVariable_L(array, made.get()) == nullptr) return nullptr;
+    return made.release();
 }
 
 // ---- Copies and change merging --------------------------------------------------------------

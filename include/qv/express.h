@@ -66,10 +66,117 @@
  * with no status context open a failing call returns 0 after the raise has reported.
  * Whatever a failing parse built is freed; the expression keeps its text and no items.
  *
+ * Evaluation. A host parses an expression once, binds each name it holds to a value record
+ * of its own, validates it, and then evaluates it once per row after updating those records:
+ *
+ *     QV_VALUE_T price = {0}, qty = {0};                      (the host's records)
+ *     EXPRESSION_T *e = New_Expression_L("price * qty");
+ *     Parse_Expression_L(e, EXP_MASK_EXPRESSION | EXP_MASK_CONDITION, NULL, 0);
+ *     EXP_BINDING_T names[] = {{"price", &price}, {"qty", &qty}};
+ *     SetValueTypePrecScale_L(&price, QV_TYPE_NUMBER, 10, 2);  (typed before validating)
+ *     SetValueType_L(&qty, QV_TYPE_INTEGER);
+ *     BindExpression_L(e, names, 2);
+ *     if (Validate_Expression_L(e) == 1)
+ *         for (each row) {
+ *             ... store the row's values in price and qty ...
+ *             if (Solve_Expression_L(e) == 0) use(&e->result);   (NUMBER(29,2) here)
+ *         }
+ *     Free_Expression_L(e);
+ *
+ * Binding: a name (item kind EXP_ITEM_NAME) is bound by its parts joined by "." without
+ * quotes (orders.total, Unit Price for "Unit Price"), compared without regard to case; the
+ * placeholders "?" are numbered in text order and bound as "?1", "?2" ..., or in a binding
+ * table by entries named "?", which take the placeholders in order. The evaluator reads a
+ * bound record where it stands, on every evaluation, and never changes or copies it: the
+ * record must outlive the expression or be bound anew. Binding a name again to a record of
+ * the same type takes effect at once; to a record of another type, at the next validation
+ * (Solve_Expression_L validates again by itself). Variables ($x) are looked up in the scope
+ * stack (qv/qvvar.h) when the expression is validated, or at their first evaluation when
+ * they did not exist then, and stay bound to that variable until the next validation: an
+ * expression must be validated again after a variable it reads was freed.
+ *
+ * Validation (Validate_Expression_L, also run by Solve_Expression_L the first time) checks
+ * that every name is bound, describes every function call to its handler (QV_MODE_DESCRIBE)
+ * to learn its type and checks each argument's type against the function's mask, chooses
+ * for each operator the routine for the types of its operands, and sizes the value stack.
+ * The type of the value the postfix list leaves is the result type, unless the host
+ * declared one (SetExpressionResultType_L); every result is converted into it
+ * (ConvertValue_L). A result type of 0 (an operand of unknown type, or INTEGER / INTEGER,
+ * which is an INTEGER when exact and a FLOAT otherwise) keeps each result's own type.
+ *
+ * The operators, with L and R the left and right operands:
+ *   - (unary)    the operand negated: NUMBER, FLOAT, INTEGER (two's complement, so the
+ *                most negative INTEGER stays as it is); other types unchanged; NULL stays
+ *   + - *        NULL when either side is NULL, typed as L when L is not NULL, else as R
+ *                when R is not NULL, else INTEGER; NUMBER when either side is a NUMBER
+ *                (PreciseCalculate_L rules of qv/precise.h); INTEGER when both are, with
+ *                64-bit two's-complement wrapping on overflow; otherwise FLOAT of both sides
+ *                read as numbers (NULL when one does not read as a number)
+ *   /            as above, but NULL / NULL is a NULL FLOAT; INTEGER / INTEGER is an INTEGER
+ *                when the division is exact, else a FLOAT
+ *   = != <> < > <= >=  BOOLEAN, NULL when either side is NULL. Two strings (CHAR, CLOB)
+ *                compare by code point, case-sensitively; a string and another type compare
+ *                as the other side's text form; a NUMBER with a number exactly; INTEGER and
+ *                FLOAT as doubles; two dates, times, intervals, booleans, byte strings or
+ *                arrays of one family as CompareValue_L orders them; other pairs as doubles,
+ *                NULL when a side does not read as a number
+ *   [NOT] LIKE   BOOLEAN, NULL when L is NULL; L's text against the pattern R (qv/qvstrlib.h:
+ *                "%", "_", "\" escape); a NULL pattern matches everything
+ *   IS [NOT]     BOOLEAN, never NULL: whether L is NULL (IS NULL is the usual form)
+ *   [NOT] IN     BOOLEAN, NULL when L is NULL; whether L equals (as "=") an element
+ *   [NOT] BETWEEN a AND b   BOOLEAN, NULL when L is NULL; a <= L AND L <= b as three-valued
+ *                logic (so NULL when a bound is NULL and the other comparison holds)
+ *   NOT AND OR   three-valued: NOT NULL is NULL; FALSE AND NULL is FALSE, TRUE AND NULL is
+ *                NULL; TRUE OR NULL is TRUE, FALSE OR NULL is NULL. Both sides are always
+ *                evaluated. Operands that are not BOOLEAN are read as truth values
+ *                (ValueToBoolean_L); one that does not read as one counts as NULL
+ *   &            an ARRAY: the elements of L and then of R, where a (non-NULL) ARRAY gives
+ *                its elements and any other value, NULL included, gives itself
+ * Division by zero gives NULL of the type the division would have had (as Mod does). A
+ * function call hands the handler the argument values themselves, not copies: handlers
+ * must not change their arguments. An argument position whose mask is exactly ARRAY gets a
+ * one-element ARRAY holding a value of another type.
+ *
+ * Failures of evaluation. Solve_Expression_L returns 0, or -1 with the result NULL. An
+ * evaluation that cannot go on logs a message and raises GENERAL_ERROR from module
+ * "express" (with no status context open, the raise reports and -1 is returned): a NUMBER
+ * result beyond 77 digits (QV_MSG_NUMBER_OVERFLOW), a result that does not fit the
+ * declared result type (QV_MSG_RESULT_DOES_NOT_FIT), a variable that does not exist
+ * (QV_MSG_VARIABLE_NOT_FOUND), stack exhausted before a user-defined function
+ * (QV_MSG_STACK_EXHAUSTED) or calls nested beyond the recursion limit
+ * (QV_MSG_RECURSION_LIMIT), and whatever a handler raises. Data that does not read as the
+ * type an operator needs gives NULL, never a failure. No status context is opened per
+ * evaluation, and evaluating a validated expression of numbers and truth values allocates
+ * nothing.
+ *
+ * User-defined functions (category QV_CATEGORY_USER of qv/builtin.h; the record found in
+ * the current function array) run their body: each call checks that four pages of stack
+ * are left and that calls are nested no deeper than the recursion limit, pushes the
+ * function's local variables (when it has any) and its parameters on the scope stack,
+ * copies each argument into its parameter (CopyValue_L), runs the body and converts its
+ * result into the record's result type. When the function is already running (recursion),
+ * the values of the running activation are kept aside for the time of the call and put
+ * back after it, so that every activation has its own parameters and locals. The body is
+ * a script; until the script layer runs scripts, a body is an expression whose value is
+ * the function's result.
+ *
+ * Tracing. TraceOn_L opens a trace file (a bare name is placed in the directory of the
+ * preference QV_LOG_DIR) and selects what is written with a list of option names:
+ * "Basic" (calls of user-defined functions and scripts), "Variable" (assignments),
+ * "Builtin" (calls of built-in and host functions), "Datatype" (types beside values), or
+ * "*" for all. Lines are indented by two spaces per level of user-defined calls:
+ *     <==> Upper( Argument1 CHAR(5) 'alice' ) -> CHAR(0) 'ALICE'     (Builtin, Datatype)
+ *     ==> Fact( n INTEGER 3 )                                         (Basic, Datatype)
+ *     <== Fact -> INTEGER 6
+ * Texts are quoted, NULL is written <NULL>. With tracing off an evaluation pays one test
+ * per function call.
+ *
  * Ownership. An item owns its name block (names and display; one heap block) when
  * owns_names is set, and its literal's payload as the value says; Free_Expression_L frees
  * them. The function records and tables handed to the parser must outlive the expression.
- * Not thread-safe: Msgbuf8, the parenthesis depth and the recursion limit are process-wide.
+ * Not thread-safe: Msgbuf8, the parenthesis depth, the recursion limit, the nesting of
+ * user-defined calls and the trace state are process-wide; an expression is evaluated by one
+ * thread at a time.
  */
 #ifndef QV_EXPRESS_H
 #define QV_EXPRESS_H
@@ -216,13 +323,11 @@ typedef struct EXP_ITEM_T {
     int32_t argument_count;      /* function call: arguments given; IN, NOT IN: list
                                     elements; BETWEEN, NOT BETWEEN: 2 */
     /* The evaluator's, zero after parsing: */
-    int32_t slot;            /* the value-stack slot the item leaves its result in */
-    QV_VALUE_T *bound;       /* the value an operand reads (a host's bound value, a
-                                variable's or the item's own) */
-    void *dispatch;          /* the routine the evaluator resolved for the item */
-    EXP_CALL_FRAME_T *frame; /* function call: its per-call state; freed with its
-                                `arguments` and `argument_slots` blocks (argument_count
-                                values, or the record's maximum when that is larger) by
+    int32_t slot;            /* the item's place in the evaluation's operand table */
+    QV_VALUE_T *bound;       /* name: the host's value bound to it (BindExpression_L) */
+    EXP_CALL_FRAME_T *frame; /* function call: its call frame, made by validation; freed with
+                                its `arguments` (argument_count pointers) and
+                                `argument_slots` (argument_count values, or null) blocks by
                                 Cleanup_Expression_L */
 } EXP_ITEM_T;
 
@@ -233,17 +338,22 @@ typedef struct EXPRESSION_T {
     int32_t mask;     /* the context mask it was parsed with */
     int32_t item_count;
     /* The evaluator's: */
-    QV_VALUE_T result;         /* the value of the last evaluation */
-    QV_DATATYPE_T result_type; /* the type results are converted to */
-    int32_t depth;             /* the current evaluation depth */
-    int32_t stack_size;        /* the deepest point of the postfix list */
-    int32_t stack_count;       /* entries of `stacks` and `borrowed` */
-    QV_VALUE_T **stacks;       /* per depth: stack_size values */
-    QV_VALUE_T ***borrowed;    /* per depth: stack_size pointers to borrowed values */
-    QV_VALUE_T *arguments;     /* the argument values of function calls */
-    int32_t argument_capacity;
-    uint8_t validated;
-    void *prepared; /* the evaluator's own prepared form (freed by its hook) */
+    QV_VALUE_T result;         /* the value of the last evaluation (NULL after a failure);
+                                  overwritten by the next one */
+    QV_DATATYPE_T result_type; /* the type results are converted to; type 0: each result
+                                  keeps its own */
+    int32_t depth;             /* evaluations of this expression under way (recursion) */
+    int32_t stack_size;        /* computed values per depth: one per operator and call */
+    int32_t operand_count;     /* values an evaluation reads: one per operand and result */
+    int32_t stack_count;       /* entries of `stacks` and `operands` */
+    QV_VALUE_T **stacks;       /* per depth: stack_size computed values, or null until an
+                                  evaluation reaches that depth */
+    QV_VALUE_T ***operands;    /* per depth: operand_count pointers, each to a borrowed value
+                                  (a literal's, a bound name's, a variable's) or to a computed
+                                  value of that depth's stack */
+    uint8_t validated;         /* validated since the last parse, binding or cleanup */
+    uint8_t result_declared;   /* result_type was declared by SetExpressionResultType_L */
+    void *prepared;            /* the evaluator's prepared form */
     /* The script layer's: */
     VARIABLE_ARRAY_T *variables;
     VARIABLE_ARRAY_T *locals;
@@ -282,8 +392,9 @@ QV_API int32_t Simple_Parse_Expression_L(EXPRESSION_T *expression, int32_t mask,
  * nothing. */
 QV_API void Free_Expression_L(EXPRESSION_T *expression);
 
-/* Releases the per-call state of every function-call item (its frame); the items, the
- * text and the record stay. Null does nothing. */
+/* Releases the per-call state of every function-call item (its frame) and what validation
+ * prepared (the next evaluation validates again); the items, their bindings, the result,
+ * the text and the record stay. Null does nothing. */
 QV_API void Cleanup_Expression_L(EXPRESSION_T *expression);
 
 /* The message number (a QV_MSG_ of qv/message.h) of the last parse failure, 0 when the
@@ -303,6 +414,82 @@ QV_API uint32_t GetExpressionError_L(uint32_t *position);
  * type, IN and BETWEEN their element count. "" for an expression with no items; null for a
  * null expression or after an allocation failure (ALLOC_FAILURE raised). */
 QV_API char *ExplainExpression_L(const EXPRESSION_T *expression);
+
+/* ---- Evaluation ------------------------------------------------------------------------ */
+
+/* A name and the host's value record it is bound to. */
+typedef struct EXP_BINDING_T {
+    const char *name; /* dotted parts joined by "." ("orders.total"); "?" or "?N" for a
+                         placeholder */
+    QV_VALUE_T *value;
+} EXP_BINDING_T;
+
+/* Binds every name of the expression that one of the `count` bindings names (the first that
+ * matches wins; see the top for names and placeholders); names no binding matches keep what
+ * they were bound to. A binding with a null value unbinds. Returns the number of name items
+ * left unbound, or -1 for a null expression or table with a count above 0, or a negative
+ * count. */
+QV_API int32_t BindExpression_L(EXPRESSION_T *expression, const EXP_BINDING_T *bindings,
+                                int32_t count);
+/* Binds every item named `name` ("?N": the N-th placeholder; "?" the first) to `value` (null
+ * unbinds). Returns the number of items bound, 0 when the expression has no such name, -1
+ * for a null expression or name. */
+QV_API int32_t BindExpressionName_L(EXPRESSION_T *expression, const char *name, QV_VALUE_T *value);
+
+/* Declares the type every result is converted into (precision and scale count: a NUMBER(10,2)
+ * result is rescaled, a CHAR(5) one cut); a null type or type 0 returns to the type that
+ * validation finds. Returns 0, or -1 for a null expression. */
+QV_API int32_t SetExpressionResultType_L(EXPRESSION_T *expression, const QV_DATATYPE_T *type);
+
+/* Validates the parsed expression (see the top); parses it first, with EXP_MASK_EXPRESSION,
+ * EXP_MASK_CONDITION and EXP_MASK_PLACEHOLDER and no host tables, when it has a text and no
+ * items. Returns 1 when it can be evaluated. Otherwise returns 0 after logging what is
+ * wrong, each problem in a message of its own (QV_MSG_NAME_NOT_BOUND naming the name and
+ * its position; QV_MSG_ARGUMENT_TYPE naming the function, the argument's number, its
+ * position, its type and the types the function takes; QV_MSG_FUNCTION_NOT_CALLABLE;
+ * QV_MSG_EXPRESSION_MALFORMED for items the parser cannot have made), then
+ * QV_MSG_VALIDATION_FAILED, and raising GENERAL_ERROR; or after the parse failed (see
+ * Parse_Expression_L); or for a null expression or one with nothing to evaluate, without a
+ * message. Allocation failures raise ALLOC_FAILURE and leave the expression not
+ * validated. Runs in a status context of its own, "Validate_Expression_L". */
+QV_API int32_t Validate_Expression_L(EXPRESSION_T *expression);
+
+/* Evaluates the expression into its `result`, validating it first when it is not validated
+ * (and parsing it when it has a text and no items). Returns 0, or -1 with the result NULL
+ * (see "Failures of evaluation" at the top); a null expression, an empty one or one that
+ * does not validate returns -1. May be called from inside its own evaluation (a recursive
+ * user-defined function): each level of depth has its own stack. */
+QV_API int32_t Solve_Expression_L(EXPRESSION_T *expression);
+
+/* ---- Tracing --------------------------------------------------------------------------- */
+
+#define EXP_TRACE_BASIC 0x1u
+#define EXP_TRACE_VARIABLE 0x2u
+#define EXP_TRACE_BUILTIN 0x4u
+#define EXP_TRACE_DATATYPE 0x8u
+#define EXP_TRACE_ALL 0xFFFFu
+
+/* Sets the trace options from a list of option names separated by ",", blanks around them
+ * ignored, names compared without case; "*" selects all (EXP_TRACE_ALL) and ends the list;
+ * unknown names are ignored. A null or empty list takes the text value of the variable
+ * EXP_TRACE_VALUES (none when there is no such variable). Returns the options set. */
+QV_API uint32_t SetTraceOptions_L(const char *options);
+/* The options set, whether or not a trace file is open. */
+QV_API uint32_t GetTraceOptions_L(void);
+/* Sets the options (SetTraceOptions_L); then, when an option is set, no trace file is open
+ * and `file` is neither null nor empty, opens `file` for appending (a name without a
+ * directory goes into the directory of the preference QV_LOG_DIR, when set) and writes
+ * "\n***** START TRACING ", the names of the options set joined by ", ", " *****\n". Returns 1 when
+ * this call opened the file, 0 when it did nothing more than set the options, -1 when the file
+ * cannot be opened (QV_MSG_TRACE_FILE_FAILED logged as a warning; tracing stays off). */
+QV_API int32_t TraceOn_L(const char *file, const char *options);
+/* Writes "\n***** END TRACE *****\n" and closes the trace file when one is open, and clears
+ * the options. */
+QV_API void TraceOff_L(void);
+/* Writes to the trace file, when one is open: level 1 starts a new line indented by two
+ * spaces per `depth`, level 0 continues the line; the text is formatted by the library's
+ * formatter (qv/alloc.h: %U for UTF-8 text, "<NULL>" for null). */
+QV_API void Trace_L(int32_t level, int32_t depth, const char *format, ...);
 
 QV_EXTERN_C_END
 

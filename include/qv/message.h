@@ -116,6 +116,16 @@ typedef enum MESSAGE_SEVERITY_E {
 #define QV_MSG_CASE_COLON_EXPECTED 0xA1D716CCU    /* - */
 #define QV_MSG_CASE_DEFAULT_REPEATED 0xA1D716CDU  /* - */
 #define QV_MSG_STATEMENT_EXPECTED 0xA1D71744U     /* - */
+/* expression evaluator: validation, evaluation, tracing */
+#define QV_MSG_NAME_NOT_BOUND 0xA1B51C70U        /* name, position */
+#define QV_MSG_ARGUMENT_TYPE 0xA1B51C71U         /* function, argument, position, type, types */
+#define QV_MSG_FUNCTION_NOT_CALLABLE 0xA1B51C72U /* function, position */
+#define QV_MSG_EXPRESSION_MALFORMED 0xA1B51C73U  /* position */
+#define QV_MSG_VARIABLE_NOT_FOUND 0xA1B51C74U    /* variable as written, position */
+#define QV_MSG_NUMBER_OVERFLOW 0xA1B51C75U       /* operator, position */
+#define QV_MSG_RESULT_DOES_NOT_FIT 0xA1B51C76U   /* the result type */
+#define QV_MSG_FUNCTION_WITHOUT_BODY 0xA1B51C77U /* function */
+#define QV_MSG_TRACE_FILE_FAILED 0xA1B51C78U     /* path, system text */
 
 /* "D", "I", "W", "E", "F" for 1..5; "?" otherwise. */
 QV_API const char *MsgSeverityName_L(int32_t severity);

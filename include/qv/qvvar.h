@@ -167,13 +167,25 @@ QV_API VARIABLE_T *SetVariable_L(const char *name, const char *value, uint8_t as
  * with SetVariable_L as the quoted text "'<preference>'", a CHAR. The variable or null. */
 QV_API VARIABLE_T *GetVariable_L(const char *name, uint32_t options);
 
-/* Variables defined by expressions: UpdateVariableFromExpression_L (parses and evaluates
- * the variable's defining expression and stores the result, failures reported under the
- * context "UpdateVariableFromExpression_L") and CreateVariableFromExpression_L (array,
- * name, type, precision, scale, text, evaluate: with evaluate, find or create the variable
- * and update it from the expression, freeing a just-created one when that fails; without,
- * create it and keep a copy of the text) need the expression parser and evaluator, and
- * arrive with them, declared here. */
+/* Variables defined by expressions (qv/express.h). UpdateVariableFromExpression_L parses the
+ * variable's defining expression (its `expression` text, kept parsed in `script`; parsed
+ * with comparisons allowed and the current function array's user functions) when it is not
+ * parsed yet, evaluates it and stores the result (UpdateVariableValue_L, marked changed).
+ * Returns 0, or -1 for a null variable or one without an expression; a failure is caught
+ * in the status context "UpdateVariableFromExpression_L": -1 is returned, after the
+ * failure's messages were logged, and a raise other than GENERAL_ERROR is passed on. */
+QV_API int32_t UpdateVariableFromExpression_L(VARIABLE_T *variable);
+/* A variable defined by the expression `text`. With `evaluate`: the variable `name` of
+ * `array` (of the scope stack when `array` is null) when there is one, else a new one of
+ * the type (type, precision, scale; type 0 takes the result's type) on `array` (on the
+ * global array when `array` is null); its expression becomes a copy of `text` and it is
+ * updated from it; a variable made by this call is freed when that fails (null returned).
+ * Without `evaluate`: a new variable, NULL, on `array` (in no array when null), keeping a
+ * copy of `text` (none for null). Returns the variable, or null for a null name, a failure
+ * or an allocation failure. */
+QV_API VARIABLE_T *CreateVariableFromExpression_L(VARIABLE_ARRAY_T *array, const char *name,
+                                                  uint32_t type, int32_t precision, int32_t scale,
+                                                  const char *text, uint8_t evaluate);
 
 /* ---- Copies and change merging --------------------------------------------------------- */
 
