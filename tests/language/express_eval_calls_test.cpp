@@ -174,8 +174,10 @@ TEST_F(EvalUser, CallsRunTheBody) {
 // Each activation has its own parameter: $n is read after the inner call returned.
 TEST_F(EvalUser, RecursionKeepsEachActivationsValues) {
     qv::express::install_body_runner(run_with_base_case);
-    give_body(declare("Fact", QV_TYPE_INTEGER), "$n * Fact($n - 1)");
-    give_body(declare("Sum", QV_TYPE_INTEGER), "$n + Sum($n - 1) + $n - $n");
+    EXP_USER_FUNCTION_T *fact = declare("Fact", QV_TYPE_INTEGER);
+    EXP_USER_FUNCTION_T *sum = declare("Sum", QV_TYPE_INTEGER); // records move: parse after
+    give_body(fact, "$n * Fact($n - 1)");
+    give_body(sum, "$n + Sum($n - 1) + $n - $n");
     EXPECT_EQ(solve("Fact(5)"), "120");
     EXPECT_EQ(solve("Fact(20)"), "2432902008176640000");
     EXPECT_EQ(solve("Sum(100) + Fact(3)"), "5056");
