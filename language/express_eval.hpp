@@ -39,6 +39,9 @@ struct CallSite {
     EXP_USER_FUNCTION_T *user = nullptr; // the user-defined function called, or null
     bool wraps = false;                  // a position's mask is ARRAY: wrap other values
     QV_DATATYPE_T user_type{};           // a user-defined function's result type
+    // Bit i: argument i (below 64), at an ARRAY position, is a variable, handed over as it
+    // is so that the handler may change it (ArrayAddItem($a, x)).
+    uint64_t unwrapped = 0;
 };
 
 struct Step {

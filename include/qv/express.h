@@ -134,8 +134,10 @@
  *                its elements and any other value, NULL included, gives itself
  * Division by zero gives NULL of the type the division would have had (as Mod does). A
  * function call hands the handler the argument values themselves, not copies: handlers
- * must not change their arguments. An argument position whose mask is exactly ARRAY gets a
- * one-element ARRAY holding a value of another type.
+ * change no argument but a variable given at an ARRAY position. An argument position whose
+ * mask is exactly ARRAY gets a one-element ARRAY holding a value of another type, unless the
+ * argument is a variable: the handler then gets the variable's own value, which the array
+ * functions change (ArrayAddItem($a, x) adds to $a, whatever $a held).
  *
  * Failures of evaluation. Solve_Expression_L returns 0, or -1 with the result NULL. An
  * evaluation that cannot go on logs a message and raises GENERAL_ERROR from module
