@@ -140,6 +140,9 @@ void trace_user_entry(const EXP_USER_FUNCTION_T &function, const EXP_CALL_FRAME_
                       int32_t depth);
 void trace_user_return(const EXP_USER_FUNCTION_T &function, const QV_VALUE_T &result,
                        int32_t depth);
+// Continues the trace line with a value: its type and a blank when `typed`, then the value
+// ('text' for the string types, <NULL> for NULL).
+void trace_value(const QV_VALUE_T &value, bool typed);
 
 // ---- Values ------------------------------------------------------------------------------
 
