@@ -152,8 +152,7 @@ class DeclarationReader {
             Parameter &parameter = out.parameters.emplace_back();
             parameter.name = name;
             parameter.shown = token.item.display;
-            const Peek after = parser_.peek_row(declaration_mask);
-            if (after.row == nullptr || after.row->kind == EXP_TOKEN_TO) {
+            if (word_next()) {
                 qv::String type_shown;
                 if (!type(parameter.type, type_shown)) return false;
                 parameter.shown.append(" ").append(type_shown);
@@ -177,14 +176,14 @@ class DeclarationReader {
                            : parser_.fail(QV_MSG_TYPE_UNKNOWN, at, {written.c_str()}) != 0;
             if (written.empty()) at = token.item.position;
             (written.empty() ? written : written.append(" ")).append(token.item.names[0]);
+            if (word_next()) continue;
             const Peek after = parser_.peek_row(declaration_mask);
-            if (after.row != nullptr && after.row->kind != EXP_TOKEN_TO) {
-                if (after.row->kind == EXP_TOKEN_OPEN && !size(written)) return false;
-                break;
-            }
+            if (after.row != nullptr && after.row->kind == EXP_TOKEN_OPEN && !size(written))
+                return false;
+            break;
         }
         const int32_t result = ParseVariableType_L(written.c_str(), &out);
-        if (result == QV_PARSE_TYPE_SIZE_MISSING && out.type == QV_TYPE_CHAR) {
+        if (result == QV_PARSE_TYPE_SIZE_MISSING && DataType_L(written.c_str()) == QV_TYPE_CHAR) {
             out = {QV_TYPE_CHAR, 0, 0, 0}; // any length
             shown = "CHAR";
             return true;
@@ -207,6 +206,15 @@ class DeclarationReader {
         }
         written.append(text_.substr(open, parser_.position() - open));
         return true;
+    }
+
+    // True when the next token is a word of a type's name: a bare name, or TO (INTERVAL DAY
+    // TO SECOND), which the script mask reads as a keyword.
+    bool word_next() {
+        const Peek after = parser_.peek_row(declaration_mask);
+        if (after.row != nullptr) return after.row->kind == EXP_TOKEN_TO;
+        const char c = after.at < text_.size() ? text_[after.at] : '\0';
+        return (c | 0x20) >= 'a' && (c | 0x20) <= 'z';
     }
 
     bool take(int32_t kind, const char *what) {
