@@ -354,7 +354,9 @@ EXP_USER_FUNCTION_T *declare(const Header &header, std::string_view text,
 // Parses a function's body from its declaration, whose header gives the body's result
 // type; false after a failure (raised).
 bool parse_body(EXP_USER_FUNCTION_T &function) {
-    qv::free_script(function.body);
+    EXPRESSION_T *old = function.body;
+    function.body = nullptr;
+    qv::free_script(old);
     function.body = New_Script_L(function.text1, function.id.name, "FUNCTION");
     if (function.body == nullptr) return false;
     EXPRESSION_T &body = *function.body;

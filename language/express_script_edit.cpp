@@ -9,6 +9,7 @@
 #define QV_MODULE "express"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 
 #include "core/raise.hpp"
@@ -69,32 +70,44 @@ bool for_each_token(std::string_view text, Each &&each) {
 
 // ---- ForceCoreScriptResult_L ---------------------------------------------------------------
 
-// 1 when the text is one expression, 0 when it is statements or holds no token, -1 when it
-// does not read as tokens.
-int32_t is_one_expression(std::string_view text, std::size_t &last_semicolon) {
+// Where the expression a text holds starts and ends (its first and last tokens; `ended`
+// when a ";" follows it). 1 when the text is one expression, 0 when it is statements or
+// holds no token, -1 when it does not read as tokens.
+struct Expression {
+    std::size_t start = 0, end = 0;
+    bool ended = false;
+};
+
+int32_t one_expression(std::string_view text, Expression &found) {
     bool statements = false, any = false;
-    last_semicolon = std::string_view::npos;
-    const bool read = for_each_token(text, [&](const Token &token, std::size_t) {
+    const bool read = for_each_token(text, [&](const Token &token, std::size_t end) {
+        const bool keyword = token.kind >= EXP_TOKEN_IF && token.kind != EXP_TOKEN_SEMICOLON;
+        if (found.ended || keyword) { // a token after ";", a statement keyword, ":=", ":"
+            statements = true;
+            return false;
+        }
+        if (!any) found.start = token.item.position;
         any = true;
-        if (last_semicolon != std::string_view::npos) statements = true; // a ";" before
         if (token.kind == EXP_TOKEN_SEMICOLON)
-            last_semicolon = token.item.position;
-        else if (token.kind >= EXP_TOKEN_IF)
-            statements = true; // a statement keyword, ":=" or ":"
-        return !statements;
+            found.ended = true;
+        else
+            found.end = end;
+        return true;
     });
     if (statements) return 0;
     if (!read) return -1;
-    return any ? 1 : 0;
+    return any && found.end > found.start ? 1 : 0;
 }
 
 int32_t force_result(EXPRESSION_T *script) {
     const std::string_view text(script->text);
-    std::size_t semicolon = 0;
-    const int32_t one = is_one_expression(text, semicolon);
+    Expression found;
+    const int32_t one = one_expression(text, found);
     if (one != 1) return one;
     qv::String rewritten("RETURN ");
-    rewritten.append(text.substr(0, std::min(semicolon, text.size()))).append(";");
+    rewritten.append(text.substr(found.start, found.end - found.start));
+    if (!found.ended) rewritten.append(";");
+    rewritten.append(text.substr(found.end));
     return replace_text(script, rewritten) ? 1 : -1;
 }
 
@@ -152,8 +165,14 @@ int32_t upgrade(EXPRESSION_T *script, const ExpFunction *const *tables, int32_t 
     for (const Branch &branch : branches) {
         if (branch.block) continue;
         edits.push_back({branch.start, 0, 0, "BEGIN "});
-        const bool spaced = branch.end >= text.size() || text[branch.end] == ';';
-        edits.push_back({branch.end, -branch.depth, 0, spaced ? " END" : " END "});
+        // END before the token that ended the statement, a blank on either side where
+        // there is none.
+        const bool blank_before =
+            branch.end > 0 && std::isspace(static_cast<unsigned char>(text[branch.end - 1]));
+        const bool closing = branch.end >= text.size() || text[branch.end] == ';';
+        edits.push_back({branch.end, -branch.depth, 0,
+                         closing ? (blank_before ? "END" : " END")
+                                 : (blank_before ? "END " : " END ")});
     }
     for (uint32_t semicolon : dropped) edits.push_back({semicolon, 1, 1, ""});
     if (edits.empty()) return 0;
