@@ -50,9 +50,9 @@ bool wrap_arguments(const Step &step, EXP_CALL_FRAME_T &frame) {
 
 // Points the frame at the arguments; an ARRAY position given another value gets it wrapped
 // into a one-element array, kept in the frame's argument slots.
-inline bool pass_arguments(const Step &step, QV_VALUE_T *const *values, EXP_CALL_FRAME_T &frame) {
+inline bool pass_arguments(const Step &step, EXP_CALL_FRAME_T &frame) {
     QV_VALUE_T **arguments = frame.arguments;
-    for (int32_t i = 0; i < step.count; ++i) arguments[i] = values[step.list[i]];
+    for (int32_t i = 0; i < step.count; ++i) arguments[i] = step.list[i];
     return !step.call->wraps || wrap_arguments(step, frame);
 }
 
@@ -94,6 +94,37 @@ const QV_VALUE_T *solve_body(EXP_USER_FUNCTION_T *function) {
 
 BodyRunner body_runner = solve_body;
 
+// Marks a parameter declared without a type, which takes each argument as it is.
+constexpr uint8_t kUntypedParameter = 0x1;
+
+// Each argument into its parameter, in order, converted into the parameter's declared type
+// (a parameter without one takes a copy); parameters past the arguments become NULL.
+void set_parameters(EXP_USER_FUNCTION_T &function, const EXP_CALL_FRAME_T &frame) {
+    VARIABLE_ARRAY_T *parameters = function.parameters;
+    if (parameters == nullptr) return;
+    for (int32_t i = 0; i < parameters->count; ++i) {
+        QV_VALUE_T &parameter = parameters->variables[i]->value;
+        const QV_VALUE_T *argument = i < frame.argument_count ? frame.arguments[i] : nullptr;
+        if (parameter.descriptor.type != 0 && (parameter.eval_flags & kUntypedParameter) == 0) {
+            ConvertValue_L(&parameter, argument, 0, 0);
+            continue;
+        }
+        CopyValue_L(&parameter, argument);
+        parameter.eval_flags = kUntypedParameter;
+    }
+}
+
+// Parameters declared without a type become so again when the call ends.
+void untype_parameters(VARIABLE_ARRAY_T *parameters) {
+    for (int32_t i = 0; parameters != nullptr && i < parameters->count; ++i) {
+        QV_VALUE_T &parameter = parameters->variables[i]->value;
+        if ((parameter.eval_flags & kUntypedParameter) == 0) continue;
+        FreeValue_L(&parameter);
+        parameter.descriptor = {};
+        parameter.eval_flags = 0;
+    }
+}
+
 // One call of a user-defined function, from entry to exit.
 class Activation {
   public:
@@ -108,6 +139,7 @@ class Activation {
     ~Activation() {
         if (pushed_parameters_) PopVariableArray_L(function_.parameters);
         if (pushed_locals_) PopVariableArray_L(function_.locals);
+        untype_parameters(function_.parameters);
         put_back(function_.parameters, saved_parameters_);
         put_back(function_.locals, saved_locals_);
         innermost_ = outer_;
@@ -162,15 +194,6 @@ class Activation {
     bool pushed_parameters_ = false;
 };
 
-// Each argument into its parameter, in order; parameters past the arguments become NULL.
-void set_parameters(EXP_USER_FUNCTION_T &function, const EXP_CALL_FRAME_T &frame) {
-    VARIABLE_ARRAY_T *parameters = function.parameters;
-    if (parameters == nullptr) return;
-    for (int32_t i = 0; i < parameters->count; ++i)
-        CopyValue_L(&parameters->variables[i]->value,
-                    i < frame.argument_count ? frame.arguments[i] : nullptr);
-}
-
 // The body's value converted into the function's result type (type 0: as it is).
 bool store_result(QV_VALUE_T &out, const QV_VALUE_T &value, const QV_DATATYPE_T &type) {
     if (type.type == 0) {
@@ -193,11 +216,11 @@ void install_body_runner(BodyRunner runner) {
     body_runner = runner != nullptr ? runner : solve_body;
 }
 
-bool call_function(const Step &step, QV_VALUE_T *const *values) {
+bool call_function(const Step &step) {
     EXP_CALL_FRAME_T &frame = *step.call->frame;
-    if (!pass_arguments(step, values, frame)) [[unlikely]]
+    if (!pass_arguments(step, frame)) [[unlikely]]
         return false;
-    QV_VALUE_T &out = *values[step.out];
+    QV_VALUE_T &out = *step.out;
     if (CallFunction_L(&out, &frame) != 0) [[unlikely]]
         return QV_EVAL_FAIL(QV_MSG_FUNCTION_NOT_CALLABLE, frame.function->name,
                             step.item->position);
@@ -206,11 +229,11 @@ bool call_function(const Step &step, QV_VALUE_T *const *values) {
     return true;
 }
 
-bool call_user_function(const Step &step, QV_VALUE_T *const *values) {
+bool call_user_function(const Step &step) {
     const CallSite &site = *step.call;
     EXP_CALL_FRAME_T &frame = *site.frame;
     EXP_USER_FUNCTION_T &function = *site.user;
-    if (!pass_arguments(step, values, frame)) return false;
+    if (!pass_arguments(step, frame)) return false;
     if (!stack_left()) {
         Msgbuf8[0] = '\0';
         return QV_EVAL_FAIL(QV_MSG_STACK_EXHAUSTED);
@@ -228,19 +251,27 @@ bool call_user_function(const Step &step, QV_VALUE_T *const *values) {
     set_parameters(function, frame);
     const QV_VALUE_T *value = body_runner(&function);
     if (value == nullptr) return false;
-    QV_VALUE_T &out = *values[step.out];
+    QV_VALUE_T &out = *step.out;
     if (!store_result(out, *value, site.user_type)) return false;
     if (traced) trace_user_return(function, out, activation.depth());
     return true;
 }
 
-bool resolve_variable(const Step &step, QV_VALUE_T *const *values) {
+bool resolve_variable(const Step &step) {
     EXP_ITEM_T &item = *step.item;
-    if (item.variable == nullptr && (item.variable = FindVariable_L(item.names[0], 0)) == nullptr)
-        [[unlikely]]
+    if (item.variable != nullptr) return true; // found by an earlier evaluation
+    if ((item.variable = FindVariable_L(item.names[0], 0)) == nullptr)
         return QV_EVAL_FAIL(QV_MSG_VARIABLE_NOT_FOUND, item.display, item.position);
-    const_cast<QV_VALUE_T **>(values)[step.out] = &item.variable->value;
+    repoint_operand(step.expression, step.extra, &item.variable->value);
     return true;
+}
+
+Executor call_executor(bool user_defined) {
+    return user_defined ? chained<call_user_function> : chained<call_function>;
+}
+
+Executor resolve_executor() {
+    return chained<resolve_variable>;
 }
 
 EXP_USER_FUNCTION_T *find_user_function(const ExpFunction *record) {

@@ -10,6 +10,7 @@
 #include "core/raise.hpp"
 #include "language/express_eval.hpp"
 #include "qv/message.h"
+#include "values/dataval.hpp"
 
 namespace {
 
@@ -33,11 +34,8 @@ class Evaluation {
     bool completed_ = false;
 };
 
-// Types whose payload is copied as it stands (no memory, no precision that matters).
-constexpr uint32_t kFixedTypes = QV_TYPE_INTEGER | QV_TYPE_FLOAT | QV_TYPE_BOOLEAN | QV_TYPE_DATE |
-                                 QV_TYPE_TIME | QV_TYPE_TIME_TZ | QV_TYPE_DATE_TZ |
-                                 QV_TYPE_INTERVAL_DS | QV_TYPE_INTERVAL_YM;
-
+// The value the steps left, into the result type: copied in place when it has that type,
+// converted otherwise.
 bool converted_result(EXPRESSION_T &expression, const QV_VALUE_T &value) {
     QV_VALUE_T &result = expression.result;
     const QV_DATATYPE_T &type = expression.result_type;
@@ -53,16 +51,22 @@ bool converted_result(EXPRESSION_T &expression, const QV_VALUE_T &value) {
     return QV_EVAL_FAIL(QV_MSG_RESULT_DOES_NOT_FIT, name.get());
 }
 
-// The value the steps left, into the result: copied in place when it already has the
-// result type, converted otherwise.
-bool finish(EXPRESSION_T &expression, const QV_VALUE_T &value) {
+// A result the last step wrote that does not have the result type (its operands' types
+// changed since validation): converted from a copy of itself.
+bool reconverted_result(EXPRESSION_T &expression) {
+    qv::values::HeldValue computed(expression.result); // takes over what the result owns
+    expression.result.is_null = 1;
+    return converted_result(expression, *computed);
+}
+
+bool finish(EXPRESSION_T &expression, const Program &program, const QV_VALUE_T &value) {
     QV_VALUE_T &result = expression.result;
+    if (program.writes_result) [[likely]]
+        return fits_result(result.descriptor, expression.result_type) ||
+               reconverted_result(expression);
     const QV_DATATYPE_T &type = expression.result_type;
-    const uint32_t t = value.descriptor.type;
-    if (t == type.type && result.owns_payload == 0 &&
-        ((t & kFixedTypes) != 0 ||
-         (t == QV_TYPE_NUMBER && value.descriptor.precision == type.precision &&
-          value.descriptor.scale == type.scale))) {
+    if (value.descriptor.type == type.type && (type.type & fixed_types) != 0 &&
+        result.owns_payload == 0) {
         result.descriptor = type;
         result.payload = value.payload;
         result.is_null = value.is_null;
@@ -111,13 +115,14 @@ QV_API int32_t Solve_Expression_L(EXPRESSION_T *expression) {
     if ((depth >= expression->stack_count || expression->operands[depth] == nullptr) &&
         !prepare_depth(expression, depth)) [[unlikely]]
         return -1;
-    QV_VALUE_T *const *values = expression->operands[depth];
     const Program &program = *program_of(expression);
+    const Step *chain = steps_of(expression, depth);
+    const Step *const end = chain + depth_steps(program.steps.size());
     Evaluation evaluation(*expression);
-    for (const Step &step : program.steps)
-        if (!step.run(step, values)) [[unlikely]]
+    for (; chain < end; chain += chain_length + 1)
+        if (!chain->run(*chain)) [[unlikely]]
             return -1;
-    if (!finish(*expression, *values[program.result])) return -1;
+    if (!finish(*expression, program, *expression->operands[depth][program.result])) return -1;
     evaluation.complete();
     return 0;
 }

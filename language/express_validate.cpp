@@ -86,8 +86,7 @@ class Compiler {
         : expression_(expression), program_(program) {
         const auto items = static_cast<std::size_t>(std::max(expression.item_count, 1));
         program.steps.reserve(2 * items);
-        program.lists.reserve(items); // lists and calls never move once they are pointed at
-        program.calls.reserve(items);
+        program.calls.reserve(items); // calls never move once they are pointed at
         program.sources.reserve(2 * items);
     }
 
@@ -115,14 +114,16 @@ class Compiler {
     struct Entry {
         int32_t index;
         StaticType type;
-        QV_VALUE_T *value; // the operand itself when it is borrowed
-        bool variable = false;
+        QV_VALUE_T *value;     // the operand itself when it is borrowed
+        bool literal = false;  // a literal: the same value on every evaluation
+        bool variable = false; // a variable: handed over as it is at an ARRAY position
     };
 
     bool item(EXP_ITEM_T &item) {
         switch (item.kind) {
             case EXP_ITEM_LITERAL:
                 push_borrowed(item, &item.value, type_of_value(item.value));
+                stack_.back().literal = true;
                 break;
             case EXP_ITEM_NAME: name(item); break;
             case EXP_ITEM_VARIABLE: variable(item); break;
@@ -150,7 +151,7 @@ class Compiler {
     Step &add_step(Executor run, EXP_ITEM_T &item, int32_t out) {
         Step step;
         step.run = run;
-        step.out = out;
+        step.at.out = out;
         step.item = &item;
         program_.steps.push_back(step);
         return program_.steps.back();
@@ -184,14 +185,16 @@ class Compiler {
         push_borrowed(item, &unresolved_variable, {});
         stack_.back().value = nullptr;
         stack_.back().variable = true;
-        add_step(resolve_variable, item, item.slot);
+        Step &step = add_step(resolve_executor(), item, -1);
+        step.extra = item.slot;
+        step.expression = &expression_;
     }
 
     void negation(EXP_ITEM_T &item) {
         Entry &operand = stack_.back();
         const int32_t out = computed();
         Step &step = add_step(operator_executor(EXP_OP_NEGATE, operand.type, {}), item, out);
-        step.a = operand.index;
+        step.at.a = operand.index;
         operand = {out, operand.type, nullptr};
     }
 
@@ -213,16 +216,19 @@ class Compiler {
                                               needed > 1 ? stack_[first + 1].type : StaticType{});
         const int32_t out = computed();
         Step &step = add_step(run, item, out);
-        step.a = stack_[first].index;
+        step.at.a = stack_[first].index;
         if (listed) {
             step.count = static_cast<int32_t>(needed - 1);
-            step.list = program_.lists.data() + program_.lists.size();
+            step.at.list = static_cast<int32_t>(program_.lists.size());
             for (std::size_t i = first + 1; i < stack_.size(); ++i)
                 program_.lists.push_back(stack_[i].index);
         } else {
-            if (needed > 1) step.b = stack_[first + 1].index;
-            if (needed > 2) step.c = stack_[first + 2].index;
+            if (needed > 1) step.at.b = stack_[first + 1].index;
+            if (needed > 2) step.at.c = stack_[first + 2].index;
         }
+        if ((code == EXP_OP_LIKE || code == EXP_OP_NOT_LIKE) && stack_[first + 1].literal)
+            if (const Executor matcher = like_executor(code, *stack_[first + 1].value, step.extra))
+                step.run = matcher;
         stack_.resize(first);
         stack_.push_back({out, type, nullptr});
         item.slot = out;
@@ -262,9 +268,9 @@ class Compiler {
         else if (callable)
             type = describe(item, *frame, first);
         const int32_t out = computed();
-        Step &step = add_step(user != nullptr ? call_user_function : call_function, item, out);
+        Step &step = add_step(call_executor(user != nullptr), item, out);
         step.count = count;
-        step.list = program_.lists.data() + program_.lists.size();
+        step.at.list = static_cast<int32_t>(program_.lists.size());
         for (std::size_t i = first; i < stack_.size(); ++i)
             program_.lists.push_back(stack_[i].index);
         program_.calls.push_back({frame, user, wraps, type.desc, unwrapped});
@@ -374,9 +380,14 @@ bool validate(EXPRESSION_T &expression) {
         QV_RAISE(GENERAL_ERROR);
         return false;
     }
-    if (expression.result_declared == 0) {
-        const StaticType type = compiler.result_type();
+    const StaticType type = compiler.result_type();
+    if (expression.result_declared == 0)
         expression.result_type = type.null_literal ? QV_DATATYPE_T{} : type.desc;
+    // A computed value that needs no conversion is written into the result by its step.
+    Source &last = program->sources[static_cast<std::size_t>(program->result)];
+    if (last.slot >= 0 && !type.null_literal && fits_result(type.desc, expression.result_type)) {
+        last.borrowed = &expression.result;
+        program->writes_result = true;
     }
     expression.stack_size = compiler.slots();
     expression.operand_count = static_cast<int32_t>(program->sources.size());
@@ -410,34 +421,80 @@ void free_program(EXPRESSION_T *expression) {
     expression->validated = 0;
 }
 
+// A depth's block: the operand table, the pointers of the steps' lists, the steps.
+std::size_t lists_offset(const EXPRESSION_T &expression) {
+    return static_cast<std::size_t>(expression.operand_count) * sizeof(QV_VALUE_T *);
+}
+std::size_t steps_offset(const EXPRESSION_T &expression, const Program &program) {
+    return lists_offset(expression) + program.lists.size() * sizeof(QV_VALUE_T *);
+}
+QV_VALUE_T **lists_of(const EXPRESSION_T &expression, int32_t depth) {
+    return reinterpret_cast<QV_VALUE_T **>(reinterpret_cast<char *>(expression.operands[depth]) +
+                                           lists_offset(expression));
+}
+
+Step *steps_of(const EXPRESSION_T *expression, int32_t depth) {
+    return reinterpret_cast<Step *>(reinterpret_cast<char *>(expression->operands[depth]) +
+                                    steps_offset(*expression, *program_of(expression)));
+}
+
 bool prepare_depth(EXPRESSION_T *expression, int32_t depth) {
     if (depth >= expression->stack_count &&
         !grow_tables(*expression, std::max(depth + 1, 2 * expression->stack_count)))
         return false;
     if (expression->operands[depth] != nullptr) return true;
+    const Program &program = *program_of(expression);
     const auto slots = static_cast<std::size_t>(expression->stack_size);
-    const auto count = static_cast<std::size_t>(expression->operand_count);
     qv::HeapArray<QV_VALUE_T> stack(
         slots > 0 ? static_cast<QV_VALUE_T *>(QV_CALLOC(slots * sizeof(QV_VALUE_T))) : nullptr);
     if (slots > 0 && stack == nullptr) return false;
-    qv::HeapArray<QV_VALUE_T *> operands(
-        static_cast<QV_VALUE_T **>(QV_MALLOC(count * sizeof(QV_VALUE_T *))));
-    if (operands == nullptr) return false;
-    const Program &program = *program_of(expression);
-    for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t size =
+        steps_offset(*expression, program) + depth_steps(program.steps.size()) * sizeof(Step);
+    qv::HeapArray<QV_VALUE_T *> block(static_cast<QV_VALUE_T **>(QV_MALLOC(size)));
+    if (block == nullptr) return false;
+    QV_VALUE_T **operands = block.get();
+    for (std::size_t i = 0; i < program.sources.size(); ++i) {
         const Source &source = program.sources[i];
         operands[i] = source.borrowed != nullptr ? source.borrowed
                                                  : &stack[static_cast<std::size_t>(source.slot)];
     }
+    QV_VALUE_T **lists = operands + program.sources.size();
+    for (std::size_t i = 0; i < program.lists.size(); ++i) lists[i] = operands[program.lists[i]];
+    Step *step = reinterpret_cast<Step *>(lists + program.lists.size());
+    const auto pointer = [&](int32_t index) { return index >= 0 ? operands[index] : nullptr; };
+    for (std::size_t i = 0; i < program.steps.size(); ++i, ++step) {
+        new (step) Step(program.steps[i]);
+        step->out = pointer(step->at.out);
+        step->a = pointer(step->at.a);
+        step->b = pointer(step->at.b);
+        step->c = pointer(step->at.c);
+        step->list = step->at.list >= 0 ? lists + step->at.list : nullptr;
+        if ((i + 1) % chain_length == 0 && i + 1 < program.steps.size())
+            (new (++step) Step)->run = end_of_chain;
+    }
+    (new (step) Step)->run = end_of_chain;
     expression->stacks[depth] = stack.release();
-    expression->operands[depth] = operands.release();
+    expression->operands[depth] = block.release();
     return true;
 }
 
 void repoint_operand(EXPRESSION_T *expression, int32_t index, QV_VALUE_T *value) {
-    program_of(expression)->sources[static_cast<std::size_t>(index)].borrowed = value;
-    for (int32_t d = 0; d < expression->stack_count; ++d)
-        if (expression->operands[d] != nullptr) expression->operands[d][index] = value;
+    Program &program = *program_of(expression);
+    program.sources[static_cast<std::size_t>(index)].borrowed = value;
+    for (int32_t d = 0; d < expression->stack_count; ++d) {
+        if (expression->operands[d] == nullptr) continue;
+        expression->operands[d][index] = value;
+        QV_VALUE_T **lists = lists_of(*expression, d);
+        for (std::size_t i = 0; i < program.lists.size(); ++i)
+            if (program.lists[i] == index) lists[i] = value;
+        Step *steps = steps_of(expression, d);
+        for (std::size_t i = 0; i < depth_steps(program.steps.size()); ++i) {
+            Step &step = steps[i];
+            if (step.at.a == index) step.a = value;
+            if (step.at.b == index) step.b = value;
+            if (step.at.c == index) step.c = value;
+        }
+    }
 }
 
 } // namespace qv::express

@@ -50,6 +50,7 @@
 #include "qv/encoding.h"
 #include "qv/feedback.h"
 #include "qv/platform.h"
+#include "strings/utf.hpp"
 
 // Exported through their declarations in feedback.h.
 extern "C" {
@@ -486,32 +487,26 @@ const char *kind_word(char kind) {
     }
 }
 
-// Length of the valid UTF-8 sequence at the start of `text` (1 to 4), or 0 when invalid.
-std::size_t utf8_sequence_length(std::string_view text) {
-    constexpr std::string_view replacement = "\xEF\xBF\xBD"; // U+FFFD itself, which is valid
-    int32_t code_point = 0;
-    const auto used = static_cast<std::size_t>(DecodeUTF8_L(
-        text.data(), static_cast<int32_t>(std::min<std::size_t>(text.size(), 4)), &code_point));
-    return code_point == 0xFFFD && text.substr(0, used) != replacement ? 0 : used;
-}
-
-// The name as it may stand in a file name: control characters, invalid UTF-8 and the
-// characters that paths or shells treat specially become '_'.
+// The name as it may stand in a file name: control characters (C0, DEL and C1), invalid
+// UTF-8 (a '_' per byte) and the characters that paths or shells treat specially become '_'.
 std::string printable_name(const char *name) {
     std::string out;
     std::string_view rest(name ? name : "");
     while (!rest.empty()) {
-        std::size_t length = utf8_sequence_length(rest);
-        unsigned char c = static_cast<unsigned char>(rest.front());
-        bool replace = length == 0 ||
-                       (length == 1 && (c < 0x20 || c == 0x7F || std::strchr("/\\:*?\"<>|", c)));
-        if (replace) {
+        int32_t c = 0;
+        const auto length = static_cast<std::size_t>(qv::utf::decode_utf8(
+            rest.data(), static_cast<int32_t>(std::min<std::size_t>(rest.size(), 4)), c, -1));
+        if (c < 0) {
             out.push_back('_');
             rest.remove_prefix(1);
-        } else {
-            out.append(rest.substr(0, length));
-            rest.remove_prefix(length);
+            continue;
         }
+        const bool control = c < 0x20 || (c >= 0x7F && c <= 0x9F);
+        if (control || (c < 0x80 && std::strchr("/\\:*?\"<>|", c) != nullptr))
+            out.push_back('_');
+        else
+            out.append(rest.substr(0, length));
+        rest.remove_prefix(length);
     }
     return out;
 }

@@ -123,7 +123,10 @@ bool add_entry(qv::Vector<Entry> &entries, int32_t number, std::string_view text
 
 // A decimal number with an optional sign that fits 32 bits.
 std::optional<int32_t> parse_number(std::string_view token) {
-    if (!token.empty() && token.front() == '+') token.remove_prefix(1);
+    if (!token.empty() && token.front() == '+') {
+        token.remove_prefix(1);
+        if (!token.empty() && token.front() == '-') return std::nullopt; // one sign at most
+    }
     int32_t number = 0;
     auto [end, error] = std::from_chars(token.data(), token.data() + token.size(), number);
     if (token.empty() || error != std::errc() || end != token.data() + token.size())

@@ -7,15 +7,17 @@
 
 #include <unicode/coll.h>
 #include <unicode/locid.h>
-#include <unicode/utf16.h>
-#include <unicode/utf8.h>
+#include <unicode/uchar.h>
 
+#include <algorithm>
+#include <bit>
 #include <climits>
 #include <cstring>
 #include <memory>
 
 #include "core/raise.hpp"
 #include "qv/alloc.h"
+#include "strings/encoding.hpp"
 #include "strings/qvstrlib_internal.hpp"
 
 namespace qv::strlib {
@@ -24,11 +26,8 @@ bool force_code_point_path = false;
 
 namespace {
 
-constexpr int32_t kReplacement = 0xFFFD;
-
-bool is_unicode_scalar(int64_t cp) {
-    return cp >= 0 && cp <= 0x10FFFF && !U_IS_SURROGATE(cp);
-}
+using utf::replacement;
+constexpr bool little_endian = std::endian::native == std::endian::little;
 
 bool is_utf16(const QV_ENCODING_T *e) {
     return e == UTF16Encoding_L();
@@ -44,61 +43,44 @@ int32_t decode_utf8(const View &v, int32_t *out) {
     const auto *p = reinterpret_cast<const uint8_t *>(v.text);
     int32_t i = 0, n = 0;
     while (i < v.bytes) {
-        UChar32 c;
-        U8_NEXT(p, i, v.bytes, c);
-        out[n++] = c < 0 ? kReplacement : c;
+        if (p[i] < 0x80)
+            out[n++] = p[i++];
+        else
+            i += utf::decode_utf8(p + i, v.bytes - i, out[n++]);
     }
     return n;
 }
 
-int32_t decode_utf16(const View &v, int32_t *out) {
-    int32_t units = v.bytes / 2, i = 0, n = 0;
-    while (i < units) {
-        uint16_t lead, trail;
-        std::memcpy(&lead, v.text + 2 * i, 2);
-        ++i;
-        int32_t c = lead;
-        if (U16_IS_LEAD(lead) && i < units) {
-            std::memcpy(&trail, v.text + 2 * i, 2);
-            if (U16_IS_TRAIL(trail)) {
-                c = U16_GET_SUPPLEMENTARY(lead, trail);
-                ++i;
-            }
-        }
-        out[n++] = U_IS_SURROGATE(c) ? kReplacement : c;
-    }
+// One unit sequence of UTF-16 / UTF-32 in the platform's order; `invalid` for a bad one.
+int32_t decode_utf16(const uint8_t *p, int32_t n, int32_t &c, int32_t invalid = replacement) {
+    return utf::decode_utf16<little_endian>(p, n, c, invalid);
+}
+int32_t decode_utf32(const uint8_t *p, int32_t n, int32_t &c, int32_t invalid = replacement) {
+    return utf::decode_utf32<little_endian>(p, n, c, invalid);
+}
+
+template <class Decode>
+int32_t decode_units(const View &v, int32_t *out, Decode decode_one) {
+    const auto *p = reinterpret_cast<const uint8_t *>(v.text);
+    int32_t i = 0, n = 0;
+    while (i < v.bytes) i += decode_one(p + i, v.bytes - i, out[n++], replacement);
     return n;
 }
 
-int32_t decode_utf32(const View &v, int32_t *out) {
-    int32_t n = v.bytes / 4;
-    for (int32_t i = 0; i < n; ++i) {
-        int32_t c;
-        std::memcpy(&c, v.text + 4 * i, 4);
-        out[i] = is_unicode_scalar(c) ? c : kReplacement;
+// Through the byte table of a single-byte encoding; false when the service has none.
+bool decode_single_byte(const View &v, int32_t *out) {
+    const auto *p = reinterpret_cast<const uint8_t *>(v.text);
+    if (is_latin1(v.encoding)) {
+        for (int32_t i = 0; i < v.bytes; ++i) out[i] = p[i];
+        return true;
     }
-    return n;
-}
-
-// Single-byte encodings whose high bytes are not the code points (or are invalid, as in
-// ASCII) go through the service one byte at a time.
-int32_t decode_single_byte(const View &v, int32_t *out) {
-    bool latin1 = is_latin1(v.encoding);
+    const SingleByteTable *table = single_byte_table(v.encoding);
+    if (table == nullptr) return false;
     for (int32_t i = 0; i < v.bytes; ++i) {
-        auto b = static_cast<uint8_t>(v.text[i]);
-        if (b < 0x80 || latin1) {
-            out[i] = b;
-            continue;
-        }
-        QV_CODEPOINT_ITER_T iter;
-        int32_t c = kReplacement;
-        if (CodePointIterInit_L(&iter, v.encoding, v.text + i, 1) == 0) {
-            c = NextCodePoint_L(&iter);
-            CodePointIterEnd_L(&iter);
-        }
-        out[i] = c < 0 ? kReplacement : c;
+        int32_t c = table->code_points[p[i]];
+        out[i] = c < 0 ? replacement : c;
     }
-    return v.bytes;
+    return true;
 }
 
 bool decode_through_service(const View &v, CodePoints &out) {
@@ -107,31 +89,36 @@ bool decode_through_service(const View &v, CodePoints &out) {
     if (ConvertEncoding_L(v.encoding, v.text, v.bytes, UTF32Encoding_L(), &utf32, &bytes) != 0 ||
         utf32 == nullptr)
         return false;
-    out.data = reinterpret_cast<int32_t *>(utf32);
+    out.data.reset(reinterpret_cast<int32_t *>(utf32));
     out.count = bytes / 4;
+    // Converting UTF-32 to itself copies: values that are no characters read as U+FFFD, and so
+    // does a U+0000 that a stateful encoding (UTF-7 ...) yields inside a text it cannot end.
+    auto no_character = [](int32_t c) { return c == 0 || !utf::is_scalar(c); };
+    std::replace_if(out.data.get(), out.data.get() + out.count, no_character, replacement);
     return true;
+}
+
+int32_t scalar_or_replacement(int32_t c) {
+    return utf::is_scalar(c) ? c : replacement;
 }
 
 int32_t encode_utf8(const int32_t *cps, int32_t count, char *out) {
     auto *p = reinterpret_cast<uint8_t *>(out);
     int32_t i = 0;
     for (int32_t k = 0; k < count; ++k) {
-        UChar32 c = is_unicode_scalar(cps[k]) ? cps[k] : kReplacement;
-        U8_APPEND_UNSAFE(p, i, c);
+        if (cps[k] >= 0 && cps[k] < 0x80)
+            p[i++] = static_cast<uint8_t>(cps[k]);
+        else
+            i += utf::encode_utf8(scalar_or_replacement(cps[k]), p + i);
     }
     return i;
 }
 
 int32_t encode_utf16(const int32_t *cps, int32_t count, char *out) {
+    auto *p = reinterpret_cast<uint8_t *>(out);
     int32_t bytes = 0;
-    for (int32_t k = 0; k < count; ++k) {
-        UChar32 c = is_unicode_scalar(cps[k]) ? cps[k] : kReplacement;
-        uint16_t units[2];
-        int32_t n = 0;
-        U16_APPEND_UNSAFE(units, n, c);
-        std::memcpy(out + bytes, units, 2 * n);
-        bytes += 2 * n;
-    }
+    for (int32_t k = 0; k < count; ++k)
+        bytes += utf::encode_utf16<little_endian>(scalar_or_replacement(cps[k]), p + bytes);
     return bytes;
 }
 
@@ -139,6 +126,75 @@ int32_t encode_latin1(const int32_t *cps, int32_t count, char *out) {
     for (int32_t k = 0; k < count; ++k)
         out[k] = static_cast<char>(cps[k] >= 0 && cps[k] <= 0xFF ? cps[k] : 0x1A);
     return count;
+}
+
+// Offset after at most n UTF-8 characters of [p, p + bytes) ending within `limit`.
+// Offset after at most n UTF-8 characters of [p, p + bytes), each ending within `limit` when
+// Limited; *clean becomes false when Tracking finds an invalid sequence.
+template <bool Limited, bool Tracking>
+int32_t walk_utf8(const uint8_t *p, int32_t bytes, int32_t n, int32_t limit, bool *clean) {
+    int32_t i = 0;
+    bool valid = true;
+    for (int32_t k = 0; k < n && i < bytes; ++k) {
+        if (p[i] < 0x80) {
+            if (Limited && i >= limit) break;
+            ++i;
+            continue;
+        }
+        int32_t c = 0;
+        const int32_t used = utf::decode_utf8(p + i, bytes - i, c, -1);
+        if (Limited && i + used > limit) break;
+        if (Tracking) valid = valid && c >= 0;
+        i += used;
+    }
+    if (Tracking && !valid) *clean = false;
+    return i;
+}
+
+// The same over units of UTF-16 or UTF-32 in the platform's order.
+template <class Decode>
+int32_t walk_units(const uint8_t *p, int32_t bytes, int32_t n, int32_t limit, bool *clean,
+                   Decode decode_one) {
+    int32_t i = 0;
+    for (int32_t k = 0; k < n && i < bytes; ++k) {
+        int32_t c = 0;
+        int32_t used = decode_one(p + i, bytes - i, c, -1);
+        if (i + used > limit) break;
+        if (c < 0 && clean != nullptr) *clean = false;
+        i += used;
+    }
+    return i;
+}
+
+// Bytes of the first n characters (at most `limit`) by stepping the encoding service's
+// iterator: the bytes each character was read from. When they are all the characters, the
+// bytes after the last one (a closing shift sequence) go with them.
+int32_t walk_by_iteration(const View &v, int32_t n, int32_t limit) {
+    QV_CODEPOINT_ITER_T iter;
+    if (CodePointIterInit_L(&iter, v.encoding, v.text, v.bytes) != 0) return 0;
+    int32_t taken = 0, k = 0;
+    for (; k <= n; ++k) {
+        if (NextCodePoint_L(&iter) < 0) {
+            if (v.bytes <= limit) taken = v.bytes;
+            break;
+        }
+        auto at = static_cast<int32_t>(iter.position - v.text);
+        if (at > limit || k == n) break;
+        taken = at;
+    }
+    CodePointIterEnd_L(&iter);
+    return taken;
+}
+
+// The bytes of at most n characters that fit in `limit` bytes.
+int32_t bytes_for_chars(const View &v, int32_t n, int32_t limit) {
+    if (v.is_null() || n <= 0) return 0;
+    if (bytes_are_chars(v)) return std::min({n, v.bytes, limit});
+    if (!force_code_point_path) {
+        int32_t walked = walk_chars(v, n, limit);
+        if (walked >= 0) return walked;
+    }
+    return walk_by_iteration(v, n, limit);
 }
 
 } // namespace
@@ -168,6 +224,15 @@ View view_of(const QV_STRING_T *s) {
     return view_of(s != nullptr ? s->text : nullptr, encoding_of(s));
 }
 
+bool single_bytes_valid(const QV_ENCODING_T *e, const char *text, int32_t n) {
+    if (is_latin1(e) || all_ascii(text, n)) return true;
+    const SingleByteTable *table = single_byte_table(e);
+    if (table == nullptr) return false;
+    if (table->every_byte_a_character) return true;
+    const auto *p = reinterpret_cast<const uint8_t *>(text);
+    return std::all_of(p, p + n, [table](uint8_t b) { return table->code_points[b] >= 0; });
+}
+
 int32_t *new_code_points(int64_t count) {
     if (count < 1) count = 1;
     if (count > INT32_MAX / 4) {
@@ -178,26 +243,28 @@ int32_t *new_code_points(int64_t count) {
 }
 
 bool decode(const View &v, CodePoints &out) {
-    std::free(out.data);
-    out.data = nullptr;
+    out.data.reset();
     out.count = 0;
     if (v.is_null() || v.bytes == 0) {
-        out.data = new_code_points(1);
+        out.data.reset(new_code_points(1));
         return out.data != nullptr;
     }
     const QV_ENCODING_T *e = v.encoding;
-    bool inline_form = is_utf8(e) || is_utf16(e) || is_utf32(e) || single_byte(e);
-    if (!inline_form) return decode_through_service(v, out);
-    out.data = new_code_points(v.bytes);
+    if (!is_utf8(e) && !is_utf16(e) && !is_utf32(e) && !single_byte(e))
+        return decode_through_service(v, out);
+    out.data.reset(new_code_points(v.bytes));
     if (out.data == nullptr) return false;
+    int32_t *cps = out.data.get();
     if (is_utf8(e))
-        out.count = decode_utf8(v, out.data);
+        out.count = decode_utf8(v, cps);
     else if (is_utf16(e))
-        out.count = decode_utf16(v, out.data);
+        out.count = decode_units(v, cps, decode_utf16);
     else if (is_utf32(e))
-        out.count = decode_utf32(v, out.data);
+        out.count = decode_units(v, cps, decode_utf32);
+    else if (decode_single_byte(v, cps))
+        out.count = v.bytes;
     else
-        out.count = decode_single_byte(v, out.data);
+        return decode_through_service(v, out);
     return true;
 }
 
@@ -231,7 +298,7 @@ char *encode_text(const int32_t *cps, int32_t count, const QV_ENCODING_T *encodi
 }
 
 bool can_encode(const QV_ENCODING_T *encoding, int32_t code_point) {
-    if (!is_unicode_scalar(code_point)) return false;
+    if (!utf::is_scalar(code_point)) return false;
     if (code_point < 0x80 && encoding->ascii_compatible) return true;
     if (is_utf8(encoding) || is_utf16(encoding) || is_utf32(encoding)) return true;
     if (is_latin1(encoding)) return code_point <= 0xFF;
@@ -279,110 +346,77 @@ int32_t find_code_points(const int32_t *hay, int32_t n, const int32_t *needle, i
     return -1;
 }
 
+int32_t count_chars(const View &v) {
+    if (v.is_null()) return 0;
+    const QV_ENCODING_T *e = v.encoding;
+    if (single_byte(e)) return v.bytes;
+    if (e->utf8_direct) return utf::count_utf8(v.text, v.bytes);
+    if (is_utf16(e)) {
+        const auto *p = reinterpret_cast<const uint8_t *>(v.text);
+        int32_t n = 0;
+        for (int32_t i = 0; i < v.bytes; ++n) {
+            int32_t c = 0;
+            i += decode_utf16(p + i, v.bytes - i, c);
+        }
+        return n;
+    }
+    if (is_utf32(e)) return (v.bytes + 3) / 4;
+    return -1;
+}
+
+int32_t walk_chars(const View &v, int32_t n, int32_t limit, bool *clean) {
+    if (n <= 0 || limit <= 0) return 0;
+    const QV_ENCODING_T *e = v.encoding;
+    const auto *p = reinterpret_cast<const uint8_t *>(v.text);
+    if (is_utf8(e)) {
+        if (limit < v.bytes)
+            return clean ? walk_utf8<true, true>(p, v.bytes, n, limit, clean)
+                         : walk_utf8<true, false>(p, v.bytes, n, limit, clean);
+        return clean ? walk_utf8<false, true>(p, v.bytes, n, limit, clean)
+                     : walk_utf8<false, false>(p, v.bytes, n, limit, clean);
+    }
+    if (is_utf16(e)) return walk_units(p, v.bytes, n, limit, clean, decode_utf16);
+    if (is_utf32(e)) return walk_units(p, v.bytes, n, limit, clean, decode_utf32);
+    if (!single_byte(e)) return -1;
+    int32_t bytes = std::min({n, v.bytes, limit});
+    if (clean != nullptr && !single_bytes_valid(e, v.text, bytes)) *clean = false;
+    return bytes;
+}
+
 } // namespace qv::strlib
 
 using namespace qv::strlib;
 
 namespace {
 
-// Characters in a UTF-8 text, U+FFFD per invalid subpart; ASCII eight bytes at a time.
-int32_t count_utf8(const char *text, int32_t bytes) {
-    const auto *p = reinterpret_cast<const uint8_t *>(text);
-    int32_t i = 0, n = 0;
-    while (i < bytes) {
-        if (i + 8 <= bytes) {
-            uint64_t word;
-            std::memcpy(&word, p + i, 8);
-            if ((word & 0x8080808080808080ULL) == 0) {
-                i += 8;
-                n += 8;
-                continue;
-            }
-        }
-        UChar32 c;
-        U8_NEXT(p, i, bytes, c);
-        ++n;
-    }
-    return n;
-}
-
-int32_t count_utf16(const char *text, int32_t bytes) {
-    int32_t units = bytes / 2, n = 0;
-    for (int32_t i = 0; i < units; ++n) {
-        uint16_t lead, trail;
-        std::memcpy(&lead, text + 2 * i++, 2);
-        if (U16_IS_LEAD(lead) && i < units) {
-            std::memcpy(&trail, text + 2 * i, 2);
-            if (U16_IS_TRAIL(trail)) ++i;
-        }
-    }
-    return n;
-}
-
-} // namespace
-
-int32_t qv::strlib::count_chars(const View &v) {
-    if (v.is_null()) return 0;
-    const QV_ENCODING_T *e = v.encoding;
-    if (single_byte(e)) return v.bytes;
-    if (e->utf8_direct) return count_utf8(v.text, v.bytes);
-    if (e == UTF16Encoding_L()) return count_utf16(v.text, v.bytes);
-    if (e == UTF32Encoding_L()) return v.bytes / 4;
-    return -1;
-}
-
-int32_t qv::strlib::walk_to_char(const View &v, int32_t n) {
-    if (n <= 0) return 0;
-    if (v.encoding->utf8_direct && v.encoding->max_bytes > 1) {
-        const auto *p = reinterpret_cast<const uint8_t *>(v.text);
-        int32_t i = 0;
-        for (int32_t k = 0; k < n && i < v.bytes; ++k) {
-            UChar32 c;
-            U8_NEXT(p, i, v.bytes, c);
-        }
-        return i;
-    }
-    if (v.encoding == UTF16Encoding_L()) {
-        int32_t units = v.bytes / 2, i = 0;
-        for (int32_t k = 0; k < n && i < units; ++k) {
-            uint16_t lead, trail;
-            std::memcpy(&lead, v.text + 2 * i++, 2);
-            if (U16_IS_LEAD(lead) && i < units) {
-                std::memcpy(&trail, v.text + 2 * i, 2);
-                if (U16_IS_TRAIL(trail)) ++i;
-            }
-        }
-        return 2 * i;
-    }
-    if (v.encoding == UTF32Encoding_L()) return 4LL * n > v.bytes ? v.bytes : 4 * n;
-    if (single_byte(v.encoding)) return n < v.bytes ? n : v.bytes;
-    return -1;
-}
-
-namespace {
-
-// Bytes of the first n characters of a text in another encoding: the length of their
-// re-encoding, which for a stateless encoding is the bytes they came from.
-int32_t bytes_through_code_points(const View &v, int32_t n) {
-    CodePoints cps;
-    if (!decode(v, cps)) return 0;
-    if (n >= cps.count) return v.bytes;
-    int32_t bytes = 0;
-    HeapBlock text(encode_text(cps.data, n, v.encoding, &bytes));
-    return text.get() != nullptr ? bytes : 0;
-}
-
 int32_t sign_of(int64_t difference) {
     return difference < 0 ? -1 : difference > 0 ? 1 : 0;
 }
 
-int32_t compare_bytes(const View &a, const View &b, int32_t limit) {
-    int32_t n = a.bytes < b.bytes ? a.bytes : b.bytes;
-    if (limit >= 0 && limit < n) n = limit;
-    int r = n > 0 ? std::memcmp(a.text, b.text, n) : 0;
-    if (r != 0) return sign_of(r);
-    int32_t la = limit >= 0 && limit < a.bytes ? limit : a.bytes;
-    int32_t lb = limit >= 0 && limit < b.bytes ? limit : b.bytes;
+int32_t ascii_lower(int32_t c) {
+    return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c;
+}
+
+// The code point ToLower_SL would leave in a text of encoding `e`.
+int32_t lower_in(const QV_ENCODING_T *e, int32_t c) {
+    if (c < 0x80) return ascii_lower(c);
+    int32_t lower = u_tolower(c);
+    return lower != c && can_encode(e, lower) ? lower : c;
+}
+
+// Compares the first `limit` (<0: all) characters of two sequences, read through at(i),
+// lower-cased when `fold`.
+template <class AtA, class AtB>
+int32_t compare_sequences(AtA a, int32_t na, const QV_ENCODING_T *ea, AtB b, int32_t nb,
+                          const QV_ENCODING_T *eb, int32_t limit, bool fold) {
+    int32_t la = limit >= 0 && limit < na ? limit : na;
+    int32_t lb = limit >= 0 && limit < nb ? limit : nb;
+    int32_t n = std::min(la, lb);
+    for (int32_t i = 0; i < n; ++i) {
+        int32_t ca = a(i), cb = b(i);
+        if (fold) ca = lower_in(ea, ca), cb = lower_in(eb, cb);
+        if (ca != cb) return ca < cb ? -1 : 1;
+    }
     return sign_of(static_cast<int64_t>(la) - lb);
 }
 
@@ -393,18 +427,29 @@ bool bytes_are_code_points(const View &v) {
     return ascii_bytes(v);
 }
 
-// Compares the first `limit` (<0: all) code points; null compares as empty.
-int32_t compare_code_points(const View &a, const View &b, int32_t limit) {
-    if (bytes_are_code_points(a) && bytes_are_code_points(b)) return compare_bytes(a, b, limit);
+// Compares the first `limit` (<0: all) code points, lower-cased as ToLower_SL would when not
+// case_sensitive; null compares as empty.
+int32_t compare_views(const View &a, const View &b, int32_t limit, bool case_sensitive) {
+    if (bytes_are_code_points(a) && bytes_are_code_points(b)) {
+        const auto *pa = reinterpret_cast<const uint8_t *>(a.text);
+        const auto *pb = reinterpret_cast<const uint8_t *>(b.text);
+        if (case_sensitive) {
+            int32_t la = limit >= 0 && limit < a.bytes ? limit : a.bytes;
+            int32_t lb = limit >= 0 && limit < b.bytes ? limit : b.bytes;
+            int32_t n = std::min(la, lb);
+            int r = n > 0 ? std::memcmp(pa, pb, static_cast<size_t>(n)) : 0;
+            return r != 0 ? sign_of(r) : sign_of(static_cast<int64_t>(la) - lb);
+        }
+        return compare_sequences([pa](int32_t i) -> int32_t { return pa[i]; }, a.bytes, a.encoding,
+                                 [pb](int32_t i) -> int32_t { return pb[i]; }, b.bytes, b.encoding,
+                                 limit, true);
+    }
     CodePoints ca, cb;
     if (!decode(a, ca) || !decode(b, cb)) return 0;
-    int32_t n = ca.count < cb.count ? ca.count : cb.count;
-    if (limit >= 0 && limit < n) n = limit;
-    for (int32_t i = 0; i < n; ++i)
-        if (ca.data[i] != cb.data[i]) return ca.data[i] < cb.data[i] ? -1 : 1;
-    int32_t la = limit >= 0 && limit < ca.count ? limit : ca.count;
-    int32_t lb = limit >= 0 && limit < cb.count ? limit : cb.count;
-    return sign_of(static_cast<int64_t>(la) - lb);
+    const int32_t *da = ca.data.get(), *db = cb.data.get();
+    return compare_sequences([da](int32_t i) { return da[i]; }, ca.count, a.encoding,
+                             [db](int32_t i) { return db[i]; }, cb.count, b.encoding, limit,
+                             !case_sensitive);
 }
 
 // The process collator, made on first use; null when ICU cannot make one.
@@ -418,23 +463,36 @@ icu::Collator *process_collator() {
     return collator.get();
 }
 
-// Lower-cased deep copy of a view, through the members themselves.
-struct LowerCopy {
-    QV_STRING_T copy{nullptr, nullptr};
-    explicit LowerCopy(const View &v) {
-        QV_STRING_T source{const_cast<char *>(v.text), v.encoding};
-        Astrcpy_SL(&copy, &source);
-        ToLower_SL(&copy);
-    }
-    LowerCopy(const LowerCopy &) = delete;
-    LowerCopy &operator=(const LowerCopy &) = delete;
-    ~LowerCopy() { FreeString_SL(&copy); }
-};
+// A heap copy of a view's text converted to `to` (*bytes its length): the encoding
+// service's conversion, or, when that holds a U+0000 (which would end the text), the text's
+// characters as decode() reads them. Null when it failed.
+char *converted_text(const View &v, const QV_ENCODING_T *to, int32_t *bytes) {
+    char *out = nullptr;
+    if (ConvertEncoding_L(v.encoding, v.text, v.bytes, to, &out, bytes) != 0) return nullptr;
+    if (byte_length(out, to) == *bytes) return out;
+    std::free(out);
+    CodePoints cps;
+    return decode(v, cps) ? encode_text(cps.data.get(), cps.count, to, bytes) : nullptr;
+}
 
-int32_t compare_views(const View &a, const View &b, int32_t n, uint8_t case_sensitive) {
-    if (case_sensitive) return compare_code_points(a, b, n);
-    LowerCopy la(a), lb(b);
-    return compare_code_points(view_of(&la.copy), view_of(&lb.copy), n);
+// True when [bytes, bytes + n) lies within the text of s (then appending it to s must read it
+// before s's text moves).
+bool lies_within(const QV_STRING_T *s, int32_t s_bytes, const char *bytes) {
+    auto at = reinterpret_cast<uintptr_t>(bytes), begin = reinterpret_cast<uintptr_t>(s->text);
+    return at >= begin && at <= begin + static_cast<uintptr_t>(s_bytes);
+}
+
+// Appends through code points, for encodings whose texts do not join by their bytes (a
+// byte-order mark, a shift state).
+QV_STRING_T *append_code_points(QV_STRING_T *dst, const View &base, const View &add) {
+    CodePoints a, b;
+    if (!decode(base, a) || !decode(add, b)) return dst;
+    qv::HeapArray<int32_t> joined(new_code_points(int64_t{a.count} + b.count));
+    if (joined == nullptr) return dst;
+    std::copy_n(a.data.get(), a.count, joined.get());
+    std::copy_n(b.data.get(), b.count, joined.get() + a.count);
+    store_code_points(dst, joined.get(), a.count + b.count);
+    return dst;
 }
 
 } // namespace
@@ -500,24 +558,27 @@ QV_STRING_T *Astrcat_SL(QV_STRING_T *dst, const QV_STRING_T *src) {
         return dst;
     }
     View base = view_of(dst);
-    HeapBlock converted;
+    if (!qv::bytes_concatenate(base.encoding) || !qv::bytes_concatenate(add.encoding))
+        return append_code_points(dst, base, add);
+    qv::HeapText converted;
     const char *bytes = add.text;
     int32_t n = add.bytes;
     if (add.encoding != base.encoding && !(base.encoding->ascii_compatible &&
                                            add.encoding->ascii_compatible && all_ascii(bytes, n))) {
-        char *out = nullptr;
-        if (ConvertEncoding_L(add.encoding, add.text, add.bytes, base.encoding, &out, &n) != 0)
-            return dst;
-        converted.reset(out);
-        bytes = out;
+        converted.reset(converted_text(add, base.encoding, &n));
+        if (converted == nullptr) return dst;
+        bytes = converted.get();
     }
+    // The text appended may be (part of) dst's own, which the reallocation moves.
+    const bool own = lies_within(dst, base.bytes, bytes);
+    const ptrdiff_t offset = bytes - dst->text;
     int32_t w = terminator_width(base.encoding);
     size_t size = static_cast<size_t>(base.bytes) + n + w;
     auto *text = static_cast<char *>(QV_REALLOC(dst->text, size));
     if (text == nullptr) return dst;
-    std::memcpy(text + base.bytes, bytes, n);
-    std::memset(text + base.bytes + n, 0, w);
     dst->text = text;
+    std::memmove(text + base.bytes, own ? text + offset : bytes, n);
+    std::memset(text + base.bytes + n, 0, w);
     return dst;
 }
 
@@ -543,11 +604,13 @@ QV_STRING_T *Asprintf_SL(QV_STRING_T *dst, const char *format, ...) {
     return dst;
 }
 
+// U+0000 would end the text it stands in, so it gives null like a value the encoding cannot
+// hold.
 QV_STRING_T *CodePointToString_SL(QV_STRING_T *dst, int32_t code_point,
                                   const QV_ENCODING_T *encoding) {
     if (SetNull_SL(dst) == nullptr) return nullptr;
     const QV_ENCODING_T *e = encoding != nullptr ? encoding : PlatformEncoding_L();
-    if (!can_encode(e, code_point)) return nullptr;
+    if (code_point == 0 || !can_encode(e, code_point)) return nullptr;
     if (!set_code_points(dst, &code_point, 1, e)) return nullptr;
     dst->encoding = encoding;
     return dst;
@@ -572,21 +635,14 @@ int32_t Bytelen_SL(const QV_STRING_T *s, uint8_t with_terminator) {
 
 int32_t BytesForChars_SL(const QV_STRING_T *s, int32_t n) {
     View v = view_of(s);
-    if (v.is_null() || n <= 0) return 0;
-    if (bytes_are_chars(v)) return n < v.bytes ? n : v.bytes;
-    if (!force_code_point_path) {
-        int32_t walked = walk_to_char(v, n);
-        if (walked >= 0) return walked;
-    }
-    return bytes_through_code_points(v, n);
+    return bytes_for_chars(v, n, v.bytes);
 }
 
 int32_t GetBytesFromChars_SL(const QV_STRING_T *s, int32_t n, char *buffer, int32_t capacity) {
     const QV_ENCODING_T *e = encoding_of(s);
     int32_t w = terminator_width(e);
     if (buffer == nullptr || capacity < w) return -1;
-    int32_t bytes = BytesForChars_SL(s, n);
-    while (bytes > capacity - w) bytes = BytesForChars_SL(s, --n);
+    int32_t bytes = bytes_for_chars(view_of(s), n, capacity - w);
     if (bytes > 0) std::memcpy(buffer, s->text, bytes);
     std::memset(buffer + bytes, 0, w);
     return bytes;
@@ -602,30 +658,30 @@ uint8_t IsEmpty_SL(const QV_STRING_T *s) {
 // ---- Comparison -------------------------------------------------------------------------
 
 int32_t Strcmp_SL(const QV_STRING_T *a, const QV_STRING_T *b) {
-    return compare_code_points(view_of(a), view_of(b), -1);
+    return compare_views(view_of(a), view_of(b), -1, true);
 }
 
 int32_t Strcoll_SL(const QV_STRING_T *a, const QV_STRING_T *b) {
     View va = view_of(a), vb = view_of(b);
     icu::Collator *collator = process_collator();
-    if (collator == nullptr) return compare_code_points(va, vb, -1);
+    if (collator == nullptr) return compare_views(va, vb, -1, true);
     CodePoints ca, cb;
     if (!decode(va, ca) || !decode(vb, cb)) return 0;
-    icu::UnicodeString ua = icu::UnicodeString::fromUTF32(ca.data, ca.count);
-    icu::UnicodeString ub = icu::UnicodeString::fromUTF32(cb.data, cb.count);
+    icu::UnicodeString ua = icu::UnicodeString::fromUTF32(ca.data.get(), ca.count);
+    icu::UnicodeString ub = icu::UnicodeString::fromUTF32(cb.data.get(), cb.count);
     UErrorCode status = U_ZERO_ERROR;
     UCollationResult r = collator->compare(ua, ub, status);
-    if (U_FAILURE(status)) return compare_code_points(va, vb, -1);
+    if (U_FAILURE(status)) return compare_views(va, vb, -1, true);
     return r == UCOL_LESS ? -1 : r == UCOL_GREATER ? 1 : 0;
 }
 
 int32_t Strcomp_SL(const QV_STRING_T *a, const QV_STRING_T *b, int32_t n, uint8_t case_sensitive) {
-    return compare_views(view_of(a), view_of(b), n, case_sensitive);
+    return compare_views(view_of(a), view_of(b), n, case_sensitive != 0);
 }
 
 int32_t StrcompE_SL(const QV_STRING_T *a, const char *text, const QV_ENCODING_T *encoding,
                     int32_t n, uint8_t case_sensitive) {
-    return compare_views(view_of(a), view_of(text, encoding), n, case_sensitive);
+    return compare_views(view_of(a), view_of(text, encoding), n, case_sensitive != 0);
 }
 
 // Two UTF-8 texts, or two texts in the same single-byte encoding, go to the matchers as they
@@ -636,24 +692,20 @@ uint8_t Is_Like_SL(const QV_STRING_T *text, const QV_STRING_T *pattern) {
     const QV_ENCODING_T *te = encoding_of(text), *pe = encoding_of(pattern);
     const char *text_bytes = text != nullptr ? text->text : nullptr;
     if (is_utf8(te) && is_utf8(pe)) return Is_Like8_L(text_bytes, pattern->text);
-    if (te == pe && single_byte(te) && !force_code_point_path)
-        return Is_Like_L(text_bytes, pattern->text);
     View t = view_of(text), p = view_of(pattern);
     static const char kEmpty[4] = {0, 0, 0, 0};
     if (t.is_null()) t = view_of(kEmpty, t.encoding);
     if (bytes_are_chars(t) && bytes_compatible(t, p) && bytes_compatible(p, t))
         return Is_Like_L(t.text, p.text);
     const char *side[2] = {t.text, p.text};
-    HeapBlock converted[2];
+    qv::HeapText converted[2];
     const View *views[2] = {&t, &p};
     for (int i = 0; i < 2; ++i) {
-        if (views[i]->encoding->utf8_direct) continue;
-        char *out = nullptr;
-        if (ConvertEncoding_L(views[i]->encoding, views[i]->text, views[i]->bytes, UTF8Encoding_L(),
-                              &out, nullptr) != 0)
-            return 0;
-        converted[i].reset(out);
-        side[i] = out;
+        if (is_utf8(views[i]->encoding) || ascii_bytes(*views[i])) continue;
+        int32_t bytes = 0;
+        converted[i].reset(converted_text(*views[i], UTF8Encoding_L(), &bytes));
+        if (converted[i] == nullptr) return 0;
+        side[i] = converted[i].get();
     }
     return Is_Like8_L(side[0], side[1]);
 }

@@ -171,7 +171,7 @@ NumberKind number_kind(At at, int32_t n, const Separators &sep) {
 }
 
 template <class Body>
-auto with_code_points(const View &v, Body body) -> decltype(body([](int32_t) { return 0; }, 0)) {
+auto with_code_points(const View &v, Body body) {
     if (ascii_bytes(v))
         return body(
             [&](int32_t i) { return static_cast<int32_t>(static_cast<uint8_t>(v.text[i])); },
@@ -229,20 +229,37 @@ void map_code_points(QV_STRING_T *s, Map map) {
         int32_t mapped = map(i, cps.data[i]);
         if (mapped != cps.data[i] && can_encode(v.encoding, mapped)) cps.data[i] = mapped;
     }
-    store_code_points(s, cps.data, cps.count);
+    store_code_points(s, cps.data.get(), cps.count);
 }
 
-// ASCII bytes mapped in place while they last; true when the whole text was done.
-template <class Map>
-bool map_ascii_in_place(QV_STRING_T *s, Map map) {
+// The letters of eight ASCII bytes in another case: `from` is the first letter of the case
+// they leave ('a' or 'A'). Each byte plus (0x80 - from) has its high bit set from `from` on,
+// plus (0x80 - from - 26) from past the last letter on; the bytes between get 0x20 moved.
+uint64_t swap_case_of_letters(uint64_t word, char from) {
+    constexpr uint64_t ones = 0x0101010101010101ULL;
+    const uint64_t at_or_after = word + ones * static_cast<uint8_t>(0x80 - from);
+    const uint64_t past = word + ones * static_cast<uint8_t>(0x80 - from - 26);
+    const uint64_t letters = (at_or_after ^ past) & ones * 0x80;
+    return from == 'a' ? word - (letters >> 2) : word + (letters >> 2);
+}
+
+// The ASCII letters of an ASCII text (in an encoding where ASCII bytes are characters) in
+// upper or lower case, in place; false (nothing done) when the text is not all ASCII.
+bool ascii_case_in_place(QV_STRING_T *s, bool upper) {
     const QV_ENCODING_T *e = encoding_of(s);
-    if (force_code_point_path || !e->ascii_compatible || e->terminator_width != 1 ||
-        !(single_byte(e) || e->utf8_direct))
-        return false;
-    for (auto *p = reinterpret_cast<unsigned char *>(s->text); *p != 0; ++p) {
-        if (*p >= 0x80) return false;
-        *p = static_cast<unsigned char>(map(*p));
+    if (force_code_point_path || !ascii_byte_is_char(e)) return false;
+    const size_t n = std::strlen(s->text);
+    if (!qv::utf::all_ascii(s->text, n)) return false;
+    const char from = upper ? 'a' : 'A';
+    size_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        uint64_t word;
+        std::memcpy(&word, s->text + i, 8);
+        word = swap_case_of_letters(word, from);
+        std::memcpy(s->text + i, &word, 8);
     }
+    for (; i < n; ++i)
+        if (s->text[i] >= from && s->text[i] < from + 26) s->text[i] ^= 0x20;
     return true;
 }
 
@@ -253,11 +270,10 @@ int32_t ascii_lower(int32_t c) {
     return c >= 'A' && c <= 'Z' ? c + 32 : c;
 }
 
-template <class Map>
-QV_STRING_T *change_case(QV_STRING_T *s, Map ascii_map, UChar32 (*unicode_map)(UChar32)) {
+QV_STRING_T *change_case(QV_STRING_T *s, bool upper) {
     if (s == nullptr || s->text == nullptr) return s;
-    if (map_ascii_in_place(s, ascii_map)) return s;
-    map_code_points(s, [&](int32_t, int32_t cp) { return unicode_map(cp); });
+    if (ascii_case_in_place(s, upper)) return s;
+    map_code_points(s, [&](int32_t, int32_t cp) { return upper ? u_toupper(cp) : u_tolower(cp); });
     return s;
 }
 
@@ -321,10 +337,10 @@ int32_t ToInteger_SL(const QV_STRING_T *s, int64_t *value) {
 // ---- Case -------------------------------------------------------------------------------
 
 QV_STRING_T *ToLower_SL(QV_STRING_T *s) {
-    return change_case(s, ascii_lower, u_tolower);
+    return change_case(s, false);
 }
 QV_STRING_T *ToUpper_SL(QV_STRING_T *s) {
-    return change_case(s, ascii_upper, u_toupper);
+    return change_case(s, true);
 }
 
 QV_STRING_T *Initcap_SL(QV_STRING_T *s) {

@@ -10,7 +10,6 @@
 #define QV_MODULE "qvstrlib"
 
 #include <unicode/uchar.h>
-#include <unicode/utf8.h>
 
 #include <climits>
 #include <cstring>
@@ -35,30 +34,26 @@ Seq<uint8_t> byte_seq(const View &v) {
     return {reinterpret_cast<const uint8_t *>(v.text), v.bytes};
 }
 Seq<int32_t> cp_seq(const CodePoints &c) {
-    return {c.data, c.count};
+    return {c.data.get(), c.count};
 }
 
 // A growing result; `failed` after an allocation failure with no context open.
 template <class T>
 class Out {
   public:
-    Out() = default;
-    Out(const Out &) = delete;
-    Out &operator=(const Out &) = delete;
-    ~Out() { std::free(data_); }
     void push(T c) {
         if (reserve(1)) data_[n_++] = c;
     }
     void append(Seq<T> s, int32_t from = 0, int32_t to = -1) {
         if (to < 0) to = s.n;
         if (to > from && reserve(to - from)) {
-            std::memcpy(data_ + n_, s.data + from, sizeof(T) * (to - from));
+            std::memcpy(data_.get() + n_, s.data + from, sizeof(T) * (to - from));
             n_ += to - from;
         }
     }
     bool failed() const { return failed_; }
     int32_t size() const { return n_; }
-    const T *data() const { return data_; }
+    const T *data() const { return data_.get(); }
 
   private:
     bool reserve(int32_t more) {
@@ -69,13 +64,14 @@ class Out {
             QV_RAISE(ALLOC_FAILURE);
             return !(failed_ = true);
         }
-        void *grown = QV_REALLOC(data_, static_cast<size_t>(cap) * sizeof(T));
+        void *grown = QV_REALLOC(data_.get(), static_cast<size_t>(cap) * sizeof(T));
         if (grown == nullptr) return !(failed_ = true);
-        data_ = static_cast<T *>(grown);
+        (void)data_.release();
+        data_.reset(static_cast<T *>(grown));
         cap_ = static_cast<int32_t>(cap);
         return true;
     }
-    T *data_ = nullptr;
+    qv::HeapArray<T> data_;
     int32_t n_ = 0, cap_ = 0;
     bool failed_ = false;
 };
@@ -98,11 +94,13 @@ int32_t store(QV_STRING_T *s, const Out<T> &out) {
     return text != nullptr ? out.size() : 0;
 }
 
-// out receives the result in `encoding`; returns its length or -1 on failure.
+// out receives the result in `encoding`; returns its length, or -1 on failure or for a null
+// out.
 template <class T>
 int32_t store_into(QV_STRING_T *out, const Out<T> &result, const QV_ENCODING_T *encoding) {
-    char *text = make_text(result, encoding != nullptr ? encoding : PlatformEncoding_L());
     SetNull_SL(out);
+    if (out == nullptr) return -1;
+    char *text = make_text(result, encoding != nullptr ? encoding : PlatformEncoding_L());
     if (text == nullptr) return -1;
     out->text = text;
     out->encoding = encoding;
@@ -172,14 +170,15 @@ Window substring_window(int32_t n, int32_t start, int32_t length) {
 }
 
 // Byte range of characters [begin, end) without decoding, or false when the encoding is not
-// walked inline.
+// walked inline or the range holds an invalid sequence (which a copy must not keep).
 bool byte_range(const View &v, Window w, int32_t *from, int32_t *to) {
     if (force_code_point_path) return false;
     *from = walk_to_char(v, w.begin);
     if (*from < 0) return false;
     View rest{v.text + *from, v.bytes - *from, v.encoding};
-    *to = *from + walk_to_char(rest, w.end - w.begin);
-    return true;
+    bool clean = true;
+    *to = *from + walk_chars(rest, w.end - w.begin, rest.bytes, &clean);
+    return clean;
 }
 
 // Where a quote-aware scan for c stops (0-based), or -1.
@@ -212,19 +211,6 @@ int32_t trim_bounds(Seq<T> s, Seq<T> set, int32_t where, int32_t *end) {
     return begin;
 }
 
-// True when the n bytes of a UTF-8 needle are valid and hold no U+FFFD. Such a needle's bytes
-// occur in a UTF-8 text exactly where its characters do: an invalid sequence in the text
-// reads as U+FFFD, which the needle cannot match, and a valid character has one encoding.
-bool clean_utf8(const char *needle, int32_t n) {
-    const auto *p = reinterpret_cast<const uint8_t *>(needle);
-    for (int32_t i = 0; i < n;) {
-        UChar32 c;
-        U8_NEXT(p, i, n, c);
-        if (c < 0 || c == 0xFFFD) return false;
-    }
-    return true;
-}
-
 // Bytes of a needle that can be looked for byte by byte in a text in `e` (UTF-8 or
 // single-byte): ASCII, a needle in the same single-byte encoding, or a clean UTF-8 needle in
 // UTF-8 text. Its byte length, 0 when empty, -1 when it must be decoded.
@@ -238,8 +224,8 @@ int32_t byte_searchable_length(const QV_ENCODING_T *e, const QV_STRING_T *search
     if (n > INT32_MAX) return -1;
     auto m = static_cast<int32_t>(n);
     if ((seen & 0x80) == 0) return m;
-    if (single_byte(e)) return se == e ? m : -1;
-    return is_utf8(se) && clean_utf8(needle, m) ? m : -1;
+    if (single_byte(e)) return se == e && single_bytes_valid(e, needle, m) ? m : -1;
+    return is_utf8(se) && qv::utf::is_clean_utf8(needle, n) ? m : -1;
 }
 
 // InString_SL forward when the needle can be looked for byte by byte in a UTF-8 or
@@ -308,6 +294,7 @@ int32_t InString_SL(const QV_STRING_T *s, const QV_STRING_T *search, int32_t sta
                 if (++seen == occurrence) return at + 1;
             return 0;
         }
+        if (nd.n == 0) return 0; // a search text of bytes without characters
         int64_t last = static_cast<int64_t>(hay.n) + start;
         if (last > hay.n - nd.n) last = hay.n - nd.n;
         for (auto at = static_cast<int32_t>(last); at >= 0; --at)
@@ -360,20 +347,23 @@ bool window_in_ascii_prefix(const QV_STRING_T *s, int32_t start, int32_t length,
     int64_t begin = start > 0 ? start - 1LL : 0;
     auto end = static_cast<size_t>(begin + length);
     auto bytes = static_cast<int32_t>(strnlen(s->text, end)); // end < 2^32, so bytes fits
-    if (!single_byte(e) && !all_ascii(s->text, bytes)) return false;
+    if (single_byte(e) ? !single_bytes_valid(e, s->text, bytes) : !all_ascii(s->text, bytes))
+        return false;
     *from = begin < bytes ? static_cast<int32_t>(begin) : bytes;
     *to = bytes;
     return true;
 }
 
 // A UTF-8 window counted from the start, walked without counting the whole text; the
-// characters taken, or -1 when this way does not apply.
+// characters taken, or -1 when this way does not apply (or the window holds an invalid
+// sequence).
 int32_t utf8_window(const View &v, int32_t start, int32_t length, int32_t *from, int32_t *to) {
     if (force_code_point_path || start < 0 || length < 0 || !is_utf8(v.encoding)) return -1;
     *from = walk_to_char(v, start > 0 ? start - 1 : 0);
     View rest{v.text + *from, v.bytes - *from, v.encoding};
-    *to = *from + walk_to_char(rest, length);
-    return count_chars(View{rest.text, *to - *from, v.encoding});
+    bool clean = true;
+    *to = *from + walk_chars(rest, length, rest.bytes, &clean);
+    return clean ? count_chars(View{rest.text, *to - *from, v.encoding}) : -1;
 }
 
 // out receives bytes [from, to) of s's text, in s's encoding; returns `characters`, or -1
@@ -492,8 +482,8 @@ int32_t Translate_SL(const QV_STRING_T *s, const QV_STRING_T *from, const QV_STR
     }
     CodePoints cs, cf, ct;
     if (!decode(v, cs) || !decode(vf, cf) || !decode(vt, ct)) return 0;
-    HeapBlock work(new_code_points(cs.count + 1));
-    auto *mapped = reinterpret_cast<int32_t *>(work.get());
+    qv::HeapArray<int32_t> work(new_code_points(cs.count + 1));
+    int32_t *mapped = work.get();
     if (mapped == nullptr) return 0;
     int32_t n = 0;
     for (int32_t i = 0; i < cs.count; ++i) {
@@ -559,7 +549,7 @@ int32_t RemoveFirstChar_SL(QV_STRING_T *s) {
     CodePoints cps;
     if (!decode(v, cps) || cps.count == 0) return -1;
     int32_t c = cps.data[0];
-    return store_code_points(s, cps.data + 1, cps.count - 1) ? c : -1;
+    return store_code_points(s, cps.data.get() + 1, cps.count - 1) ? c : -1;
 }
 
 int32_t RemoveLastChar_SL(QV_STRING_T *s) {
@@ -573,7 +563,7 @@ int32_t RemoveLastChar_SL(QV_STRING_T *s) {
     CodePoints cps;
     if (!decode(v, cps) || cps.count == 0) return -1;
     int32_t c = cps.data[cps.count - 1];
-    return store_code_points(s, cps.data, cps.count - 1) ? c : -1;
+    return store_code_points(s, cps.data.get(), cps.count - 1) ? c : -1;
 }
 
 QV_STRING_T *AStripAlNum_SL(QV_STRING_T *dst, const QV_STRING_T *src) {
@@ -593,7 +583,8 @@ QV_STRING_T *AStripAlNum_SL(QV_STRING_T *dst, const QV_STRING_T *src) {
 int32_t MakePrintable_SL(QV_STRING_T *s, int32_t replacement) {
     View v = view_of(s);
     if (v.is_null()) return 0;
-    if (replacement >= 0 && !can_encode(v.encoding, replacement)) replacement = -1;
+    if (replacement == 0 || (replacement > 0 && !can_encode(v.encoding, replacement)))
+        replacement = -1; // U+0000 would end the text
     auto body = [&](auto text, auto, auto) {
         using T = std::remove_cv_t<std::remove_reference_t<decltype(text[0])>>;
         Out<T> out;
@@ -697,7 +688,8 @@ int32_t Pad_SL(QV_STRING_T *s, int32_t length, const QV_STRING_T *pad, uint8_t a
         Out<T> out;
         int32_t keep = text.n < length ? text.n : length;
         if (!at_left) out.append(text, 0, keep);
-        for (int32_t i = 0; i < length - keep; ++i) out.push(fill[i % fill.n]);
+        for (int32_t i = 0; i < length - keep; ++i)
+            out.push(fill.n > 0 ? fill[i % fill.n] : static_cast<T>(' ')); // a pad of no characters
         if (at_left) out.append(text, 0, keep);
         return store(s, out);
     });
@@ -713,8 +705,8 @@ int32_t Soundex_SL(const QV_STRING_T *s, QV_STRING_T *out) {
     } else {
         CodePoints cps;
         if (!decode(v, cps)) return 0;
-        HeapBlock ascii(QV_MALLOC(static_cast<size_t>(cps.count) + 1));
-        if (ascii.get() == nullptr) return 0;
+        qv::HeapText ascii(static_cast<char *>(QV_MALLOC(static_cast<size_t>(cps.count) + 1)));
+        if (ascii == nullptr) return 0;
         for (int32_t i = 0; i < cps.count; ++i)
             ascii.get()[i] = static_cast<char>(cps.data[i] < 0x80 ? cps.data[i] : 0x1A);
         ascii.get()[cps.count] = 0;

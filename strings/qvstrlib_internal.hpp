@@ -3,20 +3,27 @@
 // A string argument is read as a View: its text, byte length (without terminator) and
 // encoding (never null here). A View is handled on the byte path when its bytes stand for
 // characters, and otherwise as an array of 32-bit code points (CodePoints) decoded from the
-// text: UTF-8, UTF-16 and UTF-32 in the platform's byte order inline, single-byte encodings
-// byte by byte, anything else through the encoding service. Results built as code points are
-// encoded back into the string's encoding with encode_text.
+// text: UTF-8, UTF-16 and UTF-32 in the platform's byte order inline with the decoders of
+// utf.hpp, single-byte encodings through their byte table, anything else through the
+// encoding service. Results built as code points are encoded back into the string's
+// encoding with encode_text.
 //
-// Heap blocks are held by small owners that free them in their destructors, so a raise that
-// unwinds through a member leaves nothing behind.
+// Invalid sequences read as U+FFFD on both paths. A result built from characters writes
+// them as the encoding's substitution character, so the byte path copies a run of bytes
+// only when every character in it is valid (clean).
+//
+// Heap blocks are held by qv::HeapArray / qv::HeapText, so a raise that unwinds through a
+// member leaves nothing behind.
 #pragma once
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
+#include "core/heap.hpp"
 #include "qv/encoding.h"
 #include "qv/qvstrlib.h"
+#include "strings/utf.hpp"
 
 namespace qv::strlib {
 
@@ -42,29 +49,8 @@ int32_t byte_length(const char *text, const QV_ENCODING_T *encoding);
 View view_of(const QV_STRING_T *s);
 View view_of(const char *text, const QV_ENCODING_T *encoding);
 
-// True when every byte of the n bytes is below 0x80. Eight bytes are read at a time and OR-ed
-// together, looked at every 32 bytes; the last word overlaps the ones before it, so short
-// texts cost a few loads.
 inline bool all_ascii(const char *text, int32_t n) {
-    constexpr uint64_t kHigh = 0x8080808080808080ULL;
-    auto word = [text](int32_t at) {
-        uint64_t w;
-        std::memcpy(&w, text + at, 8);
-        return w;
-    };
-    if (n < 8) {
-        unsigned seen = 0;
-        for (int32_t i = 0; i < n; ++i) seen |= static_cast<unsigned char>(text[i]);
-        return (seen & 0x80) == 0;
-    }
-    uint64_t seen = word(n - 8);
-    int32_t i = 0;
-    for (; i + 32 <= n; i += 32) {
-        seen |= word(i) | word(i + 8) | word(i + 16) | word(i + 24);
-        if ((seen & kHigh) != 0) return false;
-    }
-    for (; i + 8 <= n; i += 8) seen |= word(i);
-    return (seen & kHigh) == 0;
+    return utf::all_ascii(text, static_cast<size_t>(n));
 }
 // One byte per character, ASCII-compatible, one-byte terminator.
 inline bool single_byte(const QV_ENCODING_T *e) {
@@ -80,12 +66,15 @@ inline bool is_utf8(const QV_ENCODING_T *e) {
 inline bool ascii_byte_is_char(const QV_ENCODING_T *e) {
     return e->ascii_compatible && e->terminator_width == 1 && (single_byte(e) || is_utf8(e));
 }
-// Bytes stand for characters (lengths, positions, byte matching are exact).
+// True when each of the n bytes of a single-byte text is a character of its encoding (an
+// ASCII text, a Latin-1 one, or one avoiding the bytes that are no character).
+bool single_bytes_valid(const QV_ENCODING_T *e, const char *text, int32_t n);
+// Bytes stand for characters (lengths, positions, byte matching and copying are exact).
 inline bool bytes_are_chars(const View &v) {
     if (force_code_point_path) return false;
     const QV_ENCODING_T *e = v.encoding;
     if (!e->ascii_compatible || e->terminator_width != 1) return false;
-    return single_byte(e) || all_ascii(v.text, v.bytes);
+    return single_byte(e) ? single_bytes_valid(e, v.text, v.bytes) : all_ascii(v.text, v.bytes);
 }
 // The text is ASCII: bytes are characters and byte properties are character properties.
 inline bool ascii_bytes(const View &v) {
@@ -100,37 +89,10 @@ inline bool bytes_compatible(const View &main, const View &other) {
     return other.encoding == main.encoding || all_ascii(other.text, other.bytes);
 }
 
-// An owned heap block (free() in the destructor).
-class HeapBlock {
-  public:
-    HeapBlock() = default;
-    explicit HeapBlock(void *block) : block_(block) {}
-    HeapBlock(const HeapBlock &) = delete;
-    HeapBlock &operator=(const HeapBlock &) = delete;
-    ~HeapBlock() { std::free(block_); }
-    char *get() const { return static_cast<char *>(block_); }
-    char *release() {
-        char *out = get();
-        block_ = nullptr;
-        return out;
-    }
-    void reset(void *block) {
-        std::free(block_);
-        block_ = block;
-    }
-
-  private:
-    void *block_ = nullptr;
-};
-
 // Decoded code points of a text.
 struct CodePoints {
-    int32_t *data = nullptr;
+    HeapArray<int32_t> data;
     int32_t count = 0;
-    CodePoints() = default;
-    CodePoints(const CodePoints &) = delete;
-    CodePoints &operator=(const CodePoints &) = delete;
-    ~CodePoints() { std::free(data); }
 };
 
 // Decodes a view (a null view gives 0 code points). False when allocation failed.
@@ -160,10 +122,16 @@ bool is_digit(int32_t cp);
 bool is_alnum(int32_t cp);
 
 // Characters of a view walked inline (UTF-8, UTF-16, UTF-32, single-byte): -1 for other
-// encodings. walk_to_char: byte offset of character n (0-based), the byte length when the
-// text is shorter; -1 for other encodings.
+// encodings.
 int32_t count_chars(const View &v);
-int32_t walk_to_char(const View &v, int32_t n);
+// Byte offset of character n (0-based) of a view walked inline, or of the first character
+// that would end beyond `limit` bytes, whichever comes first (the byte length when the text
+// is shorter); -1 for other encodings. *clean, when given, becomes false when an invalid
+// sequence lies before that offset.
+int32_t walk_chars(const View &v, int32_t n, int32_t limit, bool *clean = nullptr);
+inline int32_t walk_to_char(const View &v, int32_t n) {
+    return walk_chars(v, n, v.bytes);
+}
 
 // Finds needle (m code points) in hay (n) from index `from`; -1 when absent.
 int32_t find_code_points(const int32_t *hay, int32_t n, const int32_t *needle, int32_t m,

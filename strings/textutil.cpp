@@ -3,8 +3,8 @@
 // UUIDs.
 //
 // The plain forms treat one byte as one character; the ...8 forms step over UTF-8
-// characters with the encoding service's decoder (an invalid sequence is one character),
-// so both give the same answers on ASCII text. Letter case here is ASCII only.
+// characters with the decoder of utf.hpp (an invalid sequence is one character), so both
+// give the same answers on ASCII text. Letter case here is ASCII only.
 #include <array>
 #include <bit>
 #include <cstring>
@@ -18,6 +18,7 @@
 #include "core/raise.hpp"
 #include "qv/encoding.h"
 #include "qv/textutil.h"
+#include "strings/utf.hpp"
 
 namespace {
 
@@ -46,19 +47,20 @@ bool is_byte_space(unsigned char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-// Bytes taken by the character at `text` (at least 1 unless at the terminator).
-size_t utf8_step(const char *text) {
+// Bytes taken by the character at `text` (at least 1 unless at the terminator), and its
+// code point (U+FFFD for an invalid sequence). The terminator is never a trail byte, so a
+// bound of 4 cannot read past it.
+size_t utf8_code_point(const char *text, int32_t *code_point) {
+    *code_point = 0;
     if (*text == '\0') return 0;
-    if (static_cast<unsigned char>(*text) < 0x80) return 1;
-    int32_t ignored;
-    // The terminator is never a trail byte, so a bound of 4 cannot read past it.
-    size_t length = strnlen(text, 4);
-    return static_cast<size_t>(DecodeUTF8_L(text, static_cast<int32_t>(length), &ignored));
+    const auto length = static_cast<int32_t>(strnlen(text, 4));
+    return static_cast<size_t>(qv::utf::decode_utf8(text, length, *code_point));
 }
 
-size_t utf8_code_point(const char *text, int32_t *code_point) {
-    size_t length = strnlen(text, 4);
-    return static_cast<size_t>(DecodeUTF8_L(text, static_cast<int32_t>(length), code_point));
+size_t utf8_step(const char *text) {
+    int32_t ignored;
+    return static_cast<unsigned char>(*text) < 0x80 ? (*text != '\0')
+                                                    : utf8_code_point(text, &ignored);
 }
 
 // ---------------------------------------------------------------------------------------
@@ -68,25 +70,27 @@ size_t utf8_code_point(const char *text, int32_t *code_point) {
 // LIKE matching without recursion: on a mismatch the matcher goes back to the last "%" seen
 // and lets it swallow more text. Each "%" only moves forward, so the work is at most (text
 // length x pattern length) and usually linear. A character is one byte in the byte form and
-// one UTF-8 character in the UTF-8 form (an invalid sequence is one character, as
-// DecodeUTF8_L steps over it).
+// one UTF-8 character in the UTF-8 form, where characters compare by code point: every
+// invalid sequence (one character, as DecodeUTF8_L steps over it) reads as U+FFFD.
 //
-// Literal runs between wildcards are compared as a whole with memcmp, which gives the same
-// answer as comparing them character by character. After a "%", the matcher looks for the
-// next place where the literal run that follows it occurs (memchr on its first byte, then
-// memcmp) instead of trying every character in between. In the UTF-8 form this is exact
-// because every byte other than a trail byte (0x80-0xBF) starts a character; a run that
-// starts with a trail byte is looked for character by character.
+// Literal runs between wildcards are compared as a whole with memcmp. In the UTF-8 form,
+// equal bytes match when they end where a character of the text ends (or the run is clean:
+// valid UTF-8 holding no U+FFFD, whose last character is whole); bytes that first differ in
+// two ASCII bytes do not match; otherwise the run is compared character by character, unless
+// it is clean (an invalid sequence of the text reads as U+FFFD, which equals none of its
+// characters). After a "%", the matcher looks for the next place where the literal run that
+// follows it can match (memchr on its first byte) instead of trying every character in
+// between; this is exact when the run's first character is valid and not U+FFFD, since that
+// character is the same bytes wherever it occurs. Other runs are looked for character by
+// character.
 
 constexpr char kLikeSpecials[] = "%_\\";
 
 template <bool Utf8>
 size_t like_step(const char *t, const char *end) {
     if (!Utf8 || static_cast<unsigned char>(*t) < 0x80) return 1;
-    ptrdiff_t left = end - t;
-    int32_t ignored;
     return static_cast<size_t>(
-        DecodeUTF8_L(t, left < 4 ? static_cast<int32_t>(left) : 4, &ignored));
+        qv::utf::utf8_step(t, static_cast<int32_t>(std::min<ptrdiff_t>(end - t, 4))));
 }
 
 // The literal that a pattern position starts with: a run of plain bytes, or one escaped
@@ -99,7 +103,7 @@ struct Literal {
 };
 
 template <bool Utf8>
-Literal literal_at(const char *p) {
+[[gnu::always_inline]] inline Literal literal_at(const char *p) {
     if (*p == '_') return {p, 0, 0};
     if (*p != '\\') {
         size_t n = std::strcspn(p, kLikeSpecials);
@@ -110,37 +114,108 @@ Literal literal_at(const char *p) {
     return {escaped, n, static_cast<size_t>(escaped - p) + n};
 }
 
-// First position at or after t where `run` (not empty) occurs, or null.
+bool is_clean(const Literal &run) {
+    return qv::utf::is_clean_utf8(run.bytes_at, run.bytes);
+}
+
+// The characters of [a, a + an) against the text at t, one by one by code point; where
+// the text after them starts, or null.
+const char *match_chars(const char *a, size_t an, const char *t, const char *end) {
+    for (const char *stop = a + an; a < stop;) {
+        if (t == end) return nullptr;
+        int32_t ca = 0, ct = 0;
+        a += qv::utf::decode_utf8(a, static_cast<int32_t>(stop - a), ca);
+        t += qv::utf::decode_utf8(t, static_cast<int32_t>(end - t), ct);
+        if (ca != ct) return nullptr;
+    }
+    return t;
+}
+
+// True when no character of the text goes on into `at` (the characters before it being whole
+// from a boundary on): `at` holds no trail byte. A stray trail byte there says no too, and
+// the caller compares character by character.
+bool ends_character(const char *at, const char *end) {
+    return at == end || !qv::utf::is_trail_byte(static_cast<uint8_t>(*at));
+}
+
+// How many of the first n bytes of a and b are equal: eight at a time, then one by one.
+size_t common_prefix(const char *a, const char *b, size_t n) {
+    size_t k = 0;
+    for (; k + 8 <= n; k += 8) {
+        uint64_t x, y;
+        std::memcpy(&x, a + k, 8);
+        std::memcpy(&y, b + k, 8);
+        if (x != y) {
+            if constexpr (std::endian::native == std::endian::little)
+                return k + static_cast<size_t>(std::countr_zero(x ^ y)) / 8;
+            break;
+        }
+    }
+    while (k < n && a[k] == b[k]) ++k;
+    return k;
+}
+
+// The literal `run` against the text at t (a character boundary): where the text after it
+// starts, or null.
 template <bool Utf8>
-const char *find_run(const char *t, const char *end, const Literal &run) {
-    auto first = static_cast<unsigned char>(run.bytes_at[0]);
-    if (Utf8 && first >= 0x80 && first < 0xC0) { // cannot start a character: step along
-        for (; static_cast<size_t>(end - t) >= run.bytes; t += like_step<Utf8>(t, end))
-            if (std::memcmp(t, run.bytes_at, run.bytes) == 0) return t;
+[[gnu::always_inline]] inline const char *match_literal(const char *t, const char *end,
+                                                        const Literal &run) {
+    const size_t n = run.bytes, limit = std::min(n, static_cast<size_t>(end - t));
+    const size_t k = common_prefix(t, run.bytes_at, limit);
+    if (k == n && (!Utf8 || ends_character(t + n, end))) return t + n;
+    if (!Utf8) return nullptr;
+    if (k < limit && (static_cast<uint8_t>(t[k]) | static_cast<uint8_t>(run.bytes_at[k])) < 0x80)
+        return nullptr; // no character goes on into two different ASCII bytes
+    if (is_clean(run)) return k == n ? t + n : nullptr; // its last character is whole
+    return match_chars(run.bytes_at, n, t, end);
+}
+
+// True when the first character of a run is valid and not U+FFFD: it then has the same
+// bytes wherever it occurs in a text.
+bool starts_exactly(const Literal &run) {
+    return qv::utf::clean_char_length(reinterpret_cast<const uint8_t *>(run.bytes_at), run.bytes) >
+           0;
+}
+
+// Where `run` (not empty) first matches at or after t: its start, and in *after where the
+// text after it starts; null when nowhere. `exact_start`: starts_exactly(run), or the byte
+// form.
+template <bool Utf8>
+const char *find_run(const char *t, const char *end, const Literal &run, bool exact_start,
+                     const char **after) {
+    if (!exact_start) {
+        for (; t < end; t += like_step<Utf8>(t, end))
+            if ((*after = match_literal<Utf8>(t, end, run)) != nullptr) return t;
         return nullptr;
     }
-    while (static_cast<size_t>(end - t) >= run.bytes) {
-        const void *hit = std::memchr(t, first, static_cast<size_t>(end - t) - run.bytes + 1);
+    const auto first = static_cast<unsigned char>(run.bytes_at[0]);
+    while (t < end) {
+        const void *hit = std::memchr(t, first, static_cast<size_t>(end - t));
         if (hit == nullptr) return nullptr;
         t = static_cast<const char *>(hit);
-        if (std::memcmp(t + 1, run.bytes_at + 1, run.bytes - 1) == 0) return t;
+        if ((*after = match_literal<Utf8>(t, end, run)) != nullptr) return t;
         ++t;
     }
     return nullptr;
 }
 
 // Patterns without "_" or "\" whose only "%"s end them: an exact or a prefix comparison.
-// Returns 1 or 0 when the pattern is of that kind, -1 when it needs the matcher.
+// Returns 1 or 0 when the comparison decides, -1 when the matcher must: a pattern of another
+// kind, or in the UTF-8 form a prefix that is not clean.
+template <bool Utf8>
 int like_by_comparison(const char *text, const char *pattern) {
+    if (pattern[0] == '%' && pattern[1] != '%' && pattern[1] != '\0') return -1; // "%x...": no
     size_t n = std::strcspn(pattern, kLikeSpecials);
-    if (pattern[n] == '\0') return std::strcmp(text, pattern) == 0;
-    if (pattern[n] != '%' || pattern[n + std::strspn(pattern + n, "%")] != '\0') return -1;
-    return std::strncmp(text, pattern, n) == 0;
+    bool exact = pattern[n] == '\0';
+    if (!exact && (pattern[n] != '%' || pattern[n + std::strspn(pattern + n, "%")] != '\0'))
+        return -1;
+    if (Utf8 && !qv::utf::is_clean_utf8(pattern, n)) return -1;
+    return exact ? std::strcmp(text, pattern) == 0 : std::strncmp(text, pattern, n) == 0;
 }
 
 template <bool Utf8>
 bool like_match(const char *text, const char *pattern) {
-    int compared = like_by_comparison(text, pattern);
+    int compared = like_by_comparison<Utf8>(text, pattern);
     if (compared >= 0) return compared == 1;
     const char *t = text;
     const char *end = text + std::strlen(text);
@@ -148,6 +223,7 @@ bool like_match(const char *text, const char *pattern) {
     const char *star_pattern = nullptr; // pattern just after the last "%" run
     const char *star_text = nullptr;    // where that "%" currently stops swallowing
     Literal star_run;                   // the literal that follows it
+    bool star_exact = true;             // starts_exactly(star_run), or the byte form
     // Lets the last "%" swallow text up to the next place where what follows it can start,
     // beginning at `from`; false when there is none.
     auto resume_after_star = [&](const char *from) {
@@ -157,9 +233,8 @@ bool like_match(const char *text, const char *pattern) {
             p = star_pattern;
             return true;
         }
-        star_text = find_run<Utf8>(from, end, star_run);
+        star_text = find_run<Utf8>(from, end, star_run, star_exact, &t);
         if (star_text == nullptr) return false;
-        t = star_text + star_run.bytes;
         p = star_pattern + star_run.used;
         return true;
     };
@@ -170,6 +245,7 @@ bool like_match(const char *text, const char *pattern) {
             if (*p == '\0') return true; // a trailing "%" takes the rest
             star_pattern = p;
             star_run = literal_at<Utf8>(p);
+            star_exact = !Utf8 || starts_exactly(star_run);
             if (!resume_after_star(t)) return false;
             continue;
         }
@@ -183,9 +259,8 @@ bool like_match(const char *text, const char *pattern) {
             continue;
         } else {
             Literal run = literal_at<Utf8>(p);
-            if (static_cast<size_t>(end - t) >= run.bytes &&
-                std::memcmp(t, run.bytes_at, run.bytes) == 0) {
-                t += run.bytes;
+            if (const char *after = match_literal<Utf8>(t, end, run)) {
+                t = after;
                 p += run.used;
                 continue;
             }

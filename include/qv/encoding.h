@@ -12,8 +12,14 @@
  * Invalid byte sequences: ICU's converters report them and the service substitutes, so a
  * caller always gets a result. Conversion puts the target encoding's substitution
  * character (U+FFFD in Unicode encodings, 0x1A in most 8-bit ones) for every invalid or
- * unmappable sequence; iteration yields U+FFFD for each. No routine reads past the length
- * it is given, or past the terminator when the length is -1.
+ * unmappable sequence, default-ignorable characters (U+FEFF, U+200B ...) included;
+ * iteration yields U+FFFD for each, and the same code points that conversion reads. No
+ * routine reads past the length it is given, or past the terminator when the length is -1.
+ *
+ * The generic "UTF-16" and "UTF-32" descriptors read a leading byte-order mark as the byte
+ * order of the text (the mark is not a character) and a text without one in the platform's
+ * order. What is written in them is in the platform's order without a mark, unless the
+ * text starts with U+FEFF, which then gets a mark in front so that it reads back.
  */
 #ifndef QV_ENCODING_H
 #define QV_ENCODING_H
@@ -55,8 +61,9 @@ QV_API const QV_ENCODING_T *UTF32Encoding_L(void);
 QV_API int32_t ConvertEncoding_L(const QV_ENCODING_T *from, const char *text, int32_t length,
                                  const QV_ENCODING_T *to, char **out, int32_t *out_length);
 /* The same into the caller's buffer of `capacity` bytes (room for the terminator
- * included). Returns the byte length written, -1 for bad arguments, -2 when the buffer is
- * too small (the buffer then holds an empty text when capacity allows). */
+ * included; a buffer exactly as big as the result and its terminator is big enough).
+ * Returns the byte length written, -1 for bad arguments, -2 when the buffer is too small
+ * (the buffer then holds an empty text when capacity allows). */
 QV_API int32_t ConvertEncodingNoAlloc_L(const QV_ENCODING_T *from, const char *text, int32_t length,
                                         const QV_ENCODING_T *to, char *buffer, int32_t capacity);
 
@@ -68,16 +75,21 @@ typedef struct QV_CODEPOINT_ITER_T {
     void *converter;      /* ICU converter, when the encoding needs one */
 } QV_CODEPOINT_ITER_T;
 
-/* Starts at `text` (`length` bytes, -1: up to the terminator). Returns 0, -1 for a null
- * iterator or an encoding ICU cannot open. */
+/* Starts at `text` (`length` bytes, -1: up to the terminator). For the generic UTF-16 and
+ * UTF-32, `encoding` becomes the ordered descriptor the text's mark (or its absence)
+ * names, and `position` starts after the mark. Returns 0, -1 for a null iterator or an
+ * encoding ICU cannot open. */
 QV_API int32_t CodePointIterInit_L(QV_CODEPOINT_ITER_T *iter, const QV_ENCODING_T *encoding,
                                    const char *text, int32_t length);
-/* The next code point, or -1 at the end. Invalid sequences give U+FFFD. */
+/* The next code point, or -1 at the end. Invalid sequences and lone surrogates give
+ * U+FFFD. Through ICU a character may be read with the bytes after it (a converter looking
+ * for a trail surrogate), so `position` only says how far the reading has gone. */
 QV_API int32_t NextCodePoint_L(QV_CODEPOINT_ITER_T *iter);
 /* Releases what the iterator holds; safe to call twice. */
 QV_API void CodePointIterEnd_L(QV_CODEPOINT_ITER_T *iter);
 /* Writes one code point in `encoding` into `buffer`; returns the bytes written (no
- * terminator), or -1 when it does not fit or cannot be encoded. */
+ * terminator; U+FEFF in the generic UTF-16 and UTF-32 with a mark before it), or -1 when it
+ * does not fit or cannot be encoded. */
 QV_API int32_t EncodeCodePoint_L(const QV_ENCODING_T *encoding, int32_t code_point, char *buffer,
                                  int32_t capacity);
 

@@ -25,7 +25,17 @@
  * - Case mapping is the simple one-to-one mapping of each code point (German sharp s stays
  *   as it is); a mapped character the string's encoding cannot hold is left unchanged.
  * - White space is Unicode white space (for ASCII: space, tab, LF, VT, FF, CR).
- * - Invalid byte sequences read as U+FFFD, one per maximal invalid subpart.
+ * - Invalid byte sequences read as U+FFFD, one per maximal invalid subpart, on both ways
+ *   (so are the bytes of a single-byte encoding that are no character of it, such as bytes
+ *   above 0x7F in ASCII). A member that builds a text writes each of them as the
+ *   encoding's substitution character (U+FFFD in UTF-8, UTF-16 and UTF-32, 0x1A in most
+ *   8-bit encodings); the byte way is taken only over bytes that are all characters. Only
+ *   the copies keep bytes as they are: Astrcpy_SL, AstrcpyE_SL, Astrncpy_SL, Astrcat_SL
+ *   within one encoding, and the in-place cut of TruncateString_SL.
+ * - A U+0000 that a stateful encoding yields inside a text (UTF-7 "+AAA-") cannot stand in a
+ *   terminated text: it reads as U+FFFD too.
+ * - Null output records are accepted: the member stores nothing and returns its "nothing"
+ *   result (null, 0 or -1 as it says).
  * - Allocation failures raise ALLOC_FAILURE or ZERO_ALLOC_FAILURE (module "qvstrlib");
  *   with no status context open the member then returns its "nothing" result (null or a
  *   negative status) and leaves no half-built text behind.
@@ -58,11 +68,15 @@ QV_API void FreeString_SL(QV_STRING_T *s);
 QV_API QV_STRING_T *Astrcpy_SL(QV_STRING_T *dst, const QV_STRING_T *src);
 /* As Astrcpy_SL from a plain text ended by the terminator of `encoding`. */
 QV_API QV_STRING_T *AstrcpyE_SL(QV_STRING_T *dst, const char *text, const QV_ENCODING_T *encoding);
-/* Copy of the first n characters of src (all of them when n exceeds the length, none when
- * n <= 0). Returns dst. */
+/* Copy of the bytes of the first n characters of src (all of them when n exceeds the
+ * length, none when n <= 0). Returns dst. */
 QV_API QV_STRING_T *Astrncpy_SL(QV_STRING_T *dst, const QV_STRING_T *src, int32_t n);
-/* Appends src to dst, converted to dst's encoding. When dst's text is null, dst becomes a
- * copy of src. Returns dst. */
+/* Appends src to dst, converted to dst's encoding; src may be dst itself or part of its
+ * text. When dst's text is null, dst becomes a copy of src. In the generic UTF-16 and
+ * UTF-32 and in stateful encodings (ISO-2022-JP, UTF-7 ...) the characters are joined, not
+ * the bytes: the result has no byte-order mark inside and no shift state carried over. In
+ * other encodings the bytes are joined, so a dst ending in a cut sequence may make one
+ * character with the bytes that follow. Returns dst. */
 QV_API QV_STRING_T *Astrcat_SL(QV_STRING_T *dst, const QV_STRING_T *src);
 QV_API QV_STRING_T *AstrcatE_SL(QV_STRING_T *dst, const char *text, const QV_ENCODING_T *encoding);
 /* dst receives the text of the library's formatter (alloc.h), in UTF-8. Returns dst. */
@@ -70,7 +84,7 @@ QV_API QV_STRING_T *Asprintf_SL(QV_STRING_T *dst, const char *format, ...);
 QV_API QV_STRING_T *VAsprintf_SL(QV_STRING_T *dst, const char *format, va_list arguments);
 /* dst becomes the one-character string of `code_point` in `encoding`. Returns dst, or null
  * (dst null) for a value that is not a Unicode scalar value or that the encoding cannot
- * hold. */
+ * hold, and for U+0000, which would end the text. */
 QV_API QV_STRING_T *CodePointToString_SL(QV_STRING_T *dst, int32_t code_point,
                                          const QV_ENCODING_T *encoding);
 
@@ -79,12 +93,13 @@ QV_API QV_STRING_T *CodePointToString_SL(QV_STRING_T *dst, int32_t code_point,
 QV_API int32_t Strlen_SL(const QV_STRING_T *s);
 /* Bytes of the text, with the terminator when with_terminator is non-zero. */
 QV_API int32_t Bytelen_SL(const QV_STRING_T *s, uint8_t with_terminator);
-/* Bytes taken by the first n characters (n <= 0: 0; beyond the end: all bytes). */
+/* Bytes taken by the first n characters, as they are read from the text (n <= 0: 0; all of
+ * the characters or more: all bytes, a closing shift sequence included). */
 QV_API int32_t BytesForChars_SL(const QV_STRING_T *s, int32_t n);
 /* Copies the bytes of the first n characters, as many whole characters as fit, into
- * `buffer` of `capacity` bytes and ends them with the encoding's terminator. Returns the
- * bytes copied (without terminator), or -1 when buffer is null or capacity is smaller than
- * the terminator. */
+ * `buffer` of `capacity` bytes and ends them with the encoding's terminator (one pass over
+ * the text, so n = INT32_MAX asks for all that fit). Returns the bytes copied (without
+ * terminator), or -1 when buffer is null or capacity is smaller than the terminator. */
 QV_API int32_t GetBytesFromChars_SL(const QV_STRING_T *s, int32_t n, char *buffer,
                                     int32_t capacity);
 /* True for a null record, a null text or an empty text. */
@@ -132,7 +147,8 @@ QV_API int32_t Strchr_SL(const QV_STRING_T *s, int32_t code_point);
 /* Position of the `occurrence`-th match of `search` in s. start > 0: searching forward
  * from that position; start < 0: the match may begin no later than that position counted
  * from the end (-1 the last character), searching backward. Occurrences may overlap.
- * Returns 0 when not found, for start 0, occurrence < 1, or an empty or null search. */
+ * Returns 0 when not found, for start 0, occurrence < 1, or a null search or one of no
+ * characters (a shift sequence alone is empty). */
 QV_API int32_t InString_SL(const QV_STRING_T *s, const QV_STRING_T *search, int32_t start,
                            int32_t occurrence);
 /* Non-overlapping occurrences of `search`, left to right (0 for an empty search). */
@@ -180,7 +196,7 @@ QV_API int32_t RemoveLastChar_SL(QV_STRING_T *s);
 QV_API QV_STRING_T *AStripAlNum_SL(QV_STRING_T *dst, const QV_STRING_T *src);
 /* In place: every non-printable character (controls, format characters, unassigned code
  * points, U+FFFD from invalid bytes) becomes `replacement`, or is removed when
- * replacement < 0. */
+ * replacement is negative, 0 or a character the encoding cannot hold. */
 QV_API int32_t MakePrintable_SL(QV_STRING_T *s, int32_t replacement);
 /* In place: removes comments, a "//" outside single or double quotes up to (not
  * including) the next line feed or the end. */
@@ -191,9 +207,9 @@ QV_API int32_t Collapse_SL(QV_STRING_T *s);
 /* In place: trims the characters of `set` (null or empty: white space) where says:
  * QV_TRIM_LEFT, QV_TRIM_RIGHT or QV_TRIM_BOTH (textutil.h; other values trim both). */
 QV_API int32_t TrimUtil_SL(QV_STRING_T *s, const QV_STRING_T *set, int32_t where);
-/* In place: pads s to exactly `length` characters with repetitions of `pad` (null or
- * empty: one space), on the left when at_left is non-zero; a longer s is cut to its first
- * `length` characters; length <= 0 gives an empty text. */
+/* In place: pads s to exactly `length` characters with repetitions of `pad` (null or of
+ * no characters: one space), on the left when at_left is non-zero; a longer s is cut to
+ * its first `length` characters; length <= 0 gives an empty text. */
 QV_API int32_t Pad_SL(QV_STRING_T *s, int32_t length, const QV_STRING_T *pad, uint8_t at_left);
 /* out: the soundex code of s's ASCII letters (first letter and three digits, "" without
  * letters), in the ASCII encoding. Returns 1, 0 (out null) for a null s. */
@@ -214,8 +230,9 @@ QV_API int32_t Strcomp_SL(const QV_STRING_T *a, const QV_STRING_T *b, int32_t n,
                           uint8_t case_sensitive);
 QV_API int32_t StrcompE_SL(const QV_STRING_T *a, const char *text, const QV_ENCODING_T *encoding,
                            int32_t n, uint8_t case_sensitive);
-/* SQL LIKE with the wildcards of Is_Like_L ("%", "_", "\" escape). A null pattern record
- * or pattern text matches anything (1); a null text is matched as empty. */
+/* SQL LIKE with the wildcards of Is_Like_L ("%", "_", "\" escape), characters compared by
+ * code point. A null pattern record or pattern text matches anything (1); a null text is
+ * matched as empty. */
 QV_API uint8_t Is_Like_SL(const QV_STRING_T *text, const QV_STRING_T *pattern);
 
 QV_EXTERN_C_END

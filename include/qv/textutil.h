@@ -21,7 +21,10 @@ QV_EXTERN_C_BEGIN
 /* SQL LIKE matching, case-sensitive: "%" matches any run of characters (also none), "_"
  * exactly one character, "\" makes the next pattern character literal (a "\" at the end
  * of the pattern is itself literal). Returns 1 on a match. A null pattern matches
- * anything; a null text is empty. Is_Like8_L counts "_" as one UTF-8 character. */
+ * anything; a null text is empty. Is_Like8_L counts "_" as one UTF-8 character and
+ * compares characters by code point: every invalid sequence (one character, as
+ * DecodeUTF8_L steps over it) reads as U+FFFD, and a literal never matches part of a
+ * character. */
 QV_API uint8_t Is_Like_L(const char *text, const char *pattern);
 QV_API uint8_t Is_Like8_L(const char *text, const char *pattern);
 

@@ -15,7 +15,7 @@
 #include <tuple>
 #include <vector>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "qv/alloc.h"
 #include "dates/date_records.hpp"
 #include "qv/date.h"

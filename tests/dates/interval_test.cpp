@@ -10,7 +10,7 @@
 #include <string>
 #include <tuple>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "qv/date.h"
 #include "qv/interval.h"
 

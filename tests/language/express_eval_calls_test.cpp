@@ -162,8 +162,8 @@ TEST_F(EvalUser, CallsRunTheBody) {
     give_body(twice, "$n * 2");
     give_body(Get_UserFunctions(nullptr)[1], "$n / 3");
     EXPECT_EQ(solve("Twice(21)"), "42");
-    // The parameter takes the argument as it is (5.2), the result is converted: 5, then 10.
-    EXPECT_EQ(solve("Twice(Twice(2.6)) + 1"), "11");
+    // Arguments are converted into the parameter's type: 2.6 is 2.
+    EXPECT_EQ(solve("Twice(Twice(2.6)) + 1"), "9");
     EXPECT_EQ(solve("Third(1)"), "0.333333333333333"); // the FLOAT quotient's digits
     EXPECT_EQ(solve("-Twice(NULL)"), "<null>");
     VARIABLE_ARRAY_T **arrays = nullptr;

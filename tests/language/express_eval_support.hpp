@@ -56,7 +56,8 @@ class Expression {
         if (Solve_Expression_L(e_) != 0) return "failed";
         return text_of(&e_->result);
     }
-    // The value the steps left, before its conversion into the result type.
+    // The value the steps left, before its conversion into the result type (when its step
+    // writes the result itself, that is the result).
     const QV_VALUE_T &raw() const { return *e_->operands[0][qv::express::program_of(e_)->result]; }
 
   private:

@@ -11,7 +11,7 @@
 #include <unicode/ucnv.h>
 #include <unicode/utf8.h>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "qv/encoding.h"
 
 namespace {
@@ -171,6 +171,16 @@ TEST(EncodingConvert, InvalidAndUnmappableAreSubstituted) {
         {latin1, "\xE9", ascii, "\x1A"},
         {ascii, "a\xE9", utf8, "a\xEF\xBF\xBD"},
         {utf16, "\x00\xD8\x61\x00\x00\xDC"_b, utf8, "\xEF\xBF\xBD\x61\xEF\xBF\xBD"},
+        // Unmappable default-ignorable characters are substituted too (not dropped).
+        {utf8,
+         "a\xEF\xBB\xBF"
+         "b\xE2\x80\x8B"
+         "c\xEF\xBF\xBF"
+         "d",
+         LookupEncoding_L("Big5"), "a?b?c?d"},
+        {utf16, "\x6A\x20"_b, LookupEncoding_L("ISO-2022-JP"), "\x1A"},
+        // A byte that is no character of a single-byte encoding.
+        {LookupEncoding_L("ISO-8859-3"), "x\xA5", utf8, "x\xEF\xBF\xBD"},
     };
     for (const auto &[from, text, to, expected] : cases)
         EXPECT_EQ(convert(from, text, to), expected) << text;
@@ -193,6 +203,40 @@ TEST(EncodingConvert, NoAllocFitsOrSaysTooSmall) {
         std::memset(buffer, 'x', sizeof buffer);
         EXPECT_EQ(ConvertEncodingNoAlloc_L(nullptr, source, -1, to, buffer, capacity), result);
         EXPECT_EQ(std::string(buffer, start.size()), start) << to->name << " " << capacity;
+    }
+}
+
+// A buffer just big enough for what the heap conversion gives is big enough, one byte less is
+// too small; ISO-2022-JP's shift sequences and substitutions pass through ICU's overflow
+// buffer.
+TEST(EncodingConvert, NoAllocFitsExactlySizedBuffers) {
+    const std::tuple<const char *, std::string, const char *> cases[] = {
+        {"UTF-16LE", "jef "_b, "ISO-2022-JP"},
+        {"UTF-8",
+         "a\xE6\x97\xA5\xE6\x9C\xAC"
+         "b\xEF\xBB\xBF",
+         "ISO-2022-JP"},
+        {"UTF-8", std::string(3000, 'x') + "\xE6\x97\xA5", "ISO-2022-JP"},
+        {"UTF-8", "Zo\xC3\xAB \xE2\x82\xAC", "UTF-7"},
+        {"UTF-8", "Zo\xC3\xAB", "UTF-16"},
+        {"GB18030", "\xFF\x81\x30", "UTF-8"},
+    };
+    for (const auto &[from, text, to] : cases) {
+        const QV_ENCODING_T *source = LookupEncoding_L(from), *target = LookupEncoding_L(to);
+        const std::string heap = convert(source, text, target);
+        const auto size = static_cast<int32_t>(heap.size());
+        std::vector<char> buffer(heap.size() + 8);
+        const auto length = static_cast<int32_t>(text.size());
+        const int32_t room = size + target->terminator_width;
+        EXPECT_EQ(
+            ConvertEncodingNoAlloc_L(source, text.data(), length, target, buffer.data(), room),
+            size)
+            << from << " to " << to;
+        EXPECT_EQ(std::string(buffer.data(), heap.size()), heap) << from << " to " << to;
+        EXPECT_EQ(
+            ConvertEncodingNoAlloc_L(source, text.data(), length, target, buffer.data(), room - 1),
+            -2)
+            << from << " to " << to;
     }
 }
 
@@ -252,9 +296,47 @@ TEST(EncodingIterate, InvalidInputMatchesIcuDecoding) {
         {"UTF-16LE", "\x61\x00\x00\xD8\x62"_b},
         {"UTF-16BE", "\xD8\x00\xDC\x00\xDC\x00"_b},
         {"UTF-32LE", "\x00\xD8\x00\x00\x00\x00\x11\x00\x61\x00\x00\x00\x62"_b},
+        // Through ICU: a lone surrogate, a character held back while looking for a trail
+        // surrogate, bits left over at the end.
+        {"CESU-8", "\xED\xA0\x80"
+                   "A"},
+        {"CESU-8", "\x00\xDC\xED\xA0\x80\x41"_b},
+        {"UTF-7", "+2AA-A"},
+        {"UTF-7", "+cesu8e"},
+        {"UTF-7", "+usu"},
+        {"GB18030", "\xFF\x81\x30\x81"},
     };
     for (const auto &[name, text] : cases)
         EXPECT_EQ(code_points(LookupEncoding_L(name), text), icu_code_points(name, text)) << name;
+}
+
+// The generic UTF-16 and UTF-32 read a byte-order mark as the text's order (not as a
+// character), else the platform's order; what is written in them carries no mark.
+TEST(EncodingIterate, ByteOrderMarks) {
+    const std::pair<const char *, std::string> cases[] = {
+        {"UTF-16", "\xFF\xFE\x61\x00\x00\xD8"_b},
+        {"UTF-16", "\xFE\xFF\x00\x61\xD8\x00"_b},
+        {"UTF-16", "\x61\x00\x00\xD8"_b},
+        {"UTF-32", "\x00\x00\xFE\xFF\x00\x00\x00\x61"_b},
+        {"UTF-32", "\xFF\xFE\x00\x00\x61\x00\x00\x00"_b},
+    };
+    for (const auto &[name, text] : cases) {
+        const QV_ENCODING_T *e = LookupEncoding_L(name);
+        EXPECT_EQ(code_points(e, text)[0], 'a') << name << " " << text.size();
+        EXPECT_EQ(convert(e, text, UTF8Encoding_L()).substr(0, 1), "a") << name;
+        EXPECT_EQ(convert(UTF8Encoding_L(), "a", e),
+                  convert(UTF8Encoding_L(), "a",
+                          !std::strcmp(name, "UTF-16") ? UTF16Encoding_L() : UTF32Encoding_L()));
+    }
+    // A first character that would read as a mark (U+FEFF, U+FFFE) gets one before it.
+    char buffer[8];
+    const QV_ENCODING_T *utf16 = LookupEncoding_L("UTF-16");
+    EXPECT_EQ(EncodeCodePoint_L(utf16, 'x', buffer, sizeof buffer), 2);
+    for (int32_t c : {0xFEFF, 0xFFFE}) {
+        ASSERT_EQ(EncodeCodePoint_L(utf16, c, buffer, sizeof buffer), 4) << std::hex << c;
+        EXPECT_EQ(code_points(utf16, std::string(buffer, 4)), Points{c});
+        EXPECT_EQ(EncodeCodePoint_L(utf16, c, buffer, 3), -1);
+    }
 }
 
 TEST(EncodingEncode, CodePointsInEachEncoding) {

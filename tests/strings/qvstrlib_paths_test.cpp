@@ -7,7 +7,7 @@
 #include <tuple>
 #include <vector>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "qv/qvstrlib.h"
 #include "strings/counted.hpp"
 #include "strings/qvstrlib_internal.hpp"

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "qv/alloc.h"
 #include "qv/encoding.h"
 #include "qv/textutil.h"
@@ -38,25 +38,26 @@ std::vector<uint8_t> random_bytes(std::mt19937 &random, size_t length) {
 }
 
 // LIKE as its definition reads: a slow recursive match over characters, where a character
-// is one byte or one UTF-8 character as DecodeUTF8_L steps over it.
-using Chars = std::vector<std::string>;
+// is one byte, or one UTF-8 character as DecodeUTF8_L steps over it, compared by code point.
+using Chars = std::vector<int32_t>;
 Chars characters(const std::string &s, bool utf8) {
     Chars out;
     for (size_t at = 0, n; at < s.size(); at += n) {
         const auto left = static_cast<int32_t>(std::min<size_t>(s.size() - at, 4));
-        n = utf8 ? static_cast<size_t>(DecodeUTF8_L(s.data() + at, left, nullptr)) : 1;
-        out.push_back(s.substr(at, n));
+        int32_t c = static_cast<uint8_t>(s[at]);
+        n = utf8 ? static_cast<size_t>(DecodeUTF8_L(s.data() + at, left, &c)) : 1;
+        out.push_back(c);
     }
     return out;
 }
 
 bool model_like(const Chars &t, size_t ti, const Chars &p, size_t pi) {
     if (pi == p.size()) return ti == t.size();
-    if (p[pi] == "%")
+    if (p[pi] == '%')
         return model_like(t, ti, p, pi + 1) || (ti < t.size() && model_like(t, ti + 1, p, pi));
     if (ti == t.size()) return false;
-    if (p[pi] == "_") return model_like(t, ti + 1, p, pi + 1);
-    if (p[pi] == "\\" && pi + 1 < p.size()) ++pi;
+    if (p[pi] == '_') return model_like(t, ti + 1, p, pi + 1);
+    if (p[pi] == '\\' && pi + 1 < p.size()) ++pi;
     return p[pi] == t[ti] && model_like(t, ti + 1, p, pi + 1);
 }
 
@@ -74,7 +75,8 @@ std::string random_piece_text(std::mt19937 &random, const std::vector<std::strin
 // a null pattern matches anything; case matters; the last "%" has to swallow the first "abc";
 // "\" escapes the next character ("\x" is a literal "x") and a final one stands for itself;
 // "_" is one byte, or one UTF-8 character, and backtracking moves by whole characters, an
-// invalid byte being one.
+// invalid byte being one. UTF-8 characters compare by code point: a literal never matches
+// part of a character, and every invalid sequence reads as U+FFFD.
 TEST(TextLike, BytesAndUtf8Characters) {
     const std::tuple<const char *, const char *, int, int> cases[] = {
         {"", "", 1, 1},
@@ -98,7 +100,13 @@ TEST(TextLike, BytesAndUtf8Characters) {
         {"\xF0\x9D\x84\x9E", "_", 0, 1},
         {"\xC3\xA9\xC3\xA9", "%__\xC3\xA9", 1, 0},
         {"\xC3\xA9", "\\\xC3\xA9", 1, 1},
-        {"x\x80y", "x_y", 1, 1}};
+        {"x\x80y", "x_y", 1, 1},
+        {"\xC3\xA9", "\xC3_", 1, 0},
+        {"x\xE2\x82\xAC", "x\xE2\x82%", 1, 0},
+        {"\xE2\x82\xACz", "%\xE2\x82_z", 1, 0},
+        {"\xFF", "\xFE", 0, 1},
+        {"a\xE2\x82z", "a\xEF\xBF\xBDz", 0, 1},
+        {"ab\xF0\x9F\x98", "%\xC0", 0, 1}};
     for (const auto &[text, pattern, bytes, utf8] : cases) {
         EXPECT_EQ(Is_Like_L(text, pattern), bytes) << text << " LIKE " << pattern;
         EXPECT_EQ(Is_Like8_L(text, pattern), utf8) << text << " LIKE " << pattern;
@@ -112,13 +120,14 @@ TEST(TextLike, BytesAndUtf8Characters) {
     EXPECT_EQ(Is_Like_L((text + "b").c_str(), pattern.c_str()), 1);
 }
 
-// Texts and patterns from a small alphabet (repeats make the "%" backtracking work); texts
-// also carry invalid and truncated UTF-8 sequences, patterns only whole characters.
+// Texts and patterns from a small alphabet (repeats make the "%" backtracking work), both
+// with invalid and truncated UTF-8 sequences and the replacement character.
 TEST(TextLike, MatchersAgreeWithTheDefinition) {
     const std::vector<std::string> pattern_pieces = {
-        "a", "b", "ab", "%", "%", "_", "\\", "\\%", "\\_", "\xC3\xA9", "\xE2\x82\xAC"};
+        "a",   "b",        "ab",           "%",    "%",    "_",        "\\",          "\\%",
+        "\\_", "\xC3\xA9", "\xE2\x82\xAC", "\xC3", "\x80", "\xE2\x82", "\xEF\xBF\xBD"};
     std::vector<std::string> text_pieces = pattern_pieces;
-    text_pieces.insert(text_pieces.end(), {"\xC3", "\x80", "\xF0\x9F\x98\x80"});
+    text_pieces.insert(text_pieces.end(), {"\xF0\x9F\x98\x80", "\xA9", "\xAC"});
     std::mt19937 random(7);
     for (int round = 0; round < 20000; ++round) {
         std::string text = random_piece_text(random, text_pieces, 7);

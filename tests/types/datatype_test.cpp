@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "qv/datatype.h"
 #include "types/datatype.hpp"
 

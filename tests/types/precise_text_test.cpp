@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "messages/capture.hpp"
+#include "capture.hpp"
 #include "tests/types/reference.hpp"
 
 namespace {
