@@ -50,9 +50,9 @@ bool wrap_arguments(const Step &step, EXP_CALL_FRAME_T &frame) {
 
 // Points the frame at the arguments; an ARRAY position given another value gets it wrapped
 // into a one-element array, kept in the frame's argument slots.
-inline bool pass_arguments(const Step &step, EXP_CALL_FRAME_T &frame) {
+inline bool pass_arguments(const Step &step, QV_VALUE_T *const *values, EXP_CALL_FRAME_T &frame) {
     QV_VALUE_T **arguments = frame.arguments;
-    for (int32_t i = 0; i < step.count; ++i) arguments[i] = step.list[i];
+    for (int32_t i = 0; i < step.count; ++i) arguments[i] = values[step.list[i]];
     return !step.call->wraps || wrap_arguments(step, frame);
 }
 
@@ -216,11 +216,11 @@ void install_body_runner(BodyRunner runner) {
     body_runner = runner != nullptr ? runner : solve_body;
 }
 
-bool call_function(const Step &step) {
+bool call_function(const Step &step, QV_VALUE_T *const *values) {
     EXP_CALL_FRAME_T &frame = *step.call->frame;
-    if (!pass_arguments(step, frame)) [[unlikely]]
+    if (!pass_arguments(step, values, frame)) [[unlikely]]
         return false;
-    QV_VALUE_T &out = *step.out;
+    QV_VALUE_T &out = *values[step.out];
     if (CallFunction_L(&out, &frame) != 0) [[unlikely]]
         return QV_EVAL_FAIL(QV_MSG_FUNCTION_NOT_CALLABLE, frame.function->name,
                             step.item->position);
@@ -229,11 +229,11 @@ bool call_function(const Step &step) {
     return true;
 }
 
-bool call_user_function(const Step &step) {
+bool call_user_function(const Step &step, QV_VALUE_T *const *values) {
     const CallSite &site = *step.call;
     EXP_CALL_FRAME_T &frame = *site.frame;
     EXP_USER_FUNCTION_T &function = *site.user;
-    if (!pass_arguments(step, frame)) return false;
+    if (!pass_arguments(step, values, frame)) return false;
     if (!stack_left()) {
         Msgbuf8[0] = '\0';
         return QV_EVAL_FAIL(QV_MSG_STACK_EXHAUSTED);
@@ -251,27 +251,19 @@ bool call_user_function(const Step &step) {
     set_parameters(function, frame);
     const QV_VALUE_T *value = body_runner(&function);
     if (value == nullptr) return false;
-    QV_VALUE_T &out = *step.out;
+    QV_VALUE_T &out = *values[step.out];
     if (!store_result(out, *value, site.user_type)) return false;
     if (traced) trace_user_return(function, out, activation.depth());
     return true;
 }
 
-bool resolve_variable(const Step &step) {
+bool resolve_variable(const Step &step, QV_VALUE_T *const *values) {
     EXP_ITEM_T &item = *step.item;
-    if (item.variable != nullptr) return true; // found by an earlier evaluation
-    if ((item.variable = FindVariable_L(item.names[0], 0)) == nullptr)
+    if (item.variable == nullptr && (item.variable = FindVariable_L(item.names[0], 0)) == nullptr)
+        [[unlikely]]
         return QV_EVAL_FAIL(QV_MSG_VARIABLE_NOT_FOUND, item.display, item.position);
-    repoint_operand(step.expression, step.extra, &item.variable->value);
+    const_cast<QV_VALUE_T **>(values)[step.out] = &item.variable->value;
     return true;
-}
-
-Executor call_executor(bool user_defined) {
-    return user_defined ? chained<call_user_function> : chained<call_function>;
-}
-
-Executor resolve_executor() {
-    return chained<resolve_variable>;
 }
 
 EXP_USER_FUNCTION_T *find_user_function(const ExpFunction *record) {

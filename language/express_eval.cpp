@@ -115,14 +115,13 @@ QV_API int32_t Solve_Expression_L(EXPRESSION_T *expression) {
     if ((depth >= expression->stack_count || expression->operands[depth] == nullptr) &&
         !prepare_depth(expression, depth)) [[unlikely]]
         return -1;
+    QV_VALUE_T *const *values = expression->operands[depth];
     const Program &program = *program_of(expression);
-    const Step *chain = steps_of(expression, depth);
-    const Step *const end = chain + depth_steps(program.steps.size());
     Evaluation evaluation(*expression);
-    for (; chain < end; chain += chain_length + 1)
-        if (!chain->run(*chain)) [[unlikely]]
+    for (const Step &step : program.steps)
+        if (!step.run(step, values)) [[unlikely]]
             return -1;
-    if (!finish(*expression, program, *expression->operands[depth][program.result])) return -1;
+    if (!finish(*expression, program, *values[program.result])) return -1;
     evaluation.complete();
     return 0;
 }

@@ -4,23 +4,18 @@
 //
 // The prepared form. Validation walks the postfix list once, as an evaluation would, and
 // writes down what each evaluation must do as a flat array of steps. Every value an
-// evaluation reads has an index in the expression's operand table: the index of a literal,
-// a bound name or a variable stands for that value itself (borrowed, never copied); the
-// index of an operator's or a call's result for a value of the stack, one value per step,
-// so a step's result never shares a record with its operands and keeps its type (and its
-// text block) from one evaluation to the next. A step names the routine that computes it,
-// chosen for the types its operands had at validation (a routine checks them again and
-// hands values of other types to the general rule of its operator), the value it writes
-// and the values it reads.
-//
-// Each depth of recursion has its own stack and its own copy of the steps, made when an
-// evaluation first reaches that depth, in which every operand is a pointer to its value:
-// one block per depth holds the operand table (EXPRESSION_T::operands[depth]), the
-// pointer lists of IN and of calls, and the steps. An evaluation runs the steps of its
-// depth in order and converts the value at the result index into the result type.
+// evaluation reads has an index in the expression's operand table (EXPRESSION_T::operands,
+// one table per depth of recursion): the index of a literal, a bound name or a variable
+// points at that value itself (borrowed, never copied); the index of an operator's or a
+// call's result points at a value of that depth's stack, one value per step, so a step's
+// result never shares a record with its operands and keeps its type (and its text block)
+// from one evaluation to the next. A step names the routine that computes it, chosen for
+// the types its operands had at validation (a routine checks them again and hands values
+// of other types to the general rule of its operator), the index it writes and the
+// indices it reads. An evaluation runs the steps in order and converts the value at the
+// result index into the result type.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 
@@ -36,11 +31,11 @@ namespace qv::express {
 struct Step;
 // Computes one step. Returns false after a failure, which has been logged and raised (the
 // raise returned because no status context was open).
-using Executor = bool (*)(const Step &step);
+using Executor = bool (*)(const Step &step, QV_VALUE_T *const *values);
 
 // What a function-call step needs beyond its operands.
 struct CallSite {
-    EXP_CALL_FRAME_T *frame = nullptr;   // the item's
+    EXP_CALL_FRAME_T *frame = nullptr;   // the item's frame
     EXP_USER_FUNCTION_T *user = nullptr; // the user-defined function called, or null
     bool wraps = false;                  // a position's mask is ARRAY: wrap other values
     QV_DATATYPE_T user_type{};           // a user-defined function's result type
@@ -49,47 +44,15 @@ struct CallSite {
     uint64_t unwrapped = 0;
 };
 
-// Indices of a step's values in the operand table (-1: none), and of its list in the
-// program's lists.
-struct StepIndices {
-    int32_t out = -1, a = -1, b = -1, c = -1, list = -1;
-};
-
 struct Step {
     Executor run = nullptr;
-    QV_VALUE_T *out = nullptr;                           // the value the step writes
-    QV_VALUE_T *a = nullptr, *b = nullptr, *c = nullptr; // the values it reads, in order
-    QV_VALUE_T *const *list = nullptr;                   // IN: the elements; call: arguments
-    int32_t count = 0;                                   // their number
-    int32_t extra = 0;          // LIKE: the bytes compared (-1: all); variable: its operand index
-    EXP_ITEM_T *item = nullptr; // the item it comes from (position, operator, function)
+    int32_t out = 0;               // the index the step writes
+    int32_t a = 0, b = 0, c = 0;   // the indices it reads: operands in order
+    int32_t count = 0;             // IN: elements; call: arguments
+    const int32_t *list = nullptr; // their indices
+    EXP_ITEM_T *item = nullptr;    // the item it comes from (position, operator, function)
     CallSite *call = nullptr;
-    EXPRESSION_T *expression = nullptr; // a variable found late repoints its operand
-    StepIndices at;                     // where the pointers above come from
 };
-
-// The steps of a depth run as chains: each routine ends by running the next step, so that
-// a row costs one indirect jump per step; after every chain_length steps a step that only
-// returns ends the chain and the evaluation starts the next one. A build that does not turn
-// the calls into jumps still needs no more stack than chain_length calls.
-inline constexpr std::size_t chain_length = 16;
-
-inline bool next(const Step &step) {
-    const Step &following = (&step)[1];
-    return following.run(following);
-}
-// The routine of a step: Compute, then the rest of the chain.
-template <Executor Compute>
-bool chained(const Step &step) {
-    return Compute(step) && next(step);
-}
-inline bool end_of_chain(const Step &) {
-    return true;
-}
-// Steps of a depth: the program's steps and one ending each chain.
-inline std::size_t depth_steps(std::size_t steps) {
-    return steps + (steps == 0 ? 1 : (steps + chain_length - 1) / chain_length);
-}
 
 // Where an index of the operand table points: a borrowed value, or a value of the stack.
 struct Source {
@@ -98,8 +61,8 @@ struct Source {
 };
 
 struct Program {
-    Vector<Step> steps;    // with their indices; the pointers are set per depth
-    Vector<int32_t> lists; // operand indices of the steps' lists
+    Vector<Step> steps;
+    Vector<int32_t> lists;
     Vector<CallSite> calls;
     Vector<Source> sources;     // one per index of the operand table
     int32_t result = 0;         // the index of the value the expression leaves
@@ -137,13 +100,10 @@ inline Program *program_of(const EXPRESSION_T *expression) {
 // Frees the prepared form and the per-depth stacks and tables; the expression is no longer
 // validated. Its result, bindings and frames stay.
 void free_program(EXPRESSION_T *expression);
-// Makes the stack, the operand table and the steps of `depth` when they are not made yet.
-// False after an allocation failure (raised).
+// Makes the stack and the operand table of `depth` when they are not made yet. False after
+// an allocation failure (raised).
 bool prepare_depth(EXPRESSION_T *expression, int32_t depth);
-// The steps of a depth that is made.
-Step *steps_of(const EXPRESSION_T *expression, int32_t depth);
-// Points index `index` of the operand table at `value`, in every depth made so far and in
-// its steps.
+// Points index `index` of the operand table at `value`, at every depth made so far.
 void repoint_operand(EXPRESSION_T *expression, int32_t index, QV_VALUE_T *value);
 // The types of a value that an ARRAY argument position wraps into a one-element array.
 inline constexpr uint32_t wrapped_types = 0x1fe9f;
@@ -161,10 +121,10 @@ StaticType operator_type(int32_t code, const StaticType &left, const StaticType 
 
 // ---- Calls (express_call.cpp) --------------------------------------------------------------
 
-// The routine of a call of a built-in or host function, or of a user-defined one.
-Executor call_executor(bool user_defined);
-// The routine that finds the variable of a reference that did not exist at validation.
-Executor resolve_executor();
+bool call_function(const Step &step, QV_VALUE_T *const *values);
+bool call_user_function(const Step &step, QV_VALUE_T *const *values);
+// Finds the variable of a reference that did not exist at validation.
+bool resolve_variable(const Step &step, QV_VALUE_T *const *values);
 // The user-defined function whose record is `record`, searched in every function array of
 // the current function struct; null when none has it.
 EXP_USER_FUNCTION_T *find_user_function(const ExpFunction *record);
@@ -205,23 +165,6 @@ void trace_user_return(const EXP_USER_FUNCTION_T &function, const QV_VALUE_T &re
 void trace_value(const QV_VALUE_T &value, bool typed);
 
 // ---- Values ------------------------------------------------------------------------------
-
-// Stores into a value that owns nothing (the routines for known types check it first).
-inline void store_real(QV_VALUE_T &value, double real) {
-    value.descriptor = {QV_TYPE_FLOAT, 0, 0, 0};
-    value.payload.real = real;
-    value.is_null = 0;
-}
-inline void store_integer(QV_VALUE_T &value, int64_t integer) {
-    value.descriptor = {QV_TYPE_INTEGER, 0, 0, 0};
-    value.payload.integer = integer;
-    value.is_null = 0;
-}
-inline void store_boolean(QV_VALUE_T &value, bool truth) {
-    value.descriptor = {QV_TYPE_BOOLEAN, 0, 0, 0};
-    value.payload.boolean = truth ? 1 : 0;
-    value.is_null = 0;
-}
 
 // Frees what a value owns (a computed value about to be overwritten).
 inline void release(QV_VALUE_T &value) {

@@ -246,9 +246,9 @@ bool precise(char symbol, const Step &step, const QV_VALUE_T &left, const QV_VAL
 // + - * of any operands. The general rules stay out of line, so that the routines for
 // known types that hand over to them stay small.
 template <class Op>
-[[gnu::noinline]] bool arithmetic(const Step &step) {
-    const QV_VALUE_T &left = *step.a, &right = *step.b;
-    QV_VALUE_T &out = *step.out;
+[[gnu::noinline]] bool arithmetic(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
+    QV_VALUE_T &out = *values[step.out];
     if (left.is_null != 0 || right.is_null != 0) {
         put_null(out, null_type(left, right, kIntegerType));
         return true;
@@ -281,9 +281,9 @@ void divide_reals(double a, double b, QV_VALUE_T &out) {
     put_real(out, a / b);
 }
 
-[[gnu::noinline]] bool divide(const Step &step) {
-    const QV_VALUE_T &left = *step.a, &right = *step.b;
-    QV_VALUE_T &out = *step.out;
+[[gnu::noinline]] bool divide(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
+    QV_VALUE_T &out = *values[step.out];
     if (left.is_null != 0 || right.is_null != 0) {
         put_null(out, null_type(left, right, kFloatType));
         return true;
@@ -318,30 +318,28 @@ struct IntegerAsReal {
     }
 };
 
-// The routines for known types: the operands of the types expected, neither NULL, and a
-// result value that owns nothing (else the general rule runs). Each runs the next step
-// itself, so that its own path makes no call.
 template <class L, class R>
-bool expected(const Step &step) {
-    const QV_VALUE_T &left = *step.a, &right = *step.b;
+bool expected(const QV_VALUE_T &left, const QV_VALUE_T &right) {
     return left.descriptor.type == L::type && right.descriptor.type == R::type &&
-           (left.is_null | right.is_null | step.out->owns_payload) == 0;
+           (left.is_null | right.is_null) == 0;
 }
 
 template <class Op>
-bool integer_arithmetic(const Step &step) {
-    if (!expected<Integer, Integer>(step)) [[unlikely]]
-        return chained<arithmetic<Op>>(step);
-    store_integer(*step.out, Op::integer(Integer::get(*step.a), Integer::get(*step.b)));
-    return next(step);
+bool integer_arithmetic(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
+    if (!expected<Integer, Integer>(left, right)) [[unlikely]]
+        return arithmetic<Op>(step, values);
+    put_integer(*values[step.out], Op::integer(Integer::get(left), Integer::get(right)));
+    return true;
 }
 
 template <class Op, class L, class R>
-bool real_arithmetic(const Step &step) {
-    if (!expected<L, R>(step)) [[unlikely]]
-        return chained<arithmetic<Op>>(step);
-    store_real(*step.out, Op::real(L::get(*step.a), R::get(*step.b)));
-    return next(step);
+bool real_arithmetic(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
+    if (!expected<L, R>(left, right)) [[unlikely]]
+        return arithmetic<Op>(step, values);
+    put_real(*values[step.out], Op::real(L::get(left), R::get(right)));
+    return true;
 }
 
 // NUMBER with NUMBER or INTEGER, neither NULL.
@@ -352,13 +350,13 @@ bool exact_pair(const QV_VALUE_T &left, const QV_VALUE_T &right) {
 }
 
 template <char Symbol>
-bool exact_arithmetic(const Step &step) {
-    const QV_VALUE_T &left = *step.a, &right = *step.b;
+bool exact_arithmetic(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
     if (!exact_pair(left, right)) [[unlikely]]
-        return Symbol == '/'   ? divide(step)
-               : Symbol == '+' ? arithmetic<Add>(step)
-               : Symbol == '-' ? arithmetic<Subtract>(step)
-                               : arithmetic<Multiply>(step);
+        return Symbol == '/'   ? divide(step, values)
+               : Symbol == '+' ? arithmetic<Add>(step, values)
+               : Symbol == '-' ? arithmetic<Subtract>(step, values)
+                               : arithmetic<Multiply>(step, values);
     QV_PRECISE_T integer;
     const QV_VALUE_T *a = &left, *b = &right;
     if (left.descriptor.type == QV_TYPE_INTEGER) {
@@ -368,27 +366,29 @@ bool exact_arithmetic(const Step &step) {
         integer_as_number(right.payload.integer, integer);
         b = &integer;
     }
-    return calculate(Symbol, step, *a, *b, *step.out);
+    return calculate(Symbol, step, *a, *b, *values[step.out]);
 }
 
-bool integer_division(const Step &step) {
-    if (!expected<Integer, Integer>(step)) [[unlikely]]
-        return chained<divide>(step);
-    divide_integers(step.a->payload.integer, step.b->payload.integer, *step.out);
-    return next(step);
+bool integer_division(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
+    if (!expected<Integer, Integer>(left, right)) [[unlikely]]
+        return divide(step, values);
+    divide_integers(left.payload.integer, right.payload.integer, *values[step.out]);
+    return true;
 }
 
 template <class L, class R>
-bool real_division(const Step &step) {
-    if (!expected<L, R>(step)) [[unlikely]]
-        return chained<divide>(step);
-    divide_reals(L::get(*step.a), R::get(*step.b), *step.out);
-    return next(step);
+bool real_division(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
+    if (!expected<L, R>(left, right)) [[unlikely]]
+        return divide(step, values);
+    divide_reals(L::get(left), R::get(right), *values[step.out]);
+    return true;
 }
 
-bool negate(const Step &step) {
-    const QV_VALUE_T &operand = *step.a;
-    QV_VALUE_T &out = *step.out;
+bool negate(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &operand = *values[step.a];
+    QV_VALUE_T &out = *values[step.out];
     if (operand.is_null != 0) {
         put_null(out, operand.descriptor);
         return true;
@@ -462,43 +462,44 @@ void put_order(QV_VALUE_T &out, int c, bool (*holds)(int)) {
 }
 
 template <class Op>
-[[gnu::noinline]] bool compare(const Step &step) {
-    put_order(*step.out, order(*step.a, *step.b), Op::holds);
+[[gnu::noinline]] bool compare(const Step &step, QV_VALUE_T *const *values) {
+    put_order(*values[step.out], order(*values[step.a], *values[step.b]), Op::holds);
     return true;
 }
 
 // Two numbers compared without a branch on the outcome; NaN (which orders with nothing)
 // goes to the general rule.
 template <class Op, class L, class R>
-bool compare_numbers(const Step &step) {
-    if (!expected<L, R>(step)) [[unlikely]]
-        return chained<compare<Op>>(step);
-    const auto a = L::get(*step.a);
-    const auto b = R::get(*step.b);
+bool compare_numbers(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
+    if (!expected<L, R>(left, right)) [[unlikely]]
+        return compare<Op>(step, values);
+    const auto a = L::get(left);
+    const auto b = R::get(right);
     if constexpr (!std::is_same_v<L, Integer>)
         if (a != a || b != b) [[unlikely]]
-            return chained<compare<Op>>(step);
-    store_boolean(*step.out, Op::test(a, b));
-    return next(step);
+            return compare<Op>(step, values);
+    put_boolean(*values[step.out], Op::test(a, b));
+    return true;
 }
 
 template <class Op>
-bool compare_texts(const Step &step) {
-    const QV_VALUE_T &left = *step.a, &right = *step.b;
+bool compare_texts(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
     const uint32_t ef = QV_VALUE_IN_FILE;
     if (left.descriptor.type != QV_TYPE_CHAR || right.descriptor.type != QV_TYPE_CHAR ||
         (left.is_null | right.is_null) != 0 ||
         ((left.descriptor.extra | right.descriptor.extra) & ef)) [[unlikely]]
-        return compare<Op>(step);
+        return compare<Op>(step, values);
     const int32_t c = Strcomp_SL(&left.payload.string, &right.payload.string, -1, 1);
-    put_boolean(*step.out, Op::holds((c > 0) - (c < 0)));
+    put_boolean(*values[step.out], Op::holds((c > 0) - (c < 0)));
     return true;
 }
 
 template <bool Negated>
-[[gnu::noinline]] bool like(const Step &step) {
-    const QV_VALUE_T &left = *step.a, &right = *step.b;
-    QV_VALUE_T &out = *step.out;
+[[gnu::noinline]] bool like(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
+    QV_VALUE_T &out = *values[step.out];
     if (left.is_null != 0) {
         put_null(out, QV_TYPE_BOOLEAN);
         return true;
@@ -516,41 +517,42 @@ template <bool Negated>
 }
 
 // LIKE with a constant pattern of ASCII characters without wildcards, followed by one "%"
-// (step.extra: the length before it) or by nothing (-1: the whole text), on a text
+// (step.c: the length before it) or by nothing (step.c -1: the whole text), on a text
 // whose bytes below 0x80 are ASCII: a comparison of bytes.
 template <bool Negated>
-bool like_prefix(const Step &step) {
-    const QV_VALUE_T &left = *step.a;
+bool like_prefix(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a];
     const QV_ENCODING_T *encoding = left.payload.string.encoding;
     if (left.descriptor.type != QV_TYPE_CHAR || left.is_null != 0 ||
         (left.descriptor.extra & QV_VALUE_IN_FILE) != 0 ||
         (encoding != nullptr && encoding->ascii_compatible == 0)) [[unlikely]]
-        return like<Negated>(step);
+        return like<Negated>(step, values);
     const char *text = left.payload.string.text != nullptr ? left.payload.string.text : "";
-    const char *pattern = step.b->payload.string.text;
-    const bool matches =
-        step.extra < 0 ? std::strcmp(text, pattern) == 0
-                       : std::strncmp(text, pattern, static_cast<std::size_t>(step.extra)) == 0;
-    put_boolean(*step.out, matches != Negated);
+    const char *pattern = values[step.b]->payload.string.text;
+    const bool matches = step.c < 0
+                             ? std::strcmp(text, pattern) == 0
+                             : std::strncmp(text, pattern, static_cast<std::size_t>(step.c)) == 0;
+    put_boolean(*values[step.out], matches != Negated);
     return true;
 }
 
 template <bool Negated>
-bool is_null(const Step &step) {
-    put_boolean(*step.out, (step.a->is_null != 0) != Negated);
+bool is_null(const Step &step, QV_VALUE_T *const *values) {
+    put_boolean(*values[step.out], (values[step.a]->is_null != 0) != Negated);
     return true;
 }
 
 template <bool Negated>
-bool in_list(const Step &step) {
-    const QV_VALUE_T &left = *step.a;
-    QV_VALUE_T &out = *step.out;
+bool in_list(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a];
+    QV_VALUE_T &out = *values[step.out];
     if (left.is_null != 0) {
         put_null(out, QV_TYPE_BOOLEAN);
         return true;
     }
     bool found = false;
-    for (int32_t i = 0; i < step.count && !found; ++i) found = order(left, *step.list[i]) == 0;
+    for (int32_t i = 0; i < step.count && !found; ++i)
+        found = order(left, *values[step.list[i]]) == 0;
     put_boolean(out, found != Negated);
     return true;
 }
@@ -569,43 +571,42 @@ Truth at_most(int c) {
 }
 
 template <bool Negated>
-bool between(const Step &step) {
-    const QV_VALUE_T &value = *step.a;
-    QV_VALUE_T &out = *step.out;
+bool between(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &value = *values[step.a];
+    QV_VALUE_T &out = *values[step.out];
     if (value.is_null != 0) {
         put_null(out, QV_TYPE_BOOLEAN);
         return true;
     }
-    const Truth inside = both(at_most(order(*step.b, value)), at_most(order(value, *step.c)));
+    const Truth inside =
+        both(at_most(order(*values[step.b], value)), at_most(order(value, *values[step.c])));
     put_truth(out, Negated ? negated(inside) : inside);
     return true;
 }
 
 // ---- Logic ---------------------------------------------------------------------------------
 
-bool logical_not(const Step &step) {
-    put_truth(*step.out, negated(truth_of(*step.a)));
+bool logical_not(const Step &step, QV_VALUE_T *const *values) {
+    put_truth(*values[step.out], negated(truth_of(*values[step.a])));
     return true;
 }
 
 template <Truth (*Combine)(Truth, Truth)>
-[[gnu::noinline]] bool logical(const Step &step) {
-    put_truth(*step.out, Combine(truth_of(*step.a), truth_of(*step.b)));
+[[gnu::noinline]] bool logical(const Step &step, QV_VALUE_T *const *values) {
+    put_truth(*values[step.out], Combine(truth_of(*values[step.a]), truth_of(*values[step.b])));
     return true;
 }
 
 // AND (or OR) of two BOOLEAN values that are not NULL.
-struct Truths {
-    static constexpr uint32_t type = QV_TYPE_BOOLEAN;
-};
-
 template <bool Both>
-bool logical_booleans(const Step &step) {
-    if (!expected<Truths, Truths>(step)) [[unlikely]]
-        return Both ? chained<logical<both>>(step) : chained<logical<either>>(step);
-    const bool a = step.a->payload.boolean != 0, b = step.b->payload.boolean != 0;
-    store_boolean(*step.out, Both ? a & b : a | b);
-    return next(step);
+bool logical_booleans(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T &left = *values[step.a], &right = *values[step.b];
+    if (left.descriptor.type != QV_TYPE_BOOLEAN || right.descriptor.type != QV_TYPE_BOOLEAN ||
+        (left.is_null | right.is_null) != 0) [[unlikely]]
+        return Both ? logical<both>(step, values) : logical<either>(step, values);
+    const bool a = left.payload.boolean != 0, b = right.payload.boolean != 0;
+    put_boolean(*values[step.out], Both ? a & b : a | b);
+    return true;
 }
 
 // ---- Arrays --------------------------------------------------------------------------------
@@ -616,9 +617,9 @@ int64_t contribution(const QV_VALUE_T &value) {
                                                                         : 1;
 }
 
-bool join_arrays(const Step &step) {
-    const QV_VALUE_T *sides[2] = {step.a, step.b};
-    QV_VALUE_T &out = *step.out;
+bool join_arrays(const Step &step, QV_VALUE_T *const *values) {
+    const QV_VALUE_T *sides[2] = {values[step.a], values[step.b]};
+    QV_VALUE_T &out = *values[step.out];
     const int64_t count = contribution(*sides[0]) + contribution(*sides[1]);
     if (count > INT32_MAX) {
         QV_RAISE(ALLOC_FAILURE);
@@ -661,36 +662,31 @@ bool exact_kinds(Kind l, Kind r) {
 
 template <class Op>
 Executor arithmetic_for(Kind l, Kind r) {
-    if (exact_kinds(l, r)) return chained<exact_arithmetic<Op::symbol>>;
-    if (l == Kind::integer && r == Kind::integer) return chained<integer_arithmetic<Op>>;
-    if (l == Kind::real && r == Kind::real) return chained<real_arithmetic<Op, Real, Real>>;
-    if (l == Kind::real && r == Kind::integer)
-        return chained<real_arithmetic<Op, Real, IntegerAsReal>>;
-    if (l == Kind::integer && r == Kind::real)
-        return chained<real_arithmetic<Op, IntegerAsReal, Real>>;
-    return chained<arithmetic<Op>>;
+    if (exact_kinds(l, r)) return exact_arithmetic<Op::symbol>;
+    if (l == Kind::integer && r == Kind::integer) return integer_arithmetic<Op>;
+    if (l == Kind::real && r == Kind::real) return real_arithmetic<Op, Real, Real>;
+    if (l == Kind::real && r == Kind::integer) return real_arithmetic<Op, Real, IntegerAsReal>;
+    if (l == Kind::integer && r == Kind::real) return real_arithmetic<Op, IntegerAsReal, Real>;
+    return arithmetic<Op>;
 }
 
 Executor division_for(Kind l, Kind r) {
-    if (exact_kinds(l, r)) return chained<exact_arithmetic<'/'>>;
-    if (l == Kind::integer && r == Kind::integer) return chained<integer_division>;
-    if (l == Kind::real && r == Kind::real) return chained<real_division<Real, Real>>;
-    if (l == Kind::real && r == Kind::integer) return chained<real_division<Real, IntegerAsReal>>;
-    if (l == Kind::integer && r == Kind::real) return chained<real_division<IntegerAsReal, Real>>;
-    return chained<divide>;
+    if (exact_kinds(l, r)) return exact_arithmetic<'/'>;
+    if (l == Kind::integer && r == Kind::integer) return integer_division;
+    if (l == Kind::real && r == Kind::real) return real_division<Real, Real>;
+    if (l == Kind::real && r == Kind::integer) return real_division<Real, IntegerAsReal>;
+    if (l == Kind::integer && r == Kind::real) return real_division<IntegerAsReal, Real>;
+    return divide;
 }
 
 template <class Op>
 Executor comparison_for(Kind l, Kind r) {
-    if (l == Kind::integer && r == Kind::integer)
-        return chained<compare_numbers<Op, Integer, Integer>>;
-    if (l == Kind::real && r == Kind::real) return chained<compare_numbers<Op, Real, Real>>;
-    if (l == Kind::real && r == Kind::integer)
-        return chained<compare_numbers<Op, Real, IntegerAsReal>>;
-    if (l == Kind::integer && r == Kind::real)
-        return chained<compare_numbers<Op, IntegerAsReal, Real>>;
-    if (l == Kind::text && r == Kind::text) return chained<compare_texts<Op>>;
-    return chained<compare<Op>>;
+    if (l == Kind::integer && r == Kind::integer) return compare_numbers<Op, Integer, Integer>;
+    if (l == Kind::real && r == Kind::real) return compare_numbers<Op, Real, Real>;
+    if (l == Kind::real && r == Kind::integer) return compare_numbers<Op, Real, IntegerAsReal>;
+    if (l == Kind::integer && r == Kind::real) return compare_numbers<Op, IntegerAsReal, Real>;
+    if (l == Kind::text && r == Kind::text) return compare_texts<Op>;
+    return compare<Op>;
 }
 
 // The type of + - * /: see the rules at the top of qv/express.h.
@@ -723,8 +719,8 @@ namespace qv::express {
 Executor operator_executor(int32_t code, const StaticType &left, const StaticType &right) {
     const Kind l = kind_of(left), r = kind_of(right);
     switch (code) {
-        case EXP_OP_NEGATE: return chained<negate>;
-        case EXP_OP_ARRAY: return chained<join_arrays>;
+        case EXP_OP_NEGATE: return negate;
+        case EXP_OP_ARRAY: return join_arrays;
         case EXP_OP_ADD: return arithmetic_for<Add>(l, r);
         case EXP_OP_SUBTRACT: return arithmetic_for<Subtract>(l, r);
         case EXP_OP_MULTIPLY: return arithmetic_for<Multiply>(l, r);
@@ -735,21 +731,19 @@ Executor operator_executor(int32_t code, const StaticType &left, const StaticTyp
         case EXP_OP_GREATER: return comparison_for<Greater>(l, r);
         case EXP_OP_LESS_EQUAL: return comparison_for<LessEqual>(l, r);
         case EXP_OP_GREATER_EQUAL: return comparison_for<GreaterEqual>(l, r);
-        case EXP_OP_LIKE: return chained<like<false>>;
-        case EXP_OP_NOT_LIKE: return chained<like<true>>;
-        case EXP_OP_IS: return chained<is_null<false>>;
-        case EXP_OP_IS_NOT: return chained<is_null<true>>;
-        case EXP_OP_IN: return chained<in_list<false>>;
-        case EXP_OP_NOT_IN: return chained<in_list<true>>;
-        case EXP_OP_BETWEEN: return chained<between<false>>;
-        case EXP_OP_NOT_BETWEEN: return chained<between<true>>;
-        case EXP_OP_NOT: return chained<logical_not>;
+        case EXP_OP_LIKE: return like<false>;
+        case EXP_OP_NOT_LIKE: return like<true>;
+        case EXP_OP_IS: return is_null<false>;
+        case EXP_OP_IS_NOT: return is_null<true>;
+        case EXP_OP_IN: return in_list<false>;
+        case EXP_OP_NOT_IN: return in_list<true>;
+        case EXP_OP_BETWEEN: return between<false>;
+        case EXP_OP_NOT_BETWEEN: return between<true>;
+        case EXP_OP_NOT: return logical_not;
         case EXP_OP_AND:
-            return l == Kind::truth && r == Kind::truth ? chained<logical_booleans<true>>
-                                                        : chained<logical<both>>;
+            return l == Kind::truth && r == Kind::truth ? logical_booleans<true> : logical<both>;
         case EXP_OP_OR:
-            return l == Kind::truth && r == Kind::truth ? chained<logical_booleans<false>>
-                                                        : chained<logical<either>>;
+            return l == Kind::truth && r == Kind::truth ? logical_booleans<false> : logical<either>;
         default: return nullptr;
     }
 }
@@ -766,7 +760,7 @@ Executor like_executor(int32_t code, const QV_VALUE_T &pattern, int32_t &prefix)
     for (const char c : text)
         if (static_cast<unsigned char>(c) >= 0x80) return nullptr;
     prefix = exact ? -1 : static_cast<int32_t>(wild);
-    return code == EXP_OP_LIKE ? chained<like_prefix<false>> : chained<like_prefix<true>>;
+    return code == EXP_OP_LIKE ? like_prefix<false> : like_prefix<true>;
 }
 
 StaticType operator_type(int32_t code, const StaticType &left, const StaticType &right) {

@@ -444,20 +444,21 @@ class Runner {
     }
 
     // CASE: the first label "=" the selector, compared by the routine validation chose
-    // for the two types (a step of its own, followed by the step that ends a chain).
+    // for the two types.
     bool select(const Op &op, int32_t &at) {
         if (Solve_Expression_L(op.expression) != 0) return false;
         QV_VALUE_T equal{};
-        Step steps[2];
-        steps[0].out = &equal;
-        steps[0].a = &op.expression->result;
-        steps[1].run = end_of_chain;
+        QV_VALUE_T *values[3] = {&equal, &op.expression->result, nullptr};
+        Step step;
+        step.out = 0;
+        step.a = 1;
+        step.b = 2;
         at = op.target;
         bool compared = true;
         for (int32_t i = 0; i < op.labels && compared; ++i) {
             const Label &label = program_.labels[static_cast<std::size_t>(op.first_label + i)];
-            steps[0].b = const_cast<QV_VALUE_T *>(&label.value);
-            compared = label.equal(steps[0]);
+            values[2] = const_cast<QV_VALUE_T *>(&label.value);
+            compared = label.equal(step, values);
             if (compared && holds(equal)) {
                 at = label.target;
                 break;

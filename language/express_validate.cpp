@@ -86,7 +86,8 @@ class Compiler {
         : expression_(expression), program_(program) {
         const auto items = static_cast<std::size_t>(std::max(expression.item_count, 1));
         program.steps.reserve(2 * items);
-        program.calls.reserve(items); // calls never move once they are pointed at
+        program.lists.reserve(items); // lists and calls never move once they are pointed at
+        program.calls.reserve(items);
         program.sources.reserve(2 * items);
     }
 
@@ -151,7 +152,7 @@ class Compiler {
     Step &add_step(Executor run, EXP_ITEM_T &item, int32_t out) {
         Step step;
         step.run = run;
-        step.at.out = out;
+        step.out = out;
         step.item = &item;
         program_.steps.push_back(step);
         return program_.steps.back();
@@ -185,16 +186,14 @@ class Compiler {
         push_borrowed(item, &unresolved_variable, {});
         stack_.back().value = nullptr;
         stack_.back().variable = true;
-        Step &step = add_step(resolve_executor(), item, -1);
-        step.extra = item.slot;
-        step.expression = &expression_;
+        add_step(resolve_variable, item, item.slot);
     }
 
     void negation(EXP_ITEM_T &item) {
         Entry &operand = stack_.back();
         const int32_t out = computed();
         Step &step = add_step(operator_executor(EXP_OP_NEGATE, operand.type, {}), item, out);
-        step.at.a = operand.index;
+        step.a = operand.index;
         operand = {out, operand.type, nullptr};
     }
 
@@ -216,18 +215,18 @@ class Compiler {
                                               needed > 1 ? stack_[first + 1].type : StaticType{});
         const int32_t out = computed();
         Step &step = add_step(run, item, out);
-        step.at.a = stack_[first].index;
+        step.a = stack_[first].index;
         if (listed) {
             step.count = static_cast<int32_t>(needed - 1);
-            step.at.list = static_cast<int32_t>(program_.lists.size());
+            step.list = program_.lists.data() + program_.lists.size();
             for (std::size_t i = first + 1; i < stack_.size(); ++i)
                 program_.lists.push_back(stack_[i].index);
         } else {
-            if (needed > 1) step.at.b = stack_[first + 1].index;
-            if (needed > 2) step.at.c = stack_[first + 2].index;
+            if (needed > 1) step.b = stack_[first + 1].index;
+            if (needed > 2) step.c = stack_[first + 2].index;
         }
         if ((code == EXP_OP_LIKE || code == EXP_OP_NOT_LIKE) && stack_[first + 1].literal)
-            if (const Executor matcher = like_executor(code, *stack_[first + 1].value, step.extra))
+            if (const Executor matcher = like_executor(code, *stack_[first + 1].value, step.c))
                 step.run = matcher;
         stack_.resize(first);
         stack_.push_back({out, type, nullptr});
@@ -268,9 +267,9 @@ class Compiler {
         else if (callable)
             type = describe(item, *frame, first);
         const int32_t out = computed();
-        Step &step = add_step(call_executor(user != nullptr), item, out);
+        Step &step = add_step(user != nullptr ? call_user_function : call_function, item, out);
         step.count = count;
-        step.at.list = static_cast<int32_t>(program_.lists.size());
+        step.list = program_.lists.data() + program_.lists.size();
         for (std::size_t i = first; i < stack_.size(); ++i)
             program_.lists.push_back(stack_[i].index);
         program_.calls.push_back({frame, user, wraps, type.desc, unwrapped});
@@ -421,80 +420,34 @@ void free_program(EXPRESSION_T *expression) {
     expression->validated = 0;
 }
 
-// A depth's block: the operand table, the pointers of the steps' lists, the steps.
-std::size_t lists_offset(const EXPRESSION_T &expression) {
-    return static_cast<std::size_t>(expression.operand_count) * sizeof(QV_VALUE_T *);
-}
-std::size_t steps_offset(const EXPRESSION_T &expression, const Program &program) {
-    return lists_offset(expression) + program.lists.size() * sizeof(QV_VALUE_T *);
-}
-QV_VALUE_T **lists_of(const EXPRESSION_T &expression, int32_t depth) {
-    return reinterpret_cast<QV_VALUE_T **>(reinterpret_cast<char *>(expression.operands[depth]) +
-                                           lists_offset(expression));
-}
-
-Step *steps_of(const EXPRESSION_T *expression, int32_t depth) {
-    return reinterpret_cast<Step *>(reinterpret_cast<char *>(expression->operands[depth]) +
-                                    steps_offset(*expression, *program_of(expression)));
-}
-
 bool prepare_depth(EXPRESSION_T *expression, int32_t depth) {
     if (depth >= expression->stack_count &&
         !grow_tables(*expression, std::max(depth + 1, 2 * expression->stack_count)))
         return false;
     if (expression->operands[depth] != nullptr) return true;
-    const Program &program = *program_of(expression);
     const auto slots = static_cast<std::size_t>(expression->stack_size);
+    const auto count = static_cast<std::size_t>(expression->operand_count);
     qv::HeapArray<QV_VALUE_T> stack(
         slots > 0 ? static_cast<QV_VALUE_T *>(QV_CALLOC(slots * sizeof(QV_VALUE_T))) : nullptr);
     if (slots > 0 && stack == nullptr) return false;
-    const std::size_t size =
-        steps_offset(*expression, program) + depth_steps(program.steps.size()) * sizeof(Step);
-    qv::HeapArray<QV_VALUE_T *> block(static_cast<QV_VALUE_T **>(QV_MALLOC(size)));
-    if (block == nullptr) return false;
-    QV_VALUE_T **operands = block.get();
-    for (std::size_t i = 0; i < program.sources.size(); ++i) {
+    qv::HeapArray<QV_VALUE_T *> operands(
+        static_cast<QV_VALUE_T **>(QV_MALLOC(count * sizeof(QV_VALUE_T *))));
+    if (operands == nullptr) return false;
+    const Program &program = *program_of(expression);
+    for (std::size_t i = 0; i < count; ++i) {
         const Source &source = program.sources[i];
         operands[i] = source.borrowed != nullptr ? source.borrowed
                                                  : &stack[static_cast<std::size_t>(source.slot)];
     }
-    QV_VALUE_T **lists = operands + program.sources.size();
-    for (std::size_t i = 0; i < program.lists.size(); ++i) lists[i] = operands[program.lists[i]];
-    Step *step = reinterpret_cast<Step *>(lists + program.lists.size());
-    const auto pointer = [&](int32_t index) { return index >= 0 ? operands[index] : nullptr; };
-    for (std::size_t i = 0; i < program.steps.size(); ++i, ++step) {
-        new (step) Step(program.steps[i]);
-        step->out = pointer(step->at.out);
-        step->a = pointer(step->at.a);
-        step->b = pointer(step->at.b);
-        step->c = pointer(step->at.c);
-        step->list = step->at.list >= 0 ? lists + step->at.list : nullptr;
-        if ((i + 1) % chain_length == 0 && i + 1 < program.steps.size())
-            (new (++step) Step)->run = end_of_chain;
-    }
-    (new (step) Step)->run = end_of_chain;
     expression->stacks[depth] = stack.release();
-    expression->operands[depth] = block.release();
+    expression->operands[depth] = operands.release();
     return true;
 }
 
 void repoint_operand(EXPRESSION_T *expression, int32_t index, QV_VALUE_T *value) {
-    Program &program = *program_of(expression);
-    program.sources[static_cast<std::size_t>(index)].borrowed = value;
-    for (int32_t d = 0; d < expression->stack_count; ++d) {
-        if (expression->operands[d] == nullptr) continue;
-        expression->operands[d][index] = value;
-        QV_VALUE_T **lists = lists_of(*expression, d);
-        for (std::size_t i = 0; i < program.lists.size(); ++i)
-            if (program.lists[i] == index) lists[i] = value;
-        Step *steps = steps_of(expression, d);
-        for (std::size_t i = 0; i < depth_steps(program.steps.size()); ++i) {
-            Step &step = steps[i];
-            if (step.at.a == index) step.a = value;
-            if (step.at.b == index) step.b = value;
-            if (step.at.c == index) step.c = value;
-        }
-    }
+    program_of(expression)->sources[static_cast<std::size_t>(index)].borrowed = value;
+    for (int32_t d = 0; d < expression->stack_count; ++d)
+        if (expression->operands[d] != nullptr) expression->operands[d][index] = value;
 }
 
 } // namespace qv::express
