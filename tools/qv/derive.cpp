@@ -9,6 +9,7 @@
 #include "csv.hpp"
 #include "files.hpp"
 #include "interrupt.hpp"
+#include "program.hpp"
 #include "progress.hpp"
 #include "types.hpp"
 
@@ -61,6 +62,7 @@ class Run {
     bool write(std::span<const std::string_view> fields);
     void report_row(std::int64_t line, const std::string &text);
     int finish(int status);
+    int stopped() const { return exit_code_ < 0 ? FAILED : exit_code_; }
     int reader_failed();
     void say(const std::string &text) { std::fprintf(messages_, "qv: %s\n", text.c_str()); }
 
@@ -79,6 +81,7 @@ class Run {
     std::vector<std::string_view> row_, padded_, out_;
     std::string failure_, write_error_;
     std::int64_t read_ = 0, written_ = 0, dropped_ = 0, failed_ = 0;
+    int exit_code_ = -1; // Exit( code ) ended the run
 };
 
 int Run::execute() {
@@ -113,11 +116,11 @@ int Run::execute() {
     }
     for (std::size_t i = 0; i < sample_.size(); ++i) {
         sample_.fields(i, row_);
-        if (!process(row_, sample_.line(i))) return finish(FAILED);
+        if (!process(row_, sample_.line(i))) return finish(stopped());
     }
     CsvReader::Status status = after_sample_;
     while (status == CsvReader::Status::Row && (status = reader_->next()) == CsvReader::Status::Row)
-        if (!process(reader_->fields(), reader_->line_number())) return finish(FAILED);
+        if (!process(reader_->fields(), reader_->line_number())) return finish(stopped());
     return finish(status == CsvReader::Status::End ? DONE : reader_failed());
 }
 
@@ -174,6 +177,11 @@ bool Run::process(std::span<const std::string_view> fields, std::int64_t line) {
     if (!accept_field_count(fields, line)) return options_.on_error != OnError::Stop;
     failure_.clear();
     const Verdict verdict = program_.apply(read_, fields, out_, failure_);
+    if (verdict == Verdict::Exit) {
+        say("row " + std::to_string(read_) + " (line " + std::to_string(line) + "): " + failure_);
+        exit_code_ = program_.exit_code();
+        return false;
+    }
     if (!failure_.empty()) {
         report_row(line, failure_);
         failed_ = failed_before + 1;
@@ -236,13 +244,15 @@ int Run::reader_failed() {
 
 int Run::finish(int status) {
     if (progress_) progress_->finish();
-    if (const int signal_number = interrupt::requested()) {
+    const int signal_number = interrupt::requested();
+    if (signal_number != 0) {
         say("interrupted at row " + std::to_string(read_));
         status = 128 + signal_number;
     }
     // Rows done before a failure still go to standard output; an interrupted run just stops.
     std::string error = write_error_;
-    const bool flush = status == DONE || (status == FAILED && !output_->named());
+    const bool flush =
+        status == DONE || (status != USAGE && signal_number == 0 && !output_->named());
     if (writer_ && error.empty() && flush && !writer_->flush()) {
         error = "cannot write '" + output_->name() + "': " + std::strerror(errno);
         status = FAILED;
@@ -280,12 +290,10 @@ Verdict PassThrough::apply(std::int64_t, std::span<const std::string_view> field
     return Verdict::Write;
 }
 
-std::unique_ptr<RowProgram> make_row_program(const DeriveOptions &options, std::string &error) {
+std::unique_ptr<RowProgram> make_row_program(const DeriveOptions &options, std::FILE *messages) {
     if (options.derivations.empty() && options.where.empty())
         return std::make_unique<PassThrough>();
-    error = std::string("'qv derive ") + (options.derivations.empty() ? "--where" : "-e") +
-            "' is not available yet: this build of qv has no expression language";
-    return nullptr;
+    return make_expression_program(options, messages);
 }
 
 int run_derive(const DeriveOptions &options, RowProgram &program, std::FILE *messages) {
