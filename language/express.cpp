@@ -55,6 +55,11 @@ void install_statements_freer(StateFreer freer) {
     statements_freer = freer;
 }
 
+int32_t read_recursion_limit() {
+    HeapText preference(GetPreference_L("QV_MAX_RECURSION"));
+    return preference != nullptr ? std::atoi(preference.get()) : default_recursion_limit;
+}
+
 void set_msgbuf(const char *text) {
     if (text == nullptr) text = "";
     std::size_t length = std::strlen(text);
@@ -139,15 +144,9 @@ struct AppendedItems {
     }
 };
 
-int32_t read_recursion_limit() {
-    qv::HeapText preference(GetPreference_L("QV_MAX_RECURSION"));
-    return preference != nullptr ? std::atoi(preference.get())
-                                 : qv::express::default_recursion_limit;
-}
-
 int32_t run_parse(EXPRESSION_T *expression, int32_t mask, const ExpFunction *const *tables,
                   int32_t table_count, Parser::Order order) {
-    qv::express::recursion_limit = read_recursion_limit();
+    qv::express::recursion_limit = qv::express::read_recursion_limit();
     const int32_t nesting = std::clamp(qv::express::recursion_limit, 0, EXP_MAX_NESTING);
     const std::string_view text(expression->text);
     Parser parser(text, tables, table_count, nesting, order);

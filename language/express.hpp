@@ -29,6 +29,8 @@ namespace qv::express {
 // read it.
 inline constexpr int32_t default_recursion_limit = 100;
 extern int32_t recursion_limit;
+// The preference QV_MAX_RECURSION (its atoi value), or the default when it is not set.
+int32_t read_recursion_limit();
 
 // The last parse failure: its message number (0 for a number that did not convert, and
 // for memory running out) and byte position.
@@ -118,6 +120,10 @@ class Parser {
     // item_count() grew.
     int32_t parse_expression(int32_t mask, QV_LIST_T *items);
     uint32_t stop_position() const { return stop_; }
+    // Parses the call of the function `name` (a name token just read, followed by "("):
+    // appends its arguments' items and its own to `items` and stops after its ")" (a
+    // script's call statement). False after a failure.
+    bool parse_call(Token &name, int32_t mask, QV_LIST_T *items);
     int32_t item_count() const { return item_count_; }
 
     // Records a failure (see the top of the file) and returns 0.

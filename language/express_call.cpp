@@ -36,6 +36,7 @@ using namespace qv::express;
 bool wrap_arguments(const Step &step, EXP_CALL_FRAME_T &frame) {
     for (int32_t i = 0; i < step.count; ++i) {
         QV_VALUE_T *argument = frame.arguments[i];
+        if (i < 64 && (step.call->unwrapped >> i & 1) != 0) continue;
         if (argument_flags(*frame.function, i) != QV_TYPE_ARRAY ||
             (argument->descriptor.type & wrapped_types) == 0)
             continue;

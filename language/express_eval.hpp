@@ -39,6 +39,9 @@ struct CallSite {
     EXP_USER_FUNCTION_T *user = nullptr; // the user-defined function called, or null
     bool wraps = false;                  // a position's mask is ARRAY: wrap other values
     QV_DATATYPE_T user_type{};           // a user-defined function's result type
+    // Bit i: argument i (below 64), at an ARRAY position, is a variable, handed over as it
+    // is so that the handler may change it (ArrayAddItem($a, x)).
+    uint64_t unwrapped = 0;
 };
 
 struct Step {
@@ -157,6 +160,9 @@ void trace_user_entry(const EXP_USER_FUNCTION_T &function, const EXP_CALL_FRAME_
                       int32_t depth);
 void trace_user_return(const EXP_USER_FUNCTION_T &function, const QV_VALUE_T &result,
                        int32_t depth);
+// Continues the trace line with a value: its type and a blank when `typed`, then the value
+// ('text' for the string types, <NULL> for NULL).
+void trace_value(const QV_VALUE_T &value, bool typed);
 
 // ---- Values ------------------------------------------------------------------------------
 

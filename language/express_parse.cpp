@@ -45,6 +45,7 @@ constexpr bool ends_expression(int32_t kind) {
         case EXP_TOKEN_THEN:
         case EXP_TOKEN_ELSE:
         case EXP_TOKEN_OF:
+        case EXP_TOKEN_BEGIN: // CASE selector BEGIN
         case EXP_TOKEN_DO:
         case EXP_TOKEN_TO:
         case EXP_TOKEN_DOWNTO: return true;
@@ -60,7 +61,6 @@ constexpr bool is_statement_keyword(int32_t kind) {
         case EXP_TOKEN_DEFAULT:
         case EXP_TOKEN_WHILE:
         case EXP_TOKEN_FOR:
-        case EXP_TOKEN_BEGIN:
         case EXP_TOKEN_ASSIGN:
         case EXP_TOKEN_COLON:
         case EXP_TOKEN_RETURN: return true;
@@ -122,6 +122,17 @@ int32_t Parser::parse_expression(int32_t mask, QV_LIST_T *items) {
     last_ = counted_ = nullptr;
     operators().clear();
     return parse_level(mask, 0);
+}
+
+bool Parser::parse_call(Token &name, int32_t mask, QV_LIST_T *items) {
+    items_ = items;
+    last_ = counted_ = nullptr;
+    operators().clear();
+    const Peek open = peek_row(mask);
+    if (open.row == nullptr || open.row->kind != EXP_TOKEN_OPEN)
+        return fail(QV_MSG_ARGUMENT_LIST_BROKEN, open.at) != 0;
+    take_row(open);
+    return call(name, mask, 0, false);
 }
 
 int32_t Parser::parse_level(int32_t mask, int32_t nesting) {

@@ -125,9 +125,7 @@ void trace_function_call(const EXP_CALL_FRAME_T &frame, const QV_VALUE_T &result
                     value.quote);
         }
     Trace_L(0, 0, " ) -> ");
-    if (show_types()) Trace_L(0, 0, "%s ", ShownType(result.descriptor).shown());
-    const ShownValue value(result);
-    Trace_L(0, 0, "%s%s%s", value.quote, value.shown(), value.quote);
+    trace_value(result, show_types());
 }
 
 void trace_user_entry(const EXP_USER_FUNCTION_T &function, const EXP_CALL_FRAME_T &frame,
@@ -151,9 +149,13 @@ void trace_user_entry(const EXP_USER_FUNCTION_T &function, const EXP_CALL_FRAME_
 void trace_user_return(const EXP_USER_FUNCTION_T &function, const QV_VALUE_T &result,
                        int32_t depth) {
     Trace_L(1, depth, "<== %U -> ", function.record->name);
-    if (show_types()) Trace_L(0, 0, "%s ", ShownType(result.descriptor).shown());
-    const ShownValue value(result);
-    Trace_L(0, 0, "%s%s%s", value.quote, value.shown(), value.quote);
+    trace_value(result, show_types());
+}
+
+void trace_value(const QV_VALUE_T &value, bool typed) {
+    if (typed) Trace_L(0, 0, "%s ", ShownType(value.descriptor).shown());
+    const ShownValue shown(value);
+    Trace_L(0, 0, "%s%s%s", shown.quote, shown.shown(), shown.quote);
 }
 
 } // namespace qv::express

@@ -115,8 +115,9 @@ class Compiler {
     struct Entry {
         int32_t index;
         StaticType type;
-        QV_VALUE_T *value;    // the operand itself when it is borrowed
-        bool literal = false; // a literal: the same value on every evaluation
+        QV_VALUE_T *value;     // the operand itself when it is borrowed
+        bool literal = false;  // a literal: the same value on every evaluation
+        bool variable = false; // a variable's own value
     };
 
     bool item(EXP_ITEM_T &item) {
@@ -179,10 +180,12 @@ class Compiler {
         if (item.variable != nullptr) {
             const QV_DATATYPE_T &d = item.variable->value.descriptor;
             push_borrowed(item, &item.variable->value, {{d.type, d.precision, d.scale, 0}, false});
+            stack_.back().variable = true;
             return;
         }
         push_borrowed(item, &unresolved_variable, {});
         stack_.back().value = nullptr;
+        stack_.back().variable = true;
         add_step(resolve_variable, item, item.slot);
     }
 
@@ -247,8 +250,15 @@ class Compiler {
             }
         }
         bool wraps = false;
-        for (int32_t i = 0; i < count; ++i)
-            wraps |= check_argument(item, i, stack_[first + static_cast<std::size_t>(i)].type);
+        uint64_t unwrapped = 0;
+        for (int32_t i = 0; i < count; ++i) {
+            const Entry &entry = stack_[first + static_cast<std::size_t>(i)];
+            const bool array_position = check_argument(item, i, entry.type);
+            if (array_position && entry.variable && i < 64)
+                unwrapped |= uint64_t{1} << i;
+            else
+                wraps |= array_position;
+        }
         EXP_CALL_FRAME_T *frame = frame_of(item, wraps);
         if (frame == nullptr) return false; // raised
         StaticType type;
@@ -262,7 +272,7 @@ class Compiler {
         step.list = program_.lists.data() + program_.lists.size();
         for (std::size_t i = first; i < stack_.size(); ++i)
             program_.lists.push_back(stack_[i].index);
-        program_.calls.push_back({frame, user, wraps, type.desc});
+        program_.calls.push_back({frame, user, wraps, type.desc, unwrapped});
         step.call = &program_.calls.back();
         stack_.resize(first);
         stack_.push_back({out, type, nullptr});

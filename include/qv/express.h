@@ -134,8 +134,10 @@
  *                its elements and any other value, NULL included, gives itself
  * Division by zero gives NULL of the type the division would have had (as Mod does). A
  * function call hands the handler the argument values themselves, not copies: handlers
- * must not change their arguments. An argument position whose mask is exactly ARRAY gets a
- * one-element ARRAY holding a value of another type.
+ * change no argument but a variable given at an ARRAY position. An argument position whose
+ * mask is exactly ARRAY gets a one-element ARRAY holding a value of another type, unless the
+ * argument is a variable: the handler then gets the variable's own value, which the array
+ * functions change (ArrayAddItem($a, x) adds to $a, whatever $a held).
  *
  * Failures of evaluation. Solve_Expression_L returns 0, or -1 with the result NULL. An
  * evaluation that cannot go on logs a message and raises GENERAL_ERROR from module
@@ -490,6 +492,210 @@ QV_API void TraceOff_L(void);
  * spaces per `depth`, level 0 continues the line; the text is formatted by the library's
  * formatter (qv/alloc.h: %U for UTF-8 text, "<NULL>" for null). */
 QV_API void Trace_L(int32_t level, int32_t depth, const char *format, ...);
+
+/* ---- Scripts -----------------------------------------------------------------------------
+ *
+ * A script is a sequence of statements, separated by ";", whose expressions are those of
+ * the top of this file (conditions allowed everywhere):
+ *
+ *     $total := 0;                                   assignment: a variable, ":=", a value
+ *     LogMsg('start');                               call statement: a function called for
+ *                                                    its effect, its value dropped
+ *     IF $qty > 10 THEN $rate := 0.9 ELSE $rate := 1;
+ *     CASE $code OF                                  (or CASE $code BEGIN)
+ *         1, 2: $kind := 'low';                      values: literals, "-" before numbers
+ *         'x': BEGIN $kind := 'other'; $n := 0 END;
+ *         DEFAULT: $kind := 'unknown'                at most one DEFAULT, the last branch
+ *     END;
+ *     WHILE $n < 10 DO $n := $n + 1;
+ *     FOR $i := 1 TO $n DO $total := $total + $i;    also DOWNTO; the bounds are read once
+ *     BEGIN $a := 1; $b := 2 END;                    a block
+ *     RETURN $total                                  ends the script with that value
+ *
+ * Words are capitals, as in expressions. Empty statements (";;") are allowed in a
+ * list, but the statement after THEN, ELSE, DO or a CASE branch's ":" must be there. A ";"
+ * before ELSE is accepted (IF c THEN s1; ELSE s2), and ELSE goes with the nearest IF.
+ * Statements and blocks nest as deep as the recursion limit (QV_MAX_RECURSION, default 100,
+ * at most EXP_MAX_NESTING).
+ *
+ * CASE compares the selector with each branch's values in order, as "=" does (1 and 1.0 are
+ * equal, a NULL matches nothing), and runs the first branch that matches, else the DEFAULT
+ * branch, else nothing. The counted loop reads its bounds once, as INTEGERs (a NULL bound
+ * or an empty range runs the body not at all), counts by 1 up (TO) or down (DOWNTO) and
+ * gives the variable each count as an INTEGER; after the loop the variable holds the last
+ * count. The loop variable cannot be assigned inside the loop, nor count an inner loop.
+ * A condition holds when it is TRUE; FALSE and NULL do not hold (a value of another type
+ * is read as a truth value, ValueToBoolean_L).
+ *
+ * Variables. A script's own variable array (`variables`, named after the script) is pushed
+ * on the scope stack while it is validated and run. A variable is found as in expressions,
+ * innermost first; an assigned variable found nowhere is created in the script's array, and
+ * keeps its value from one run to the next. Variables the script made take each value as
+ * it is (any type); a variable declared with a type elsewhere (a global, a host's) takes
+ * the value converted into its type (UpdateVariableValue_L, changed flag set). A read-only
+ * variable cannot be assigned. The variable RUN_SCRIPT_RETURN of the script's array holds
+ * the script's result: it is NULL when a run starts, RETURN value sets it and ends the run,
+ * an assignment to it sets it and goes on; whatever it holds when the run ends becomes the
+ * script's `result` (converted into the type SetExpressionResultType_L declared, if any).
+ *
+ *     EXPRESSION_T *s = New_Script_L("FOR $i := 1 TO 10 DO $s := IfNull($s, 0) + $i;"
+ *                                    "RETURN $s", "Sum", "demo");
+ *     int32_t code = 0;
+ *     if (Parse_Script_L(s, NULL, 0) == 1 && Run_Script_L(s, &code) >= 0)
+ *         ... s->result is the INTEGER 55 ...
+ *     Free_Script_L(s);
+ *
+ * Running. Run_Script_L first asks Check_Interrupt_L: after an interrupt request it turns
+ * tracing off and returns QV_SCRIPT_INTERRUPTED without running. It then runs in the status
+ * context "run_script": a run nested deeper than the recursion limit (script runs and
+ * user-defined calls together) fails with QV_MSG_RECURSION_LIMIT; loops ask for interrupts
+ * at every turn (an interrupt ends the run with QV_SCRIPT_INTERRUPTED, tracing off); Exit(
+ * code ) ends the run with QV_SCRIPT_EXITED and the code; a statement that fails has logged
+ * its message, and GENERAL_ERROR (or what the failure raised) is raised on from the
+ * context, the script's result NULL. With the trace option "Basic" a run writes
+ *     ==> Sum demo                  (the script's two names)
+ *     <== Sum demo -> 55            ("Datatype" adds the type: -> INTEGER 55)
+ * and the lines of its calls indented between; with "Variable" every assignment (a loop's
+ * counting too) writes  [$name] = value  ('text' quoted, <NULL> for NULL).
+ *
+ * Failures of parsing are reported as those of Parse_Expression_L: QV_MSG_PARSE_FAILED with
+ * the reason (a QV_MSG_ of the statement parser, GetExpressionError_L), the position and
+ * the text marked with ">>>"; a stray END at the top, QV_MSG_PARSE_ENDED_EARLY. Validation
+ * problems are logged each with its position, then QV_MSG_VALIDATION_FAILED.
+ */
+
+/* Results of Run_Script_L. */
+#define QV_SCRIPT_FAILED (-1)
+#define QV_SCRIPT_COMPLETED 0   /* ran to its end */
+#define QV_SCRIPT_RETURNED 1    /* ended by RETURN */
+#define QV_SCRIPT_INTERRUPTED 2 /* an interrupt was requested; tracing is off */
+#define QV_SCRIPT_EXITED 3      /* ended by Exit( code ) */
+/* The variable holding a script's result. */
+#define QV_SCRIPT_RESULT_VARIABLE "RUN_SCRIPT_RETURN"
+
+/* A new script holding a copy of `text` (null: none) and its two names, written by the
+ * trace (null: none); its variable array is made when it is first validated. Raises
+ * ALLOC_FAILURE (null when it returns). */
+QV_API EXPRESSION_T *New_Script_L(const char *text, const char *name, const char *owner);
+/* Parses the script's text (trimmed in place) into statements, the functions looked up in
+ * `tables` (as Parse_Expression_L takes them), then in the current function array's
+ * user-defined functions, then in the built-in table. Any earlier parsed form is freed; the
+ * script's variables stay. Returns 1 when the text parsed; 0 when the script or its text is
+ * null, or the text holds nothing but blanks, comments and ";" (a script that does nothing);
+ * 0 after a failure, raised as GENERAL_ERROR or ALLOC_FAILURE (see above). A record made by
+ * New_Expression_L may be parsed as a script. Status context "Parse_Script_L". */
+QV_API int32_t Parse_Script_L(EXPRESSION_T *script, const ExpFunction *const *tables,
+                              int32_t table_count);
+/* BindExpression_L for every expression of the parsed script; returns the number of name
+ * items left unbound in all of them, or -1 as BindExpression_L does. */
+QV_API int32_t BindScript_L(EXPRESSION_T *script, const EXP_BINDING_T *bindings, int32_t count);
+/* Validates the parsed script (parsing it first, without host tables, when it has a text
+ * but no parsed form): makes its variable array, finds or creates every assigned variable,
+ * validates every expression (Validate_Expression_L) and prepares the CASE comparisons.
+ * Returns 1 when it can be run; 0 after logging what is wrong (QV_MSG_VARIABLE_READ_ONLY,
+ * the evaluator's messages, then QV_MSG_VALIDATION_FAILED) and raising GENERAL_ERROR, or
+ * for a null script. Status context "Validate_Script_L". */
+QV_API int32_t Validate_Script_L(EXPRESSION_T *script);
+/* Runs the script (validating it first when needed) and returns a QV_SCRIPT_ code; the
+ * script's result is in its `result`. `exit_code` (may be null) receives Exit's code, 0
+ * otherwise. QV_SCRIPT_FAILED for a null script or after a failure (raised, see above). */
+QV_API int32_t Run_Script_L(EXPRESSION_T *script, int32_t *exit_code);
+/* Releases what validation prepared for every expression of the script (their call frames
+ * and prepared forms): the next run validates again. The parsed statements, the variables,
+ * the result and the text stay. Null, or a script that is running, is left alone. */
+QV_API void Cleanup_Script_L(EXPRESSION_T *script);
+/* Frees the script: its statements and expressions, its variable array (taken off the
+ * scope stack first), its result, text and record. Null does nothing. Free_Expression_L
+ * does the same for a script. */
+QV_API void Free_Script_L(EXPRESSION_T *script);
+
+/* Maintenance of script texts. Each rewrites the script's `text` and frees its parsed form
+ * (the script must be parsed again; its variables stay); each returns -1 for a null script
+ * or text and leaves the text as it was when it returns -1 or 0.
+ *
+ * ForceCoreScriptResult_L: a text that is one expression (a derivation such as
+ * "$price * $qty" or "Upper(name)": no statement keyword, no ":=", no ";" but a last one)
+ * becomes a script that hands its value back: "RETURN <text>;". Returns 1 when it rewrote
+ * the text, 0 when the text is statements already (or empty); -1 when the text cannot be
+ * read as tokens (an unterminated quote ...).
+ *
+ * ReplaceInScript_L: renames, token by token, every variable or every name that `from`
+ * spells: "$x" or "{$x}" a variable (either form matches), anything else a name (dotted
+ * parts, a double-quoted part) of a column, field or function; names compare without
+ * regard to case; quoted texts and comments are left alone. Each occurrence is replaced by
+ * `to`, written as it is given. Returns the number of replacements; -1 when `from` is not
+ * one variable or name, or the text cannot be read as tokens.
+ *
+ * UpgradeScript_L: makes every statement governed by THEN, ELSE or DO a block: a statement
+ * that is not BEGIN ... END gets "BEGIN " before it and " END" after it, and the ";" that
+ * stood between a THEN branch and its ELSE is dropped, so
+ *     IF $a THEN $x := 1; ELSE $x := 2
+ * becomes
+ *     IF $a THEN BEGIN $x := 1 END ELSE BEGIN $x := 2 END
+ * The upgraded script runs as the original did; upgrading again changes nothing. Returns
+ * the number of statements made blocks; -1 when the text does not parse as a script (the
+ * failure logged and raised as by Parse_Script_L, with the tables given). */
+QV_API int32_t ForceCoreScriptResult_L(EXPRESSION_T *script);
+QV_API int32_t ReplaceInScript_L(EXPRESSION_T *script, const char *from, const char *to);
+QV_API int32_t UpgradeScript_L(EXPRESSION_T *script, const ExpFunction *const *tables,
+                               int32_t table_count);
+
+/* ---- User-defined functions --------------------------------------------------------------
+ *
+ * A text of declarations holds one or more functions, each
+ *
+ *     FUNCTION Name( $a NUMBER(10,2), $b CHAR, $c ) RETURNS NUMBER(12,2)
+ *     BEGIN
+ *         statements, with RETURN value;
+ *     END
+ *
+ * optionally separated by ";". FUNCTION and RETURNS are written in capitals. A parameter
+ * is a variable name, optionally followed by a declarable data type (qv/datatype.h: CHAR,
+ * CHAR(20), NUMBER(10,2), DATE WITH TIME ZONE ...; CHAR without a length takes any length);
+ * "( )" declares none, at most 16. RETURNS and its type may be left out: the result then
+ * keeps the type of the value returned. The body is a block of statements as in a script;
+ * a bare RETURN is not allowed there (a function hands back a value), and a body that ends
+ * without RETURN gives NULL.
+ *
+ * A call passes every argument (as many as there are parameters); an argument is converted
+ * into its parameter's declared type (a parameter without a type takes it as it is). The
+ * type an argument may have at a call: a number for INTEGER, FLOAT and NUMBER parameters;
+ * any value but an array for CHAR and CLOB; BOOLEAN; a date (or a text) for the date and
+ * time types; an ARRAY (another value arrives as a one-element array); any value for a
+ * parameter without a type. Variables the body assigns that are not parameters are the
+ * function's locals, NULL at the start of every call. Every call (recursive ones too) has
+ * its own parameters and locals; calls nest as deep as the recursion limit and the stack
+ * allow (QV_MSG_RECURSION_LIMIT, QV_MSG_STACK_EXHAUSTED). A function body sees the
+ * variables of the scope stack as it stood when the body was validated (globals, the
+ * host's arrays), besides its own.
+ *
+ * Each function becomes a user-defined function of the current function array (NewFunction
+ * of qv/builtin.h) with a function record that expressions and scripts call like a
+ * built-in: its name and usage ("Name( $a NUMBER(10,2), $b CHAR, $c ) RETURNS
+ * NUMBER(12,2)"), number 0, category QV_CATEGORY_USER, both argument counts the number of
+ * parameters, the result type's code (0 without RETURNS) and each parameter's type mask as
+ * above. The user-function record keeps in `text1` the declaration's text (FUNCTION to END)
+ * from which its body is parsed, in `text2` the parameter list and the result type as
+ * declared, its parameters' declared types as NULL values in `parameter_values`, and in
+ * one extra block (extras[0]->owned) a copy of the table list it was declared with (the
+ * tables themselves are the host's and must outlive the functions). Its `body` is a script
+ * (New_Script_L) named after the function.
+ */
+
+/* Declares the functions of `text` in the current function array (pushing the bottom one
+ * when there is none), then parses the body of every user-defined function of that array
+ * (those declared before too: a declaration moves the function records, so every body is
+ * parsed again), with `tables`, the array's user-defined functions and the built-in table
+ * (functions may call each other in any order, themselves included), validates every body
+ * and marks the functions validated (SetValidatedFunctions_L). Returns the number of
+ * functions declared, or -1 after a failure: the functions of `text` are then removed, the
+ * earlier ones prepared again, and the failure logged (as by Parse_Script_L, or by
+ * validation; QV_MSG_FUNCTION_REPEATED for a name the array has already) and raised. A name
+ * may repeat a built-in's, which calls then reach instead. Scripts and expressions parsed
+ * before that call user-defined functions must be parsed again after a declaration.
+ * Status context "Declare_Functions_L". */
+QV_API int32_t Declare_Functions_L(const char *text, const ExpFunction *const *tables,
+                                   int32_t table_count);
 
 QV_EXTERN_C_END
 

@@ -107,15 +107,25 @@ typedef enum MESSAGE_SEVERITY_E {
 #define QV_MSG_RECURSION_LIMIT 0xA1B51C5BU        /* - */
 #define QV_MSG_VALIDATION_FAILED 0xA1B51C59U      /* - */
 #define QV_MSG_ASSIGNMENT_EXPECTED 0xA1D71704U    /* - */
-#define QV_MSG_LOOP_MALFORMED 0xA1D71706U         /* - */
+#define QV_MSG_LOOP_MALFORMED 0xA1D71706U         /* what was expected */
 #define QV_MSG_LOOP_VARIABLE_EXPECTED 0xA1D71707U /* - */
 #define QV_MSG_VARIABLE_AS_PROCEDURE 0xA1D716CAU  /* - */
 #define QV_MSG_STATEMENT_NOT_ENDED 0xA1D716CBU    /* - */
-#define QV_MSG_END_EXPECTED 0xA1D716C7U           /* - */
+#define QV_MSG_END_EXPECTED 0xA1D716C7U           /* position of the BEGIN or CASE */
 #define QV_MSG_CASE_BRANCH_EXPECTED 0xA1D716C8U   /* - */
 #define QV_MSG_CASE_COLON_EXPECTED 0xA1D716CCU    /* - */
 #define QV_MSG_CASE_DEFAULT_REPEATED 0xA1D716CDU  /* - */
 #define QV_MSG_STATEMENT_EXPECTED 0xA1D71744U     /* - */
+/* scripts: statements, validation, user-defined functions */
+#define QV_MSG_RETURN_NOT_ALLOWED 0xA1B51C80U     /* - */
+#define QV_MSG_LOOP_VARIABLE_ASSIGNED 0xA1B51C81U /* variable */
+#define QV_MSG_VARIABLE_READ_ONLY 0xA1B51C82U     /* variable, position, marked text */
+#define QV_MSG_NOT_ASSIGNABLE 0xA1B51C83U         /* name */
+#define QV_MSG_DECLARATION_EXPECTED 0xA1B51C84U   /* what was expected */
+#define QV_MSG_FUNCTION_REPEATED 0xA1B51C85U      /* function */
+#define QV_MSG_PARAMETER_REPEATED 0xA1B51C86U     /* parameter */
+#define QV_MSG_TYPE_UNKNOWN 0xA1B51C87U           /* type as written */
+#define QV_MSG_TOO_MANY_PARAMETERS 0xA1B51C88U    /* function */
 /* expression evaluator: validation, evaluation, tracing */
 #define QV_MSG_NAME_NOT_BOUND 0xA1B51C70U        /* name, position */
 #define QV_MSG_ARGUMENT_TYPE 0xA1B51C71U         /* function, argument, position, type, types */
