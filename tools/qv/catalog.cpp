@@ -15,9 +15,12 @@ struct Category {
     const char *name;
 };
 constexpr Category CATEGORIES[] = {
-    {QV_CATEGORY_USER, "User-defined"},  {QV_CATEGORY_NUMERIC, "Numeric"},
-    {QV_CATEGORY_STRING, "String"},      {QV_CATEGORY_DATE, "Date and time"},
-    {QV_CATEGORY_CONDITIONAL, "Conditional"}, {QV_CATEGORY_CONVERSION, "Conversion"},
+    {QV_CATEGORY_USER, "User-defined"},
+    {QV_CATEGORY_NUMERIC, "Numeric"},
+    {QV_CATEGORY_STRING, "String"},
+    {QV_CATEGORY_DATE, "Date and time"},
+    {QV_CATEGORY_CONDITIONAL, "Conditional"},
+    {QV_CATEGORY_CONVERSION, "Conversion"},
     {QV_CATEGORY_MISCELLANEOUS, "Miscellaneous"},
 };
 
@@ -83,8 +86,10 @@ void list_functions(std::FILE *out) {
 void describe_function(std::FILE *out, const ExpFunction &function) {
     std::fprintf(out, "%s\n", usage_of(function));
     std::string counts = std::to_string(function.min_args);
-    if (function.max_args == QV_UNLIMITED_ARGUMENTS) counts += " or more";
-    else if (function.max_args != function.min_args) counts += " to " + std::to_string(function.max_args);
+    if (function.max_args == QV_UNLIMITED_ARGUMENTS)
+        counts += " or more";
+    else if (function.max_args != function.min_args)
+        counts += " to " + std::to_string(function.max_args);
     const std::string result =
         function.result_type != 0 ? type_names(function.result_type) : "the type of its value";
     std::fprintf(out, "  category %s; arguments %s; result %s\n", category_name(function.category),

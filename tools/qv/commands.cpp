@@ -34,9 +34,11 @@ struct Bindings {
 std::string make_bindings(const std::vector<std::string> &texts, Bindings &bindings) {
     for (const std::string &text : texts) {
         Binding binding;
-        if (std::string error = parse_binding("--bind", text, binding); !error.empty()) return error;
+        if (std::string error = parse_binding("--bind", text, binding); !error.empty())
+            return error;
         auto value = std::make_unique<HeldValue>();
-        if (std::string error = make_value(binding.type, binding.value, value->value); !error.empty())
+        if (std::string error = make_value(binding.type, binding.value, value->value);
+            !error.empty())
             return "--bind '" + text + "': " + error;
         bindings.given.push_back(std::move(binding));
         bindings.values.push_back(std::move(value));
@@ -47,11 +49,13 @@ std::string make_bindings(const std::vector<std::string> &texts, Bindings &bindi
 // The name an item is bound by: its parts joined by ".".
 std::string item_name(const EXP_ITEM_T &item) {
     std::string name;
-    for (int32_t i = 0; i < item.name_count; ++i) name += (i > 0 ? "." : "") + std::string(item.names[i]);
+    for (int32_t i = 0; i < item.name_count; ++i)
+        name += (i > 0 ? "." : "") + std::string(item.names[i]);
     return name;
 }
 
-template <class Visit> void for_each_item(const EXPRESSION_T &expression, Visit visit) {
+template <class Visit>
+void for_each_item(const EXPRESSION_T &expression, Visit visit) {
     void *data = nullptr;
     for (QV_LIST_T *p = NextListItem_L(expression.items, &data); p; p = NextListItem_L(p, &data))
         visit(*static_cast<EXP_ITEM_T *>(data));
@@ -60,11 +64,14 @@ template <class Visit> void for_each_item(const EXPRESSION_T &expression, Visit 
 // Parses and validates inside a status context; prints the problems. False when it failed.
 bool compile(EXPRESSION_T *expression, const std::function<void()> &bind) {
     int code = 0;
-    const Outcome outcome = guarded("qv", [&] {
-        if (Parse_Expression_L(expression, MASK, nullptr, 0) != 1) return false;
-        bind();
-        return Validate_Expression_L(expression) == 1;
-    }, code);
+    const Outcome outcome = guarded(
+        "qv",
+        [&] {
+            if (Parse_Expression_L(expression, MASK, nullptr, 0) != 1) return false;
+            bind();
+            return Validate_Expression_L(expression) == 1;
+        },
+        code);
     if (outcome == Outcome::Done) return true;
     if (!report_problems(stderr, expression->text != nullptr ? expression->text : ""))
         std::fputs("qv: there is nothing to evaluate\n", stderr);
@@ -108,7 +115,8 @@ std::string set_variables(const std::vector<std::string> &vars) {
         Binding binding;
         if (std::string error = parse_binding("--var", text, binding); !error.empty()) return error;
         HeldValue value;
-        if (std::string error = make_value(binding.type, binding.value, value.value); !error.empty())
+        if (std::string error = make_value(binding.type, binding.value, value.value);
+            !error.empty())
             return "--var '" + text + "': " + error;
         const QV_DATATYPE_T &type = value.value.descriptor;
         if (CreateVariable_L(GetGlobalVariables_L(), binding.name.c_str(), type.type,
@@ -134,15 +142,14 @@ int eval_command(const EvalArguments &a) {
     });
     if (!valid) return STATUS_USAGE;
     int code = 0;
-    switch (guarded("qv eval", [&] { return Solve_Expression_L(expression.get()) == 0; }, code)) {
+    switch (guarded(
+        "qv eval", [&] { return Solve_Expression_L(expression.get()) == 0; }, code)) {
         case Outcome::Done:
             report_problems(stderr, expression->text); // warnings
             print_result(expression->result, a.typed);
             return 0;
         case Outcome::Exited: return code;
-        default:
-            report_problems(stderr, expression->text);
-            return STATUS_FAILED;
+        default: report_problems(stderr, expression->text); return STATUS_FAILED;
     }
 }
 

@@ -54,8 +54,7 @@ bool FieldReader::read(std::string_view text, QV_VALUE_T &value, std::string &er
     text_.assign(text);
     switch (type_.type) {
         case QV_TYPE_CHAR: return read_char(value, error);
-        case QV_TYPE_INTEGER:
-            return read_integer(value) || refuse(value, error, "is not a");
+        case QV_TYPE_INTEGER: return read_integer(value) || refuse(value, error, "is not a");
         case QV_TYPE_FLOAT: return read_float(value) || convert(value, error);
         case QV_TYPE_NUMBER: return read_number(value, error);
         default: return convert(value, error);

@@ -40,9 +40,9 @@ class FieldReader {
     bool refuse(QV_VALUE_T &value, std::string &error, const char *what);
 
     QV_DATATYPE_T type_;
-    std::string text_;      // the text being read, terminated
-    QV_VALUE_T source_{};   // a CHAR borrowing text_
-    QV_VALUE_T exact_{};    // a NUMBER text's own digits
+    std::string text_;    // the text being read, terminated
+    QV_VALUE_T source_{}; // a CHAR borrowing text_
+    QV_VALUE_T exact_{};  // a NUMBER text's own digits
 };
 
 // A value of `type` (0: inferred from the text, types.hpp) owning its payload, read from

@@ -20,9 +20,9 @@ struct PositionParameter {
     std::size_t parameter;
 };
 constexpr PositionParameter POSITION_PARAMETERS[] = {
-    {QV_MSG_PARSE_ENDED_EARLY, 0},     {QV_MSG_NAME_NOT_BOUND, 1},
-    {QV_MSG_ARGUMENT_TYPE, 2},         {QV_MSG_FUNCTION_NOT_CALLABLE, 1},
-    {QV_MSG_EXPRESSION_MALFORMED, 0},  {QV_MSG_VARIABLE_NOT_FOUND, 1},
+    {QV_MSG_PARSE_ENDED_EARLY, 0},    {QV_MSG_NAME_NOT_BOUND, 1},
+    {QV_MSG_ARGUMENT_TYPE, 2},        {QV_MSG_FUNCTION_NOT_CALLABLE, 1},
+    {QV_MSG_EXPRESSION_MALFORMED, 0}, {QV_MSG_VARIABLE_NOT_FOUND, 1},
     {QV_MSG_NUMBER_OVERFLOW, 1},
 };
 
@@ -44,16 +44,16 @@ Problem parse_problem(const PWMessage &message) {
     const std::uint32_t reason = GetExpressionError_L(&position);
     problem.number = reason != 0 ? reason : message.Number();
     problem.position = parameter_number(parameters[0]);
-    problem.text =
-        "at position " + std::to_string(problem.position) + ": " + parameters[1].Text();
+    problem.text = "at position " + std::to_string(problem.position) + ": " + parameters[1].Text();
     return problem;
 }
 
 Problem to_problem(const PWMessage &message) {
     if (message.Number() == QV_MSG_PARSE_FAILED) return parse_problem(message);
     Problem problem{message.Number(), message.LibrarySeverity(), message.Text(), -1};
-    const auto *row = std::find_if(std::begin(POSITION_PARAMETERS), std::end(POSITION_PARAMETERS),
-                                   [&](const PositionParameter &p) { return p.number == problem.number; });
+    const auto *row =
+        std::find_if(std::begin(POSITION_PARAMETERS), std::end(POSITION_PARAMETERS),
+                     [&](const PositionParameter &p) { return p.number == problem.number; });
     if (row != std::end(POSITION_PARAMETERS) && row->parameter < message.Parameters().size())
         problem.position = parameter_number(message.Parameters()[row->parameter]);
     return problem;
@@ -131,15 +131,16 @@ std::vector<Problem> take_problems() {
 }
 
 std::string marked(std::string_view text, int position) {
-    const std::size_t at = std::min<std::size_t>(static_cast<std::size_t>(std::max(position, 0)),
-                                                  text.size());
+    const std::size_t at =
+        std::min<std::size_t>(static_cast<std::size_t>(std::max(position, 0)), text.size());
     const std::size_t begin = text.rfind('\n', at == 0 ? 0 : at - 1);
     const std::size_t line_begin = begin == std::string_view::npos || at == 0 ? 0 : begin + 1;
     const std::size_t line_end = std::min(text.find('\n', at), text.size());
     const std::string shown = std::string(text.substr(line_begin, at - line_begin)) + ">>>" +
                               std::string(text.substr(at, line_end - at));
     if (text.find('\n') == std::string_view::npos) return shown;
-    const auto line = 1 + std::count(text.begin(), text.begin() + static_cast<long>(line_begin), '\n');
+    const auto line =
+        1 + std::count(text.begin(), text.begin() + static_cast<long>(line_begin), '\n');
     return "line " + std::to_string(line) + ": " + shown;
 }
 
@@ -153,7 +154,8 @@ void print_problems(std::FILE *out, const std::vector<Problem> &problems, std::s
         else
             std::fprintf(out, "qv: %s%s: %s\n", prefix.c_str(), kind, problem.text.c_str());
         if (problem.position >= 0 && !text.empty())
-            std::fprintf(out, "qv: %s    %s\n", prefix.c_str(), marked(text, problem.position).c_str());
+            std::fprintf(out, "qv: %s    %s\n", prefix.c_str(),
+                         marked(text, problem.position).c_str());
     }
 }
 

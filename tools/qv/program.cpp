@@ -75,8 +75,8 @@ class ExpressionProgram : public RowProgram {
 
   private:
     // Output column j is input column sources_[j] when >= 0, else step -1 - sources_[j].
-    std::string add_step(const std::string &label, const std::string &name,
-                         const std::string &text, bool condition);
+    std::string add_step(const std::string &label, const std::string &name, const std::string &text,
+                         bool condition);
     std::string compile(Step &step, std::size_t derived_before);
     void bind(Step &step, std::size_t derived_before);
     void place_output(std::size_t step, std::vector<std::string> &names);
@@ -120,8 +120,8 @@ std::string ExpressionProgram::prepare(const std::vector<Column> &columns,
     for (const std::string &text : options_.derivations) {
         Derivation derivation;
         parse_derivation(text, derivation);
-        if (std::string error = add_step("-e " + derivation.name, derivation.name,
-                                         derivation.expression, false);
+        if (std::string error =
+                add_step("-e " + derivation.name, derivation.name, derivation.expression, false);
             !error.empty())
             return error;
         place_output(steps_.size() - 1, output_names);
@@ -151,7 +151,8 @@ std::string ExpressionProgram::add_step(const std::string &label, const std::str
     EXPRESSION_T &e = *step.expression;
     if (condition) {
         const QV_DATATYPE_T boolean{QV_TYPE_BOOLEAN, 0, 0, 0};
-        if (e.result_type.type == 0) SetExpressionResultType_L(&e, &boolean);
+        if (e.result_type.type == 0)
+            SetExpressionResultType_L(&e, &boolean);
         else if (e.result_type.type != QV_TYPE_BOOLEAN)
             return "--where: the condition gives " + type_text(e.result_type) + ", not BOOLEAN";
     }
@@ -165,11 +166,14 @@ std::string ExpressionProgram::add_step(const std::string &label, const std::str
 std::string ExpressionProgram::compile(Step &step, std::size_t derived_before) {
     EXPRESSION_T *e = step.expression.get();
     int code = 0;
-    const Outcome outcome = guarded("qv derive", [&] {
-        if (Parse_Expression_L(e, MASK, nullptr, 0) != 1) return false;
-        bind(step, derived_before);
-        return Validate_Expression_L(e) == 1;
-    }, code);
+    const Outcome outcome = guarded(
+        "qv derive",
+        [&] {
+            if (Parse_Expression_L(e, MASK, nullptr, 0) != 1) return false;
+            bind(step, derived_before);
+            return Validate_Expression_L(e) == 1;
+        },
+        code);
     if (outcome == Outcome::Done) return "";
     const std::vector<Problem> problems = take_problems();
     print_problems(messages_, problems, e->text != nullptr ? e->text : "", step.label + ": ");
@@ -198,11 +202,13 @@ void ExpressionProgram::bind(Step &step, std::size_t derived_before) {
     for (QV_LIST_T *p = NextListItem_L(e->items, &data); p; p = NextListItem_L(p, &data)) {
         const EXP_ITEM_T *item = static_cast<const EXP_ITEM_T *>(data);
         if (item->kind != EXP_ITEM_NAME || item->bound == nullptr) continue;
-        const auto column = std::find_if(columns_.begin(), columns_.end(), [&](const InputColumn &c) {
-            return &c.value == item->bound;
-        });
-        if (column != columns_.end()) column->used = true;
-        else step.reads_derived = true;
+        const auto column =
+            std::find_if(columns_.begin(), columns_.end(),
+                         [&](const InputColumn &c) { return &c.value == item->bound; });
+        if (column != columns_.end())
+            column->used = true;
+        else
+            step.reads_derived = true;
     }
 }
 
@@ -253,7 +259,8 @@ bool ExpressionProgram::evaluate() {
     dropped_ = false;
     while (next_ < order_.size()) {
         int code = 0;
-        const Outcome outcome = guarded("qv derive", [this] { return run_steps(); }, code);
+        const Outcome outcome = guarded(
+            "qv derive", [this] { return run_steps(); }, code);
         if (outcome == Outcome::Done) return true;
         Step &step = steps_[order_[next_]];
         if (outcome == Outcome::Exited) {
@@ -299,8 +306,8 @@ std::string_view ExpressionProgram::text_of(Step &step) {
     if (utf8_text(result)) return result.payload.string.text;
     constexpr std::uint32_t converted = QV_TYPE_INTEGER | QV_TYPE_FLOAT | QV_TYPE_NUMBER |
                                         QV_TYPE_DATE | QV_TYPE_DATE_TZ | QV_TYPE_TIME |
-                                        QV_TYPE_TIME_TZ | QV_TYPE_BOOLEAN |
-                                        QV_TYPE_INTERVAL_DS | QV_TYPE_INTERVAL_YM;
+                                        QV_TYPE_TIME_TZ | QV_TYPE_BOOLEAN | QV_TYPE_INTERVAL_DS |
+                                        QV_TYPE_INTERVAL_YM;
     if ((result.descriptor.type & converted) != 0 &&
         ConvertValue_L(&step.text, &result, 0, 0) == QV_CONVERT_OK && step.text.is_null == 0)
         return step.text.payload.string.text;

@@ -285,34 +285,42 @@ bool Session::run_entry(const std::string &entry) {
     const std::string name = text.substr(1, end - 1);
     Expression value(New_Expression_L(text.substr(assign + 2).c_str()));
     int code = 0;
-    const Outcome outcome = guarded("qv repl", [&] {
-        if (Parse_Expression_L(value.get(), EXP_MASK_EXPRESSION | EXP_MASK_CONDITION, nullptr, 0) != 1)
-            return false;
-        if (Solve_Expression_L(value.get()) != 0) return false;
-        VARIABLE_ARRAY_T *globals = GetGlobalVariables_L();
-        FreeVariable_L(FindVariableOnArray_L(globals, name.c_str()));
-        const QV_DATATYPE_T &type = value->result.descriptor;
-        return CreateVariable_L(globals, name.c_str(), type.type, type.precision, type.scale,
-                                &value->result) != nullptr;
-    }, code);
+    const Outcome outcome = guarded(
+        "qv repl",
+        [&] {
+            if (Parse_Expression_L(value.get(), EXP_MASK_EXPRESSION | EXP_MASK_CONDITION, nullptr,
+                                   0) != 1)
+                return false;
+            if (Solve_Expression_L(value.get()) != 0) return false;
+            VARIABLE_ARRAY_T *globals = GetGlobalVariables_L();
+            FreeVariable_L(FindVariableOnArray_L(globals, name.c_str()));
+            const QV_DATATYPE_T &type = value->result.descriptor;
+            return CreateVariable_L(globals, name.c_str(), type.type, type.precision, type.scale,
+                                    &value->result) != nullptr;
+        },
+        code);
     if (outcome == Outcome::Exited) {
         status_ = exit_status(code);
         return false;
     }
     std::fflush(stdout);
     report_problems(stderr, value->text != nullptr ? value->text : "");
-    if (outcome == Outcome::Done) std::printf("$%s = %s\n", name.c_str(), typed(value->result).c_str());
+    if (outcome == Outcome::Done)
+        std::printf("$%s = %s\n", name.c_str(), typed(value->result).c_str());
     return true;
 }
 
 bool Session::expression(const std::string &entry) {
     Expression value(New_Expression_L(entry.c_str()));
     int code = 0;
-    const Outcome outcome = guarded("qv repl", [&] {
-        return Parse_Expression_L(value.get(), EXP_MASK_EXPRESSION | EXP_MASK_CONDITION, nullptr,
-                                  0) == 1 &&
-               Solve_Expression_L(value.get()) == 0;
-    }, code);
+    const Outcome outcome = guarded(
+        "qv repl",
+        [&] {
+            return Parse_Expression_L(value.get(), EXP_MASK_EXPRESSION | EXP_MASK_CONDITION,
+                                      nullptr, 0) == 1 &&
+                   Solve_Expression_L(value.get()) == 0;
+        },
+        code);
     if (outcome == Outcome::Exited) {
         status_ = exit_status(code);
         return false;

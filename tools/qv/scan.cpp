@@ -8,8 +8,8 @@ namespace qvtool {
 namespace {
 
 bool word_character(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           c == '_' || c == '@' || static_cast<unsigned char>(c) >= 0x80;
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+           c == '@' || static_cast<unsigned char>(c) >= 0x80;
 }
 
 // The tokens that matter here, in text order.
@@ -138,7 +138,8 @@ ScriptParts split_declarations(std::string_view text) {
     std::size_t declaration = std::string_view::npos; // where the one being read began
     bool opened = false;                              // its body's BEGIN was read
     auto take = [&](std::size_t end) {
-        parts.declarations.replace(declaration, end - declaration, text.substr(declaration, end - declaration));
+        parts.declarations.replace(declaration, end - declaration,
+                                   text.substr(declaration, end - declaration));
         blank(parts.statements, declaration, end);
         parts.has_declarations = true;
         declaration = std::string_view::npos;

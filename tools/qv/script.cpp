@@ -44,17 +44,16 @@ Script::Script(std::string text, std::string name, std::string owner)
 bool Script::declare(const std::string &declarations) {
     const int32_t before = function_count();
     int code = 0;
-    const Outcome outcome = guarded("qv", [&] {
-        return Declare_Functions_L(declarations.c_str(), nullptr, 0) >= 0;
-    }, code);
+    const Outcome outcome = guarded(
+        "qv", [&] { return Declare_Functions_L(declarations.c_str(), nullptr, 0) >= 0; }, code);
     if (outcome != Outcome::Done) {
         report_problems(stderr, text_);
         return false;
     }
     const EXP_FUNCTION_ARRAY_T *array = current_functions();
     for (int32_t i = before; array != nullptr && i < array->function_count; ++i)
-        declared_ += (declared_.empty() ? "" : ", ") +
-                     std::string(array->functions[i]->record->name);
+        declared_ +=
+            (declared_.empty() ? "" : ", ") + std::string(array->functions[i]->record->name);
     return true;
 }
 
@@ -67,10 +66,13 @@ bool Script::prepare() {
     EXPRESSION_T *script = script_.get();
     if (script == nullptr) throw std::bad_alloc();
     int code = 0;
-    const Outcome outcome = guarded("qv", [&] {
-        if (Parse_Script_L(script, nullptr, 0) != 1) return false;
-        return Validate_Script_L(script) == 1;
-    }, code);
+    const Outcome outcome = guarded(
+        "qv",
+        [&] {
+            if (Parse_Script_L(script, nullptr, 0) != 1) return false;
+            return Validate_Script_L(script) == 1;
+        },
+        code);
     if (outcome == Outcome::Done) return true;
     if (!report_problems(stderr, text_)) {
         runnable_ = false; // nothing but blanks, comments and ";"
@@ -82,10 +84,13 @@ bool Script::prepare() {
 Script::End Script::run() {
     int32_t result = QV_SCRIPT_FAILED;
     int code = 0;
-    const Outcome outcome = guarded("qv", [&] {
-        result = Run_Script_L(script_.get(), &exit_code_);
-        return result != QV_SCRIPT_FAILED;
-    }, code);
+    const Outcome outcome = guarded(
+        "qv",
+        [&] {
+            result = Run_Script_L(script_.get(), &exit_code_);
+            return result != QV_SCRIPT_FAILED;
+        },
+        code);
     report_problems(stderr, text_); // a failure's, or warnings
     if (outcome == Outcome::Exited) {
         exit_code_ = code;
@@ -138,9 +143,12 @@ int run_command(const RunArguments &a) {
             std::fputs("qv: interrupted\n", stderr);
             return 128 + interrupt::requested();
         case Script::End::Exited: return exit_status(script.exit_code());
-        case Script::End::Returned: std::printf("%s\n", value_text(script.result()).c_str()); return 0;
+        case Script::End::Returned:
+            std::printf("%s\n", value_text(script.result()).c_str());
+            return 0;
         default:
-            if (script.result().is_null == 0) std::printf("%s\n", value_text(script.result()).c_str());
+            if (script.result().is_null == 0)
+                std::printf("%s\n", value_text(script.result()).c_str());
             return 0;
     }
 }

@@ -66,10 +66,13 @@ std::string declaration_error(int32_t code, const std::string &name) {
         case QV_PARSE_TYPE_NO_PRECISION: return name + " takes no size";
         case QV_PARSE_TYPE_NO_CLOSE: return "missing ')'";
         case QV_PARSE_TYPE_BAD_PRECISION: return "the size is not a whole number";
-        case QV_PARSE_TYPE_PRECISION_RANGE: return "the size of " + name + " is out of range";
+        case QV_PARSE_TYPE_PRECISION_RANGE:
+            return "the size of " + name +
+                   (name == "NUMBER" ? " is at most 77" : " is out of range");
         case QV_PARSE_TYPE_NO_SCALE: return name + " takes no scale";
         case QV_PARSE_TYPE_BAD_SCALE: return "the scale is not a whole number";
-        case QV_PARSE_TYPE_SCALE_RANGE: return "the scale of " + name + " is out of range";
+        case QV_PARSE_TYPE_SCALE_RANGE:
+            return "the scale of " + name + " is above -size and at most 77";
         case QV_PARSE_TYPE_SIZE_MISSING:
             return name + " needs a size, as in " + name + (name == "NUMBER" ? "(10,2)" : "(20)");
         default: return "unknown type";
@@ -99,8 +102,8 @@ void TypeGuess::add(std::string_view text) {
 }
 
 QV_DATATYPE_T TypeGuess::type() const {
-    constexpr unsigned numbers = bit(TextKind::Integer) | bit(TextKind::Decimal) |
-                                 bit(TextKind::Float);
+    constexpr unsigned numbers =
+        bit(TextKind::Integer) | bit(TextKind::Decimal) | bit(TextKind::Float);
     const unsigned seen = seen_ & ~bit(TextKind::Empty);
     if (seen == bit(TextKind::Date)) return make_type(QV_TYPE_DATE);
     if (seen == bit(TextKind::DateZone)) return make_type(QV_TYPE_DATE_TZ);
