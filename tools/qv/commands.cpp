@@ -23,8 +23,6 @@ namespace {
 
 using Expression = std::unique_ptr<EXPRESSION_T, ExpressionDeleter>;
 
-constexpr int32_t MASK = EXP_MASK_EXPRESSION | EXP_MASK_CONDITION;
-
 // The --bind values, owned.
 struct Bindings {
     std::vector<Binding> given;
@@ -67,7 +65,7 @@ bool compile(EXPRESSION_T *expression, const std::function<void()> &bind) {
     const Outcome outcome = guarded(
         "qv",
         [&] {
-            if (Parse_Expression_L(expression, MASK, nullptr, 0) != 1) return false;
+            if (parse_expression(expression) != 1) return false;
             bind();
             return Validate_Expression_L(expression) == 1;
         },

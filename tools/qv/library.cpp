@@ -121,6 +121,10 @@ std::vector<Problem> take_problems() {
             problems.push_back(to_problem(*message));
     DeleteMessageHandle_L(g_messages);
     g_messages = 0;
+    // "not valid" only sums up the reasons logged before it.
+    if (problems.size() > 1)
+        std::erase_if(problems,
+                      [](const Problem &p) { return p.number == QV_MSG_VALIDATION_FAILED; });
     const bool any_error = std::any_of(problems.begin(), problems.end(), [](const Problem &p) {
         return p.severity >= MESSAGE_SEVERITY_ERROR;
     });

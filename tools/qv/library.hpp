@@ -54,7 +54,8 @@ struct Problem {
 
 // The messages logged since the last call (the set is then emptied). A failed parse is
 // shown by its reason (GetExpressionError_L: the parser's message number and position)
-// rather than the parse-failed summary. A raise that logged nothing (an allocation failure)
+// rather than the parse-failed summary, a failed validation by its reasons without the
+// summary. A raise that logged nothing (an allocation failure)
 // gives one problem describing the raise.
 std::vector<Problem> take_problems();
 

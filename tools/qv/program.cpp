@@ -5,6 +5,7 @@
 #include <new>
 
 #include "arguments.hpp"
+#include "catalog.hpp"
 #include "fields.hpp"
 #include "library.hpp"
 
@@ -12,8 +13,6 @@ namespace qvtool {
 namespace {
 
 using Expression = std::unique_ptr<EXPRESSION_T, ExpressionDeleter>;
-
-constexpr int32_t MASK = EXP_MASK_EXPRESSION | EXP_MASK_CONDITION;
 
 struct InputColumn {
     std::string name;
@@ -169,7 +168,7 @@ std::string ExpressionProgram::compile(Step &step, std::size_t derived_before) {
     const Outcome outcome = guarded(
         "qv derive",
         [&] {
-            if (Parse_Expression_L(e, MASK, nullptr, 0) != 1) return false;
+            if (parse_expression(e) != 1) return false;
             bind(step, derived_before);
             return Validate_Expression_L(e) == 1;
         },

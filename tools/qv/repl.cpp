@@ -12,12 +12,14 @@
 // With tracing on, what an entry traced is shown before its result. Exit( code ) leaves the
 // REPL with that status; Ctrl-C stops a running entry.
 #include <editline/readline.h>
+#include <langinfo.h>
 #include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <clocale>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -96,10 +98,18 @@ char **complete(const char *prefix, int start, int) {
 
 // ---- Reading entries -------------------------------------------------------------------------
 
+// libedit reads the characters of a line by the locale's encoding; the language's texts are
+// UTF-8, so a locale of another encoding (the C locale, say) gives way to C.UTF-8.
+void read_utf8() {
+    if (std::setlocale(LC_CTYPE, "") == nullptr || std::strcmp(nl_langinfo(CODESET), "UTF-8") != 0)
+        std::setlocale(LC_CTYPE, "C.UTF-8");
+}
+
 class Reader {
   public:
     Reader() : interactive_(isatty(STDIN_FILENO) != 0) {
         if (!interactive_) return;
+        read_utf8();
         if (const char *home = std::getenv("HOME"); home != nullptr && home[0] != '\0')
             history_ = std::string(home) + "/.qv_history";
         rl_readline_name = "qv";
@@ -288,9 +298,7 @@ bool Session::run_entry(const std::string &entry) {
     const Outcome outcome = guarded(
         "qv repl",
         [&] {
-            if (Parse_Expression_L(value.get(), EXP_MASK_EXPRESSION | EXP_MASK_CONDITION, nullptr,
-                                   0) != 1)
-                return false;
+            if (parse_expression(value.get()) != 1) return false;
             if (Solve_Expression_L(value.get()) != 0) return false;
             VARIABLE_ARRAY_T *globals = GetGlobalVariables_L();
             FreeVariable_L(FindVariableOnArray_L(globals, name.c_str()));
@@ -315,11 +323,7 @@ bool Session::expression(const std::string &entry) {
     int code = 0;
     const Outcome outcome = guarded(
         "qv repl",
-        [&] {
-            return Parse_Expression_L(value.get(), EXP_MASK_EXPRESSION | EXP_MASK_CONDITION,
-                                      nullptr, 0) == 1 &&
-                   Solve_Expression_L(value.get()) == 0;
-        },
+        [&] { return parse_expression(value.get()) == 1 && Solve_Expression_L(value.get()) == 0; },
         code);
     if (outcome == Outcome::Exited) {
         status_ = exit_status(code);
