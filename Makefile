@@ -3,7 +3,8 @@
 
 PACKAGES := cmake g++ make pkg-config libicu-dev libgtest-dev libgmock-dev libbenchmark-dev \
             zlib1g-dev clang-format libboost-dev libgmp-dev libcli11-dev libedit-dev \
-            liblua5.4-dev libsqlite3-dev libmuparser-dev
+            liblua5.4-dev libsqlite3-dev libmuparser-dev python3 python3-pexpect gawk miller \
+            hyperfine
 # Only for `make fuzz`: clang with its libFuzzer and sanitizer runtimes.
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 BUILD    ?= build
@@ -53,9 +54,10 @@ configure: $(BUILD)/CMakeCache.txt
 build: deps configure
 	cmake --build $(BUILD) -j $(JOBS)
 
-# The main job: the example host program.
+# The main job: qv derives columns over the sample orders, runs a script and evaluates an
+# expression (examples/run.sh shows each command before its output).
 run: build
-	$(BUILD)/examples/qv_example
+	sh examples/run.sh $(BUILD)/tools/qv
 
 check: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)

@@ -68,16 +68,6 @@ const ExpFunction *find_function(std::string_view name) {
     return nullptr;
 }
 
-int32_t parse_expression(EXPRESSION_T *expression) {
-    const EXP_FUNCTION_STRUCT_T *functions = Set_Function_Struct_L(nullptr);
-    const ExpFunction *user = functions != nullptr && functions->current != nullptr &&
-                                      functions->current->function_count > 0
-                                  ? functions->current->records
-                                  : nullptr;
-    return Parse_Expression_L(expression, EXP_MASK_EXPRESSION | EXP_MASK_CONDITION, &user,
-                              user != nullptr ? 1 : 0);
-}
-
 void list_functions(std::FILE *out) {
     const std::vector<const ExpFunction *> functions = all_functions();
     const char *separator = "";

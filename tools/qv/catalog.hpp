@@ -3,7 +3,6 @@
 #pragma once
 
 #include <qv/builtin.h>
-#include <qv/express.h>
 
 #include <cstdio>
 #include <string>
@@ -23,11 +22,6 @@ const ExpFunction *find_function(std::string_view name);
 //     String
 //       Concat( value [, value ... ] )
 void list_functions(std::FILE *out);
-
-// Parse_Expression_L as a value or condition, with the user-defined functions of the
-// current function array found too (the parser looks only at the tables it is given and
-// the built-ins; a script looks at both on its own).
-int32_t parse_expression(EXPRESSION_T *expression);
 
 // One function: its usage line, then its category, argument counts and result type.
 void describe_function(std::FILE *out, const ExpFunction &function);

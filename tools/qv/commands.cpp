@@ -67,7 +67,7 @@ bool compile(EXPRESSION_T *expression, const std::function<void()> &bind) {
         [&] {
             if (parse_expression(expression) != 1) return false;
             bind();
-            return Validate_Expression_L(expression) == 1;
+            return validate_expression(expression) == 1;
         },
         code);
     if (outcome == Outcome::Done) return true;

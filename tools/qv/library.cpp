@@ -112,6 +112,25 @@ Outcome guarded(const char *name, const std::function<bool()> &body, int &exit_c
     return done && !raised ? Outcome::Done : Outcome::Failed;
 }
 
+int32_t parse_expression(EXPRESSION_T *expression) {
+    const EXP_FUNCTION_STRUCT_T *functions = Set_Function_Struct_L(nullptr);
+    const ExpFunction *user = functions != nullptr && functions->current != nullptr &&
+                                      functions->current->function_count > 0
+                                  ? functions->current->records
+                                  : nullptr;
+    return Parse_Expression_L(expression, EXP_MASK_EXPRESSION | EXP_MASK_CONDITION, &user,
+                              user != nullptr ? 1 : 0);
+}
+
+int32_t validate_expression(EXPRESSION_T *expression) {
+    if (Validate_Expression_L(expression) != 1) return 0;
+    const QV_DATATYPE_T &type = expression->result_type;
+    if (type.type != QV_TYPE_CHAR || type.precision == 0) return 1;
+    const QV_DATATYPE_T any_length{QV_TYPE_CHAR, 0, 0, 0};
+    SetExpressionResultType_L(expression, &any_length);
+    return Validate_Expression_L(expression);
+}
+
 std::vector<Problem> take_problems() {
     std::vector<Problem> problems;
     int32_t count = 0;

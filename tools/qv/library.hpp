@@ -44,6 +44,16 @@ enum class Outcome {
 // Runs `body` inside a status context named `name`. On Exited, `exit_code` is Exit's code.
 Outcome guarded(const char *name, const std::function<bool()> &body, int &exit_code);
 
+// Parse_Expression_L as a value or condition, with the user-defined functions of the
+// current function array found too (the parser looks only at the tables it is given and
+// the built-ins; a script looks at both on its own).
+int32_t parse_expression(EXPRESSION_T *expression);
+
+// Validate_Expression_L, then texts kept whole: a result typed CHAR(n) is declared CHAR of
+// any length. (Validation types If( c, text, 'none' ) by its last outcome, CHAR(4), and the
+// evaluator would cut every result to that length.) Returns 1 when valid.
+int32_t validate_expression(EXPRESSION_T *expression);
+
 // One logged message.
 struct Problem {
     std::uint32_t number = 0;

@@ -5,7 +5,6 @@
 #include <new>
 
 #include "arguments.hpp"
-#include "catalog.hpp"
 #include "fields.hpp"
 #include "library.hpp"
 
@@ -170,7 +169,7 @@ std::string ExpressionProgram::compile(Step &step, std::size_t derived_before) {
         [&] {
             if (parse_expression(e) != 1) return false;
             bind(step, derived_before);
-            return Validate_Expression_L(e) == 1;
+            return validate_expression(e) == 1;
         },
         code);
     if (outcome == Outcome::Done) return "";

@@ -22,6 +22,7 @@
 #include <clocale>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <optional>
 #include <sstream>
@@ -63,6 +64,11 @@ std::string shown(const QV_VALUE_T &value) {
 
 std::string typed(const QV_VALUE_T &value) {
     return type_text(value.descriptor) + " " + shown(value);
+}
+
+bool show(const QV_VALUE_T &value) {
+    std::printf("%s\n", typed(value).c_str());
+    return true;
 }
 
 // ---- Completion: function names, variables, commands ----------------------------------------
@@ -172,7 +178,7 @@ class Session {
     void trace_command(std::istringstream &words);
     void show_variables();
     bool run_entry(const std::string &entry);
-    bool expression(const std::string &entry);
+    bool expression(const std::string &entry, const std::function<bool(const QV_VALUE_T &)> &use);
     bool statements(const std::string &entry);
     void trace_begin();
     void trace_end();
@@ -291,20 +297,31 @@ bool Session::run_entry(const std::string &entry) {
     const std::size_t assign = text.find_first_not_of(" \t", end);
     if (text[0] != '$' || end == 1 || assign == std::string::npos ||
         text.compare(assign, 2, ":=") != 0 || looks_like_statements(text.substr(assign + 2)))
-        return looks_like_statements(text) ? statements(text) : expression(text);
+        return looks_like_statements(text) ? statements(text) : expression(text, show);
     const std::string name = text.substr(1, end - 1);
-    Expression value(New_Expression_L(text.substr(assign + 2).c_str()));
+    return expression(text.substr(assign + 2), [&name](const QV_VALUE_T &result) {
+        VARIABLE_ARRAY_T *globals = GetGlobalVariables_L();
+        FreeVariable_L(FindVariableOnArray_L(globals, name.c_str()));
+        const QV_DATATYPE_T &type = result.descriptor;
+        if (CreateVariable_L(globals, name.c_str(), type.type, type.precision, type.scale,
+                             &result) == nullptr)
+            return false;
+        std::printf("$%s = %s\n", name.c_str(), typed(result).c_str());
+        return true;
+    });
+}
+
+// Evaluates an expression and hands its value to `use` (which shows it), inside the status
+// context; problems are shown after. False when Exit ends the REPL.
+bool Session::expression(const std::string &entry,
+                         const std::function<bool(const QV_VALUE_T &)> &use) {
+    Expression value(New_Expression_L(entry.c_str()));
     int code = 0;
     const Outcome outcome = guarded(
         "qv repl",
         [&] {
-            if (parse_expression(value.get()) != 1) return false;
-            if (Solve_Expression_L(value.get()) != 0) return false;
-            VARIABLE_ARRAY_T *globals = GetGlobalVariables_L();
-            FreeVariable_L(FindVariableOnArray_L(globals, name.c_str()));
-            const QV_DATATYPE_T &type = value->result.descriptor;
-            return CreateVariable_L(globals, name.c_str(), type.type, type.precision, type.scale,
-                                    &value->result) != nullptr;
+            return parse_expression(value.get()) == 1 && validate_expression(value.get()) == 1 &&
+                   Solve_Expression_L(value.get()) == 0 && use(value->result);
         },
         code);
     if (outcome == Outcome::Exited) {
@@ -313,25 +330,6 @@ bool Session::run_entry(const std::string &entry) {
     }
     std::fflush(stdout);
     report_problems(stderr, value->text != nullptr ? value->text : "");
-    if (outcome == Outcome::Done)
-        std::printf("$%s = %s\n", name.c_str(), typed(value->result).c_str());
-    return true;
-}
-
-bool Session::expression(const std::string &entry) {
-    Expression value(New_Expression_L(entry.c_str()));
-    int code = 0;
-    const Outcome outcome = guarded(
-        "qv repl",
-        [&] { return parse_expression(value.get()) == 1 && Solve_Expression_L(value.get()) == 0; },
-        code);
-    if (outcome == Outcome::Exited) {
-        status_ = exit_status(code);
-        return false;
-    }
-    std::fflush(stdout);
-    report_problems(stderr, value->text != nullptr ? value->text : "");
-    if (outcome == Outcome::Done) std::printf("%s\n", typed(value->result).c_str());
     return true;
 }
 
