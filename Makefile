@@ -72,6 +72,7 @@ bench: deps
 	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DQV_BENCH=ON -DQV_TESTS=OFF $(CMAKE_FLAGS)
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 	@for b in $(BENCH_BUILD)/bench/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.2 || exit 1; done
+	sh bench/qv_derive_bench.sh $(BENCH_BUILD)
 
 # libFuzzer programs (clang, address and undefined-behaviour sanitizers, the library
 # instrumented for coverage), each run for FUZZ_TIME seconds on a working corpus in

@@ -129,6 +129,54 @@ bool looks_like_statements(std::string_view text) {
     return false;
 }
 
+std::vector<Statement> top_statements(std::string_view text) {
+    static constexpr std::string_view keywords[] = {"FUNCTION", "IF",    "CASE",  "WHILE",
+                                                    "FOR",      "BEGIN", "RETURN"};
+    std::vector<Statement> statements;
+    Scanner scanner(text);
+    Blocks blocks;
+    int parentheses = 0;
+    std::size_t begin = 0, end = 0;       // of the statement being read; end == begin: none yet
+    bool assigns = false, closed = false; // closed: its outermost block has just ended
+    std::string first;
+    auto finish = [&] {
+        if (end > begin) {
+            const bool keyword =
+                std::find(std::begin(keywords), std::end(keywords), first) != std::end(keywords);
+            statements.push_back({begin,
+                                  keyword   ? first
+                                  : assigns ? "assignment"
+                                            : "call",
+                                  text.substr(begin, end - begin)});
+        }
+        begin = end = 0;
+        assigns = closed = false;
+        first.clear();
+    };
+    for (Scanner::Kind kind; (kind = scanner.next()) != Scanner::End;) {
+        const bool word = kind == Scanner::Word;
+        if (closed && kind != Scanner::Semicolon && !(word && scanner.word() == "ELSE")) finish();
+        closed = false;
+        if (kind == Scanner::Semicolon && blocks.depth == 0 && parentheses == 0) {
+            finish();
+            continue;
+        }
+        if (end == begin) {
+            begin = scanner.begin();
+            first = word ? std::string(scanner.word()) : "";
+        }
+        end = scanner.end();
+        parentheses += kind == Scanner::Open ? 1 : kind == Scanner::Close ? -1 : 0;
+        assigns = assigns || (kind == Scanner::Assign && blocks.depth == 0);
+        if (!word) continue;
+        const int depth = blocks.depth;
+        blocks.word(scanner.word());
+        closed = depth > 0 && blocks.depth == 0;
+    }
+    finish();
+    return statements;
+}
+
 ScriptParts split_declarations(std::string_view text) {
     ScriptParts parts{std::string(text), std::string(text), false};
     blank(parts.declarations, 0, text.size());

@@ -11,6 +11,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qvtool {
 
@@ -26,6 +27,17 @@ Openness openness(std::string_view text);
 // Whether a text is statements rather than one expression: it starts with a statement
 // keyword (IF, CASE, WHILE, FOR, BEGIN, RETURN, FUNCTION) or holds ":=" or ";".
 bool looks_like_statements(std::string_view text);
+
+// The statements of a script at its top level, in order, as `qv check --script --explain`
+// lists them: where each begins, what it is (FUNCTION, IF, CASE, WHILE, FOR, BEGIN, RETURN,
+// "assignment" or "call") and its text. A statement ends at a ";" outside blocks and
+// parentheses, or at the END that closes its outermost block when no ";" or ELSE follows.
+struct Statement {
+    std::size_t begin = 0;
+    std::string kind;
+    std::string_view text;
+};
+std::vector<Statement> top_statements(std::string_view text);
 
 // A script split into its declarations of user-defined functions and the rest. Each part
 // has the length of the text, the other part's characters blanked (line ends kept), so that

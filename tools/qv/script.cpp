@@ -108,11 +108,13 @@ Script::End Script::run() {
 int check_script(const std::string &text, bool explain) {
     Script script(text, "check", "qv");
     if (!script.prepare()) return STATUS_USAGE;
-    if (explain && script.runnable()) {
-        char *items = ExplainExpression_L(script.record());
-        std::fputs(items != nullptr ? items : "", stdout);
-        std::free(items);
-    }
+    if (explain) // a script's items are not visible through the interface: its statements
+        for (const Statement &statement : top_statements(text)) {
+            std::string shown(statement.text.substr(0, statement.text.find('\n')));
+            if (shown.size() < statement.text.size()) shown += " ...";
+            std::printf("%6zu  %-10s  %s\n", statement.begin, statement.kind.c_str(),
+                        shown.c_str());
+        }
     std::printf("valid script\n");
     if (!script.declared().empty()) std::printf("functions: %s\n", script.declared().c_str());
     return 0;
