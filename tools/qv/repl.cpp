@@ -242,12 +242,10 @@ void Session::trace_command(std::istringstream &words) {
         std::printf("use .trace on [OPTIONS] or .trace off\n");
         return;
     }
-    if (SetTraceOptions_L(options.empty() ? "*" : options.c_str()) == 0) {
-        std::printf("no trace option in '%s': use Basic, Variable, Builtin, Datatype or *\n",
-                    options.c_str());
+    if (const std::string error = check_trace_options(options); !error.empty()) {
+        std::printf("%s\n", error.c_str());
         return;
     }
-    SetTraceOptions_L("");
     if (trace_file_.empty()) {
         char path[] = "/tmp/qv-trace-XXXXXX";
         const int fd = mkstemp(path);

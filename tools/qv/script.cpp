@@ -105,6 +105,22 @@ Script::End Script::run() {
     }
 }
 
+std::string check_trace_options(const std::string &options) {
+    const bool known = SetTraceOptions_L(options.empty() ? "*" : options.c_str()) != 0;
+    SetTraceOptions_L("");
+    if (known) return "";
+    return "no trace option in '" + options + "': use Basic, Variable, Builtin, Datatype or *";
+}
+
+std::string start_trace(const std::string &file, const std::string &options) {
+    if (std::string error = check_trace_options(options); !error.empty())
+        return "--trace-options: " + error;
+    const std::string path = file.find('/') == std::string::npos ? "./" + file : file;
+    if (TraceOn_L(path.c_str(), options.empty() ? "*" : options.c_str()) >= 0) return "";
+    report_problems(stderr, "");
+    return "--trace: cannot trace into '" + file + "'";
+}
+
 int check_script(const std::string &text, bool explain) {
     Script script(text, "check", "qv");
     if (!script.prepare()) return STATUS_USAGE;
@@ -125,15 +141,11 @@ int run_command(const RunArguments &a) {
     if (!read_text(a.script, text, error)) return usage_error(error);
     Library library;
     if (error = set_variables(a.vars); !error.empty()) return usage_error(error);
-    if (!a.trace.empty()) {
-        const std::string options = a.trace_options.empty() ? "*" : a.trace_options;
-        if (TraceOn_L(a.trace.c_str(), options.c_str()) < 0) {
-            report_problems(stderr, "");
-            return STATUS_USAGE;
-        }
-    } else if (!a.trace_options.empty()) {
+    if (a.trace.empty() && !a.trace_options.empty())
         return usage_error("--trace-options: give the trace file with --trace FILE");
-    }
+    if (!a.trace.empty())
+        if (error = start_trace(a.trace, a.trace_options); !error.empty())
+            return usage_error(error);
     Script script(text, base_name(a.script), "qv run");
     if (!script.prepare()) return STATUS_USAGE;
     if (!script.runnable()) return 0;

@@ -47,6 +47,15 @@ class Script {
 // `qv check --script`: validates `text`; with `explain`, lists the statements' items.
 int check_script(const std::string &text, bool explain);
 
+// Checks a list of trace options (Basic, Variable, Builtin, Datatype or *, separated by
+// ","; empty: all) and leaves none set. Returns "" or what is wrong.
+std::string check_trace_options(const std::string &options);
+
+// Starts tracing into `file`, appending, with `options` (empty: all). A bare file name is
+// taken in the current folder, as a user means it (the library would put it in the folder
+// of QV_LOG_DIR). Returns "" or what is wrong (the library's warning printed).
+std::string start_trace(const std::string &file, const std::string &options);
+
 // The exit status for Exit( code ): the code when it is 0..255, else 255.
 int exit_status(int code);
 
