@@ -57,9 +57,12 @@ class Run {
     bool open();
     void read_columns();
     void settle_types();
-    bool process(std::span<const std::string_view> fields, std::int64_t line);
+    bool process(std::span<const std::string_view> fields, std::int64_t line,
+                 std::string_view plain = {});
     bool accept_field_count(std::span<const std::string_view> &fields, std::int64_t line);
     bool write(std::span<const std::string_view> fields);
+    bool write(std::string_view plain, std::span<const std::string_view> more);
+    bool written(bool done); // false, with the write error noted, when a write failed
     void report_row(std::int64_t line, const std::string &text);
     int finish(int status);
     int stopped() const { return exit_code_ < 0 ? FAILED : exit_code_; }
@@ -81,7 +84,8 @@ class Run {
     std::vector<std::string_view> row_, padded_, out_;
     std::string failure_, write_error_;
     std::int64_t read_ = 0, written_ = 0, dropped_ = 0, failed_ = 0;
-    int exit_code_ = -1; // Exit( code ) ended the run
+    int exit_code_ = -1;       // Exit( code ) ended the run
+    bool keeps_input_ = false; // the program's output starts with the input fields
 };
 
 int Run::execute() {
@@ -110,6 +114,7 @@ int Run::execute() {
         say(error);
         return finish(USAGE);
     }
+    keeps_input_ = program_.keeps_input_columns();
     if (options_.header && !columns_.empty()) {
         row_.assign(names.begin(), names.end());
         if (!write(row_)) return finish(FAILED);
@@ -120,7 +125,8 @@ int Run::execute() {
     }
     CsvReader::Status status = after_sample_;
     while (status == CsvReader::Status::Row && (status = reader_->next()) == CsvReader::Status::Row)
-        if (!process(reader_->fields(), reader_->line_number())) return finish(stopped());
+        if (!process(reader_->fields(), reader_->line_number(), reader_->plain_text()))
+            return finish(stopped());
     return finish(status == CsvReader::Status::End ? DONE : reader_failed());
 }
 
@@ -169,11 +175,14 @@ void Run::settle_types() {
     }
 }
 
-bool Run::process(std::span<const std::string_view> fields, std::int64_t line) {
+// One row; `plain` is its record's text when the reader has it (CsvReader::plain_text).
+bool Run::process(std::span<const std::string_view> fields, std::int64_t line,
+                  std::string_view plain) {
     if (interrupt::requested()) return false;
     ++read_;
     progress_->update(reader_->bytes_consumed(), static_cast<std::uint64_t>(read_));
     const std::int64_t failed_before = failed_;
+    const bool whole = !plain.empty() && keeps_input_ && fields.size() == columns_.size();
     if (!accept_field_count(fields, line)) return options_.on_error != OnError::Stop;
     failure_.clear();
     const Verdict verdict = program_.apply(read_, fields, out_, failure_);
@@ -189,13 +198,21 @@ bool Run::process(std::span<const std::string_view> fields, std::int64_t line) {
     }
     if (verdict == Verdict::Drop) ++dropped_;
     if (verdict != Verdict::Write) return true;
-    if (!write(out_)) return false;
+    if (!(whole ? write(plain, std::span(out_).subspan(fields.size())) : write(out_))) return false;
     ++written_;
     return true;
 }
 
 bool Run::write(std::span<const std::string_view> fields) {
-    if (writer_->write_row(fields)) return true;
+    return written(writer_->write_row(fields));
+}
+
+bool Run::write(std::string_view plain, std::span<const std::string_view> more) {
+    return written(writer_->write_row(plain, more));
+}
+
+bool Run::written(bool done) {
+    if (done) return true;
     if (interrupt::requested()) return false; // a write cut short by Ctrl-C is no write error
     write_error_ = "cannot write '" + output_->name() + "': " + std::strerror(errno);
     return false;

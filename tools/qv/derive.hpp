@@ -76,6 +76,9 @@ class RowProgram {
                           std::vector<std::string_view> &out, std::string &failure) = 0;
     // After Exit: the status the run ends with.
     virtual int exit_code() const { return 0; }
+    // After prepare: whether the first output fields are always the input fields, as they
+    // are (no column replaced), so that a plain record's text can stand for them.
+    virtual bool keeps_input_columns() const { return false; }
 };
 
 // Copies every row as it is: derive without expressions.
@@ -86,6 +89,7 @@ class PassThrough : public RowProgram {
                         std::vector<std::string> &output_names) override;
     Verdict apply(std::int64_t row, std::span<const std::string_view> fields,
                   std::vector<std::string_view> &out, std::string &failure) override;
+    bool keeps_input_columns() const override { return true; }
 };
 
 // The program for these options: PassThrough without expressions, else the expression

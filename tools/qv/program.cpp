@@ -70,6 +70,11 @@ class ExpressionProgram : public RowProgram {
     Verdict apply(std::int64_t row, std::span<const std::string_view> fields,
                   std::vector<std::string_view> &out, std::string &failure) override;
     int exit_code() const override { return exit_code_; }
+    bool keeps_input_columns() const override {
+        for (std::size_t i = 0; i < columns_.size(); ++i)
+            if (sources_[i] != static_cast<int>(i)) return false;
+        return true;
+    }
 
   private:
     // Output column j is input column sources_[j] when >= 0, else step -1 - sources_[j].
