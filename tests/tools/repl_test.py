@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""Drives `qv repl` through a pseudo-terminal, as a person at the keyboard would.
+"""Drives qv through a pseudo-terminal, as a person at the keyboard would: the REPL, and the
+progress bar of a derive over a file.
 
 usage: repl_test.py QV WORK_DIR
 
@@ -76,6 +77,26 @@ def quit(child, problems, status=0):
         problems.append("exit status %r, expected %d" % (child.exitstatus, status))
 
 
+def check_progress_bar(qv, work, problems):
+    """A derive over a file with standard error at the terminal draws the bar (and clears it
+    before the summary); with standard error elsewhere it stays silent."""
+    data = os.path.join(work, "rows.csv")
+    with open(data, "w") as f:
+        f.write("x,y\n" + "1.5e0,2\n" * 1_500_000)
+    command = "%s derive -e 'z := x * y + 1' %s > /dev/null" % (qv, data)
+    output = pexpect.run("sh -c \"%s\"" % command, timeout=120, encoding="utf-8")
+    if not re.search(r"\r\[[=> ]+\] +\d+%  .* of .*  .* rows/s  \d+:\d\d left", output):
+        problems.append("no progress bar at a terminal: %r" % output[:300])
+    if not re.search(r"\r\x1b\[Kqv: rows read 1500000, written 1500000", output):
+        problems.append("the bar is not cleared before the summary: %r" % output[-300:])
+    quiet = pexpect.run("sh -c \"%s 2>%s\"" % (command, os.path.join(work, "err.txt")),
+                        timeout=120, encoding="utf-8")
+    with open(os.path.join(work, "err.txt")) as f:
+        if "rows/s  " in f.read() or quiet:
+            problems.append("a progress bar where standard error is no terminal")
+    os.remove(data)
+
+
 def main():
     qv, work = sys.argv[1], os.path.abspath(sys.argv[2])
     shutil.rmtree(work, ignore_errors=True)
@@ -111,6 +132,7 @@ def main():
     child.close()
     if child.exitstatus != 4:
         problems.append("Exit(4) left with status %r" % child.exitstatus)
+    check_progress_bar(qv, work, problems)
     sys.stdout.write("\n".join(problems) + ("\n" if problems else ""))
     return 1 if problems else 0
 
