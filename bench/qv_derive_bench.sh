@@ -22,14 +22,19 @@ for tool in "$qv" hyperfine gawk mlr; do
 done
 [ -s "$csv" ] || python3 "$here/../examples/data/make_bench_csv.py" "$csv"
 
-# name | qv expression | gawk expression (fields $1..$8: x y z i name code d a) | Miller
+# The text in single quotes for the shell.
+quoted() {
+    printf "'%s'" "$(printf '%s' "$1" | sed "s/'/'\\\\''/g")"
+}
+
+# name | qv expression | gawk program (fields $1..$8: x y z i name code d a) | Miller
 bench() {
     name=$1
     hyperfine --warmup 1 --runs "$runs" --style basic \
         --export-markdown "$build/bench/qv_derive_$name.md" \
-        -n "qv $name" "$qv derive -e 'e := $2' $csv" \
-        -n "gawk $name" "gawk -F, -v OFS=, 'NR == 1 { print \$0, \"e\"; next } { $3 }' $csv" \
-        -n "mlr $name" "mlr --icsv --ocsv put '\$e = $4' $csv"
+        -n "qv $name" "$qv derive -e $(quoted "e := $2") $csv" \
+        -n "gawk $name" "gawk -F, -v OFS=, $(quoted "NR == 1 { print \$0, \"e\"; next } { $3 }") $csv" \
+        -n "mlr $name" "mlr --icsv --ocsv put $(quoted "\$e = $4") $csv"
 }
 
 bench E1 '(x + y) * 2.5 - z / 3' \
