@@ -1,4 +1,5 @@
-// express_fuzz.cpp - the expression parser over arbitrary bytes, under every context mask.
+// express_fuzz.cpp - the expression parser over arbitrary bytes, under every context mask,
+// and the script layer over the same bytes.
 //
 // The input is the text itself. It is parsed under each of the 64 combinations of the six
 // context bits, in postfix order and in text order, each in a status context of its own.
@@ -8,14 +9,24 @@
 // and call finds its operands, one value is left) and holds the same items as the text order;
 // the items' positions lie inside the text; the explanation can be made. The counted view
 // of the whole input, NUL bytes included, goes through the tokenizer too.
+//
+// Then the text is a script: its parse fails only with GENERAL_ERROR naming a message of the
+// statement or expression parser inside the text, keeping no statements; a script that
+// parsed validates or fails with GENERAL_ERROR; upgraded (UpgradeScript_L) it parses again
+// (unless the blocks added nest it past the limit) and a second upgrade changes nothing; the
+// other rewrites end. And the text is a text of function declarations, declared in a
+// function array of its own: GENERAL_ERROR or as many functions as it said. Scripts are never
+// run: the built-ins they could call reach the system.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <string_view>
 
 #include "core/raise.hpp"
 #include "language/express.hpp"
+#include "language/express_script.hpp"
 #include "qv/express.h"
 #include "qv/message.h"
 
@@ -54,6 +65,30 @@ bool is_parser_message(uint32_t number) {
         case QV_MSG_PARSE_ENDED_EARLY:
         case QV_MSG_RECURSION_LIMIT: return true;
         default: return false;
+    }
+}
+
+bool is_script_message(uint32_t number) {
+    switch (number) {
+        case QV_MSG_ASSIGNMENT_EXPECTED:
+        case QV_MSG_LOOP_MALFORMED:
+        case QV_MSG_LOOP_VARIABLE_EXPECTED:
+        case QV_MSG_VARIABLE_AS_PROCEDURE:
+        case QV_MSG_STATEMENT_NOT_ENDED:
+        case QV_MSG_END_EXPECTED:
+        case QV_MSG_CASE_BRANCH_EXPECTED:
+        case QV_MSG_CASE_COLON_EXPECTED:
+        case QV_MSG_CASE_DEFAULT_REPEATED:
+        case QV_MSG_STATEMENT_EXPECTED:
+        case QV_MSG_RETURN_NOT_ALLOWED:
+        case QV_MSG_LOOP_VARIABLE_ASSIGNED:
+        case QV_MSG_NOT_ASSIGNABLE:
+        case QV_MSG_DECLARATION_EXPECTED:
+        case QV_MSG_FUNCTION_REPEATED:
+        case QV_MSG_PARAMETER_REPEATED:
+        case QV_MSG_TYPE_UNKNOWN:
+        case QV_MSG_TOO_MANY_PARAMETERS: return true;
+        default: return is_parser_message(number);
     }
 }
 
@@ -168,6 +203,64 @@ void tokens(const std::string &text, int32_t mask) {
     }
 }
 
+// Runs `body` in a status context of its own; the symbol it raised, or null.
+const char *raised_in(qv::FunctionRef<void()> body) {
+    const char *raised = nullptr;
+    qv::guarded("fuzz", "express_fuzz", __LINE__, body, [&](const char *symbol) { raised = symbol; });
+    return raised;
+}
+
+bool parsed(const EXPRESSION_T *script) {
+    return qv::express::state_of(script)->program != nullptr;
+}
+
+void script(const std::string &text) {
+    const int32_t mask = -1;
+    const std::size_t size = std::string_view(text.c_str()).size();
+    EXPRESSION_T *script = New_Script_L(text.c_str(), "fuzz", nullptr);
+    const char *raised = raised_in([&] { Parse_Script_L(script, functions(), 1); });
+    if (raised != nullptr) {
+        uint32_t position = 0;
+        EXPRESS_CHECK(raised == GENERAL_ERROR, "a script parse raised other than GENERAL_ERROR");
+        EXPRESS_CHECK(is_script_message(GetExpressionError_L(&position)),
+                      "a script failure without a parser message");
+        EXPRESS_CHECK(position <= size, "a script failure outside the text");
+        EXPRESS_CHECK(!parsed(script), "statements kept after a failure");
+    } else {
+        EXPRESS_CHECK(parsed(script), "no statements after a parse");
+        raised = raised_in([&] { Validate_Script_L(script); });
+        EXPRESS_CHECK(raised == nullptr || raised == GENERAL_ERROR, "validation raised");
+        EXPRESSION_T *copy = New_Script_L(text.c_str(), "fuzz", nullptr);
+        int32_t changes = -1;
+        raised = raised_in([&] { changes = UpgradeScript_L(copy, functions(), 1); });
+        EXPRESS_CHECK(raised == nullptr && changes >= 0, "a script that parsed did not upgrade");
+        raised = raised_in([&] { changes = UpgradeScript_L(copy, functions(), 1); });
+        EXPRESS_CHECK(raised != nullptr ? GetExpressionError_L(nullptr) == QV_MSG_RECURSION_LIMIT
+                                        : changes == 0,
+                      "an upgraded script does not parse, or changes when upgraded again");
+        Free_Script_L(copy);
+    }
+    const int32_t forced = ForceCoreScriptResult_L(script);
+    EXPRESS_CHECK(forced != 1 || std::strncmp(script->text, "RETURN ", 7) == 0,
+                  "a forced result that does not return");
+    EXPRESS_CHECK(ReplaceInScript_L(script, "$x", "{$y}") >= -1, "a replacement went wrong");
+    Free_Script_L(script);
+}
+
+void declarations(const std::string &text) {
+    const int32_t mask = -1;
+    InitialiseFunctions_L();
+    PushFunctionArray_L();
+    int32_t declared = 0;
+    const char *raised = raised_in([&] { declared = Declare_Functions_L(text.c_str(), functions(), 1); });
+    int32_t count = 0;
+    Get_UserFunctions(&count);
+    EXPRESS_CHECK(raised != nullptr ? raised == GENERAL_ERROR && count == 0 : declared == count,
+                  "a declaration that failed kept functions, or declared other than it said");
+    Clear_Functions();
+    FreeFunctionArray_L(PopFunctionArray_L());
+}
+
 } // namespace
 
 // The preference is read on every parse: from the environment it costs a lookup, from
@@ -189,5 +282,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         EXPRESS_CHECK(postfix.items == flat.items, "text order holds other items");
         tokens(text, mask);
     }
+    script(text);
+    declarations(text);
     return 0;
 }

@@ -349,6 +349,16 @@ EXP_USER_FUNCTION_T *declare(const Header &header, std::string_view text,
     return held.release();
 }
 
+// True while the body of a function of the current array runs: its functions must stay.
+bool running_bodies() {
+    int32_t count = 0;
+    EXP_USER_FUNCTION_T **functions = Get_UserFunctions(&count);
+    return std::any_of(functions, functions + count, [](const EXP_USER_FUNCTION_T *function) {
+        const ScriptState *state = function->body != nullptr ? state_of(function->body) : nullptr;
+        return state != nullptr && state->running > 0;
+    });
+}
+
 // ---- Bodies -------------------------------------------------------------------------------------
 
 // Parses a function's body from its declaration, whose header gives the body's result
@@ -414,7 +424,7 @@ extern "C" {
 
 QV_API int32_t Declare_Functions_L(const char *text, const ExpFunction *const *tables,
                                    int32_t table_count) {
-    if (text == nullptr) return -1;
+    if (text == nullptr || running_bodies()) return -1;
     qv::Vector<EXP_USER_FUNCTION_T *> declared;
     int32_t result = -1;
     qv::guarded(

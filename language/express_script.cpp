@@ -679,7 +679,7 @@ int32_t parse_script(EXPRESSION_T *script, const ExpFunction *const *tables, int
     if (script == nullptr) return 0;
     last_error = {};
     ScriptState *state = ensure_state(script);
-    if (state == nullptr) return 0;
+    if (state == nullptr || state->running > 0) return 0; // not while it runs
     release_program(*state);
     if (script->text != nullptr) TrimUtil8_L(script->text, nullptr, QV_TRIM_BOTH);
     if (script->text == nullptr || script->text[0] == '\0') {
@@ -754,6 +754,7 @@ QV_API int32_t Validate_Script_L(EXPRESSION_T *script) {
     qv::guarded("Validate_Script_L", QV_MODULE, __LINE__, [&] {
         valid = QV_C_ENTRY([&] {
             ScriptState *state = ensure_state(script);
+            if (state != nullptr && state->running > 0) return state->validated ? 1 : 0;
             return state != nullptr && prepared(*script, *state) ? 1 : 0;
         });
     });

@@ -556,7 +556,7 @@ QV_API void Trace_L(int32_t level, int32_t depth, const char *format, ...);
  *     ==> Sum demo                  (the script's two names)
  *     <== Sum demo -> 55            ("Datatype" adds the type: -> INTEGER 55)
  * and the lines of its calls indented between; with "Variable" every assignment (a loop's
- * counting too) writes  [$name] = value  ('text' quoted, <NULL> for NULL).
+ * counting too) writes  [name] = value  ('text' quoted, <NULL> for NULL).
  *
  * Failures of parsing are reported as those of Parse_Expression_L: QV_MSG_PARSE_FAILED with
  * the reason (a QV_MSG_ of the statement parser, GetExpressionError_L), the position and
@@ -582,8 +582,9 @@ QV_API EXPRESSION_T *New_Script_L(const char *text, const char *name, const char
  * user-defined functions, then in the built-in table. Any earlier parsed form is freed; the
  * script's variables stay. Returns 1 when the text parsed; 0 when the script or its text is
  * null, or the text holds nothing but blanks, comments and ";" (a script that does nothing);
- * 0 after a failure, raised as GENERAL_ERROR or ALLOC_FAILURE (see above). A record made by
- * New_Expression_L may be parsed as a script. Status context "Parse_Script_L". */
+ * 0 after a failure, raised as GENERAL_ERROR or ALLOC_FAILURE (see above); 0 without doing
+ * anything while the script runs (a host function it calls cannot parse it again). A record
+ * made by New_Expression_L may be parsed as a script. Status context "Parse_Script_L". */
 QV_API int32_t Parse_Script_L(EXPRESSION_T *script, const ExpFunction *const *tables,
                               int32_t table_count);
 /* BindExpression_L for every expression of the parsed script; returns the number of name
@@ -633,8 +634,9 @@ QV_API void Free_Script_L(EXPRESSION_T *script);
  * becomes
  *     IF $a THEN BEGIN $x := 1 END ELSE BEGIN $x := 2 END
  * The upgraded script runs as the original did; upgrading again changes nothing. Returns
- * the number of statements made blocks; -1 when the text does not parse as a script (the
- * failure logged and raised as by Parse_Script_L, with the tables given). */
+ * the number of changes (statements made blocks, ";" dropped); -1 when the text does not
+ * parse as a script (the failure logged and raised as by Parse_Script_L, with the tables
+ * given). */
 QV_API int32_t ForceCoreScriptResult_L(EXPRESSION_T *script);
 QV_API int32_t ReplaceInScript_L(EXPRESSION_T *script, const char *from, const char *to);
 QV_API int32_t UpgradeScript_L(EXPRESSION_T *script, const ExpFunction *const *tables,
@@ -692,8 +694,9 @@ QV_API int32_t UpgradeScript_L(EXPRESSION_T *script, const ExpFunction *const *t
  * earlier ones prepared again, and the failure logged (as by Parse_Script_L, or by
  * validation; QV_MSG_FUNCTION_REPEATED for a name the array has already) and raised. A name
  * may repeat a built-in's, which calls then reach instead. Scripts and expressions parsed
- * before that call user-defined functions must be parsed again after a declaration.
- * Status context "Declare_Functions_L". */
+ * before that call user-defined functions must be parsed again after a declaration. While a
+ * user-defined function of the array runs, -1 without doing anything. Status context
+ * "Declare_Functions_L". */
 QV_API int32_t Declare_Functions_L(const char *text, const ExpFunction *const *tables,
                                    int32_t table_count);
 
