@@ -103,25 +103,6 @@ TEST_F(EvalCalls, FunctionsWithoutHandlerAreNotCallable) {
 
 // ---- User-defined functions ---------------------------------------------------------------
 
-char *copy(const char *text) {
-    return strdup(text);
-}
-
-// A user-defined function of one parameter `n` (INTEGER) returning `result_type`, with an
-// expression as its body, parsed with the host and user tables.
-EXP_USER_FUNCTION_T *declare(const char *name, uint32_t result_type) {
-    EXP_USER_FUNCTION_T *f = NewFunction(name, nullptr, nullptr, 0);
-    ExpFunction &record = *f->record;
-    record.name = copy(name);
-    record.usage = copy(name);
-    record.category = QV_CATEGORY_USER;
-    record.max_args = record.min_args = 1;
-    record.result_type = result_type;
-    record.arg_types[0] = QV_MASK_NUMBER;
-    CreateVariable_L(f->parameters, "n", QV_TYPE_INTEGER, 0, 0, nullptr);
-    return f;
-}
-
 void give_body(EXP_USER_FUNCTION_T *f, const char *text) {
     int32_t count = 0;
     const ExpFunction *const tables[] = {eval_functions, Get_FunctionArray(&count)};

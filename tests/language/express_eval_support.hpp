@@ -176,4 +176,19 @@ inline const ExpFunction eval_functions[] = {
 };
 inline const ExpFunction *const eval_tables[] = {eval_functions};
 
+// A user-defined function of one parameter `n` (INTEGER) returning `result_type`, without a
+// body yet, declared in the current function array.
+inline EXP_USER_FUNCTION_T *declare(const char *name, uint32_t result_type) {
+    EXP_USER_FUNCTION_T *f = NewFunction(name, nullptr, nullptr, 0);
+    ExpFunction &record = *f->record;
+    record.name = strdup(name);
+    record.usage = strdup(name);
+    record.category = QV_CATEGORY_USER;
+    record.max_args = record.min_args = 1;
+    record.result_type = result_type;
+    record.arg_types[0] = QV_MASK_NUMBER;
+    CreateVariable_L(f->parameters, "n", QV_TYPE_INTEGER, 0, 0, nullptr);
+    return f;
+}
+
 } // namespace qvtest

@@ -64,27 +64,10 @@ TEST_F(EvalTrace, TheFile) {
                                                 "' cannot be opened: No such file or directory."));
 }
 
-char *copy(const char *text) {
-    return strdup(text);
-}
-
-EXP_USER_FUNCTION_T *declare(const char *name) {
-    EXP_USER_FUNCTION_T *f = NewFunction(name, nullptr, nullptr, 0);
-    ExpFunction &record = *f->record;
-    record.name = copy(name);
-    record.usage = copy(name);
-    record.category = QV_CATEGORY_USER;
-    record.max_args = record.min_args = 1;
-    record.result_type = QV_TYPE_INTEGER;
-    record.arg_types[0] = QV_MASK_NUMBER;
-    CreateVariable_L(f->parameters, "n", QV_TYPE_INTEGER, 0, 0, nullptr);
-    return f;
-}
-
 // The lines of one run of Quad(Half(2)) (Quad's body calls Twice) and of Given('a', NULL).
 TEST_F(EvalTrace, CallLinesForEachOption) {
-    EXP_USER_FUNCTION_T *twice = declare("Twice");
-    EXP_USER_FUNCTION_T *quad = declare("Quad");
+    EXP_USER_FUNCTION_T *twice = declare("Twice", QV_TYPE_INTEGER);
+    EXP_USER_FUNCTION_T *quad = declare("Quad", QV_TYPE_INTEGER);
     int32_t count = 0;
     const ExpFunction *const tables[] = {eval_functions, Get_FunctionArray(&count)};
     twice->body = New_Expression_L("$n * 2");
