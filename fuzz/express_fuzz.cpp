@@ -206,7 +206,8 @@ void tokens(const std::string &text, int32_t mask) {
 // Runs `body` in a status context of its own; the symbol it raised, or null.
 const char *raised_in(qv::FunctionRef<void()> body) {
     const char *raised = nullptr;
-    qv::guarded("fuzz", "express_fuzz", __LINE__, body, [&](const char *symbol) { raised = symbol; });
+    qv::guarded("fuzz", "express_fuzz", __LINE__, body,
+                [&](const char *symbol) { raised = symbol; });
     return raised;
 }
 
@@ -252,7 +253,8 @@ void declarations(const std::string &text) {
     InitialiseFunctions_L();
     PushFunctionArray_L();
     int32_t declared = 0;
-    const char *raised = raised_in([&] { declared = Declare_Functions_L(text.c_str(), functions(), 1); });
+    const char *raised =
+        raised_in([&] { declared = Declare_Functions_L(text.c_str(), functions(), 1); });
     int32_t count = 0;
     Get_UserFunctions(&count);
     EXPRESS_CHECK(raised != nullptr ? raised == GENERAL_ERROR && count == 0 : declared == count,

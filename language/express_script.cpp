@@ -443,6 +443,8 @@ class Runner {
         return count_into(op, count.value) && turn();
     }
 
+    // CASE: the first label "=" the selector, compared by the routine validation chose
+    // for the two types.
     bool select(const Op &op, int32_t &at) {
         if (Solve_Expression_L(op.expression) != 0) return false;
         QV_VALUE_T equal{};
@@ -452,17 +454,18 @@ class Runner {
         step.a = 1;
         step.b = 2;
         at = op.target;
-        for (int32_t i = 0; i < op.labels; ++i) {
+        bool compared = true;
+        for (int32_t i = 0; i < op.labels && compared; ++i) {
             const Label &label = program_.labels[static_cast<std::size_t>(op.first_label + i)];
             values[2] = const_cast<QV_VALUE_T *>(&label.value);
-            if (!label.equal(step, values)) return false;
-            if (holds(equal)) {
+            compared = label.equal(step, values);
+            if (compared && holds(equal)) {
                 at = label.target;
                 break;
             }
         }
         FreeValue_L(&equal);
-        return true;
+        return compared;
     }
 
     // RETURN: a script's value goes into RUN_SCRIPT_RETURN, a body's into its result.
@@ -572,8 +575,7 @@ bool is_exit(const char *raised) {
            std::strcmp(Exc_Status_Symbol, "exit_code") == 0;
 }
 
-// ---- User-defined functions' bodies
-// --------------------------------------------------------------
+// ---- User-defined functions' bodies ---------------------------------------------------------
 
 // The declared type of each parameter, into which its argument is converted.
 void convert_parameters(const EXP_USER_FUNCTION_T &function) {

@@ -170,9 +170,9 @@ int32_t upgrade(EXPRESSION_T *script, const ExpFunction *const *tables, int32_t 
         const bool blank_before =
             branch.end > 0 && std::isspace(static_cast<unsigned char>(text[branch.end - 1]));
         const bool closing = branch.end >= text.size() || text[branch.end] == ';';
-        edits.push_back({branch.end, -branch.depth, 0,
-                         closing ? (blank_before ? "END" : " END")
-                                 : (blank_before ? "END " : " END ")});
+        edits.push_back(
+            {branch.end, -branch.depth, 0,
+             closing ? (blank_before ? "END" : " END") : (blank_before ? "END " : " END ")});
     }
     for (uint32_t semicolon : dropped) edits.push_back({semicolon, 1, 1, ""});
     if (edits.empty()) return 0;

@@ -117,7 +117,7 @@ class Compiler {
         StaticType type;
         QV_VALUE_T *value;     // the operand itself when it is borrowed
         bool literal = false;  // a literal: the same value on every evaluation
-        bool variable = false; // a variable's own value
+        bool variable = false; // a variable: handed over as it is at an ARRAY position
     };
 
     bool item(EXP_ITEM_T &item) {

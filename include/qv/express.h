@@ -595,7 +595,8 @@ QV_API int32_t BindScript_L(EXPRESSION_T *script, const EXP_BINDING_T *bindings,
  * validates every expression (Validate_Expression_L) and prepares the CASE comparisons.
  * Returns 1 when it can be run; 0 after logging what is wrong (QV_MSG_VARIABLE_READ_ONLY,
  * the evaluator's messages, then QV_MSG_VALIDATION_FAILED) and raising GENERAL_ERROR, or
- * for a null script. Status context "Validate_Script_L". */
+ * for a null script. While the script runs it only says (1 or 0) whether the script is
+ * validated. Status context "Validate_Script_L". */
 QV_API int32_t Validate_Script_L(EXPRESSION_T *script);
 /* Runs the script (validating it first when needed) and returns a QV_SCRIPT_ code; the
  * script's result is in its `result`. `exit_code` (may be null) receives Exit's code, 0

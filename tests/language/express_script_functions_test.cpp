@@ -219,13 +219,9 @@ void host_half(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *x) {
 }
 
 TEST_F(Functions, HostTablesAreKept) {
-    static ExpFunction rows[2]{};
-    rows[0].name = "Halve";
-    rows[0].usage = "Halve( number )";
-    rows[0].handler = QV_EXP_HANDLER(host_half);
-    rows[0].category = QV_CATEGORY_NUMERIC;
+    static ExpFunction rows[2]{
+        host_function("Halve", "Halve( number )", QV_EXP_HANDLER(host_half), QV_TYPE_FLOAT)};
     rows[0].max_args = rows[0].min_args = 1;
-    rows[0].result_type = QV_TYPE_FLOAT;
     rows[0].arg_types[0] = QV_MASK_NUMBER;
     const ExpFunction *const tables[] = {rows};
     ASSERT_EQ(declare("FUNCTION Quarter($x) BEGIN RETURN Halve(Halve($x)) END", tables, 1), 1);
@@ -236,14 +232,8 @@ TEST_F(Functions, HostTablesAreKept) {
     EXPECT_EQ(static_cast<const ExpFunction *const *>(quarter.extras[0]->owned)[0], rows);
 }
 
-struct Bad {
-    const char *text;
-    uint32_t number;
-    uint32_t position;
-};
-
 TEST_F(Functions, MalformedDeclarations) {
-    const Bad rows[] = {
+    const Failed rows[] = {
         {"", QV_MSG_DECLARATION_EXPECTED, 0},
         {"RETURN 1", QV_MSG_DECLARATION_EXPECTED, 0},
         {"function F() BEGIN END", QV_MSG_DECLARATION_EXPECTED, 0},
@@ -275,7 +265,7 @@ TEST_F(Functions, MalformedDeclarations) {
         {"FUNCTION F() BEGIN RETURN G() END", QV_MSG_FUNCTION_NOT_FOUND, 26},
         {"FUNCTION F() BEGIN END; FUNCTION G() BEGIN $x 1 END", QV_MSG_ASSIGNMENT_EXPECTED, 22},
     };
-    for (const Bad &row : rows) {
+    for (const Failed &row : rows) {
         EXPECT_EQ(declare(row.text), -1) << row.text;
         EXPECT_EQ(raised_, GENERAL_ERROR) << row.text;
         uint32_t position = 0;

@@ -163,12 +163,8 @@ void run_nested(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame) {
 }
 
 TEST_F(Running, NestedRunsStopAtTheLimit) {
-    static ExpFunction rows[2]{};
-    rows[0].name = "RunAgain";
-    rows[0].usage = "RunAgain()";
-    rows[0].handler = QV_EXP_HANDLER(run_nested);
-    rows[0].category = QV_CATEGORY_MISCELLANEOUS;
-    rows[0].result_type = QV_TYPE_INTEGER;
+    static ExpFunction rows[2]{
+        host_function("RunAgain", "RunAgain()", QV_EXP_HANDLER(run_nested), QV_TYPE_INTEGER)};
     const ExpFunction *const tables[] = {rows};
     Script script("$depth := IfNull($depth, 0) + 1; RETURN RunAgain()");
     nested_script = script.get();
@@ -179,6 +175,35 @@ TEST_F(Running, NestedRunsStopAtTheLimit) {
     EXPECT_EQ(text_of(&FindVariableOnArray_L(script->variables, "depth")->value), "100");
     EXPECT_EQ(qv::express::run_nesting, 0);
     EXPECT_EQ(GetVariableStructure_L(nullptr), 1);
+}
+
+// While a script runs, a host function it calls can neither parse it again, nor declare
+// functions while a user-defined function's body runs: both are refused and the run goes on.
+int32_t refusals = 0;
+void meddle(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame) {
+    SetValueType_L(result, QV_TYPE_INTEGER);
+    if (frame->mode != QV_MODE_EVALUATE) return;
+    refusals = (Parse_Script_L(nested_script, nullptr, 0) == 0 ? 1 : 0) +
+               (Validate_Script_L(nested_script) == 1 ? 1 : 0) +
+               (Declare_Functions_L("FUNCTION G() BEGIN RETURN 1 END", nullptr, 0) == -1 ? 1 : 0);
+    SetIntegerValue_L(result, refusals);
+}
+
+TEST_F(Running, ParsingAndDeclaringAreRefusedWhileRunning) {
+    static ExpFunction rows[2]{
+        host_function("Meddle", "Meddle()", QV_EXP_HANDLER(meddle), QV_TYPE_INTEGER)};
+    const ExpFunction *const tables[] = {rows};
+    ASSERT_EQ(
+        Declare_Functions_L("FUNCTION F() RETURNS INTEGER BEGIN RETURN Meddle() END", tables, 1),
+        1);
+    Script script("FOR $i := 1 TO 2 DO $n := F(); RETURN $n + $i");
+    nested_script = script.get();
+    EXPECT_EQ(script.run(), "5");
+    EXPECT_EQ(refusals, 3);
+    int32_t count = 0;
+    Get_UserFunctions(&count);
+    EXPECT_EQ(count, 1) << "G was not declared";
+    EXPECT_EQ(Parse_Script_L(script.get(), nullptr, 0), 1) << "parsed again after the run";
 }
 
 } // namespace

@@ -159,12 +159,6 @@ TEST_F(Statements, BoundNames) {
     EXPECT_EQ(BindScript_L(nullptr, names, 2), -1);
 }
 
-struct Failed {
-    const char *text;
-    uint32_t number;
-    uint32_t position;
-};
-
 TEST_F(Statements, ParseFailures) {
     const Failed rows[] = {
         {"$x 1", QV_MSG_ASSIGNMENT_EXPECTED, 3},

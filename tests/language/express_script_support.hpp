@@ -72,6 +72,25 @@ inline std::ostream &operator<<(std::ostream &out, const Failure &f) {
     return out << std::hex << "0x" << f.number << std::dec << " at " << f.position;
 }
 
+// A text and the failure it must give.
+struct Failed {
+    const char *text;
+    uint32_t number;
+    uint32_t position;
+};
+
+// A host function row of a table: no arguments unless the caller adds them.
+inline ExpFunction host_function(const char *name, const char *usage, EXP_HANDLER_T handler,
+                                 uint32_t result_type) {
+    ExpFunction row{};
+    row.name = name;
+    row.usage = usage;
+    row.handler = handler;
+    row.category = QV_CATEGORY_MISCELLANEOUS;
+    row.result_type = result_type;
+    return row;
+}
+
 // Parses and validates `text`; the failure's number and position.
 inline Failure failure_of(const char *text, const ExpFunction *const *tables = nullptr,
                           int32_t count = 0) {
