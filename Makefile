@@ -5,7 +5,7 @@ PACKAGES := cmake g++ make pkg-config libicu-dev libgtest-dev libgmock-dev libbe
             zlib1g-dev clang-format libboost-dev libgmp-dev libcli11-dev libedit-dev \
             liblua5.4-dev libsqlite3-dev libmuparser-dev libfmt-dev \
             python3-dev python3-pybind11 python3-numpy python3-pandas python3-dask \
-            python3-distributed python3-pytest
+            python3-distributed python3-pytest python3-pexpect gawk miller hyperfine
 # Only for `make fuzz`: clang with its libFuzzer and sanitizer runtimes.
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 BUILD    ?= build
@@ -55,9 +55,10 @@ configure: $(BUILD)/CMakeCache.txt
 build: deps configure
 	cmake --build $(BUILD) -j $(JOBS)
 
-# The main job: the example host program.
+# The main job: qv derives columns over the sample orders, runs a script and evaluates an
+# expression (examples/run.sh shows each command before its output).
 run: build
-	$(BUILD)/examples/qv_example
+	sh examples/run.sh $(BUILD)/tools/qv
 
 check: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
@@ -72,6 +73,7 @@ bench: deps
 	cmake -S . -B $(BENCH_BUILD) -DCMAKE_BUILD_TYPE=Release -DQV_BENCH=ON -DQV_TESTS=OFF $(CMAKE_FLAGS)
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 	@for b in $(BENCH_BUILD)/bench/bench_*; do echo "== $$b"; $$b --benchmark_min_time=0.2 || exit 1; done
+	sh bench/qv_derive_bench.sh $(BENCH_BUILD)
 
 # libFuzzer programs (clang, address and undefined-behaviour sanitizers, the library
 # instrumented for coverage), each run for FUZZ_TIME seconds on a working corpus in

@@ -22,7 +22,7 @@ TEST(Arguments, Bindings) {
         {"--bind", "price:NUMBER(10,2)=12.5", "", "price", "12.5", QV_TYPE_NUMBER, true},
         {"--bind", "order.date=2024-03-15", "", "order.date", "2024-03-15", QV_TYPE_DATE, false},
         {"--bind", "s=a=b:c", "", "s", "a=b:c", QV_TYPE_CHAR, false},
-        {"--bind", "empty=", "", "empty", "", QV_TYPE_CHAR, false},
+        {"--bind", "empty=", "", "empty", "", 0, false}, // NULL, of no type
         {"--var", "$n:FLOAT=1", "", "n", "1", QV_TYPE_FLOAT, true},
         {"--var", " _x =1", "", "_x", "1", QV_TYPE_INTEGER, false},
         {"--bind", "x", "--bind 'x': expected NAME[:TYPE]=VALUE", "", "", 0, false},

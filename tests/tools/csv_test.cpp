@@ -268,6 +268,36 @@ TEST(CsvWriter, RoundTripsThroughTheReader) {
     }
 }
 
+// A record's plain text stands for its fields exactly when the writer would write them so:
+// then writing the text and more fields equals writing all the fields.
+TEST(CsvWriter, PlainRecordTextStandsForItsFields) {
+    const struct {
+        const char *record;
+        bool plain;
+    } cases[] = {
+        {"a,b,c\n", true},         {"1,,3\r\n", true},          {",\n", true},
+        {"caf\xC3\xA9,x", true},   {"\"a\",b\n", false},        {"a,\"b,c\"\n", false},
+        {"mid\"quote,b\n", false}, {"\"two\nlines\",b", false},
+    };
+    for (const auto &c : cases) {
+        qvtool::MemorySource source(c.record);
+        CsvReader reader(source);
+        ASSERT_EQ(reader.next(), CsvReader::Status::Row) << c.record;
+        const std::string_view plain = reader.plain_text();
+        EXPECT_EQ(!plain.empty(), c.plain) << c.record;
+        if (plain.empty()) continue;
+        const std::vector<std::string_view> more = {"x,y", ""};
+        std::vector<std::string_view> all = reader.fields();
+        all.insert(all.end(), more.begin(), more.end());
+        qvtool::StringSink by_text, by_fields;
+        CsvWriter writer_text(by_text), writer_fields(by_fields);
+        ASSERT_TRUE(writer_text.write_row(plain, more));
+        ASSERT_TRUE(writer_fields.write_row(all));
+        ASSERT_TRUE(writer_text.flush() && writer_fields.flush());
+        EXPECT_EQ(by_text.text, by_fields.text) << c.record;
+    }
+}
+
 class FullSink : public qvtool::ByteSink {
   public:
     bool write_all(const char *, std::size_t) override {

@@ -174,7 +174,8 @@ TEST_F(Derive, TypesOptionErrors) {
     } cases[] = {
         {{"nope:INTEGER"}, "qv: --types: no column named 'nope'\n"},
         {{"a:INTEGER,b"}, "qv: --types: 'b': expected COLUMN:TYPE\n"},
-        {{"a:NUMBER(10,2),b:CHAR"}, "qv: --types: 'CHAR': CHAR needs a size, as in CHAR(20)\n"},
+        {{"a:NUMBER(10,2),b:NUMBER"},
+         "qv: --types: 'NUMBER': NUMBER needs a size, as in NUMBER(10,2)\n"},
     };
     for (const auto &c : cases) {
         options.types = c.types;

@@ -36,6 +36,7 @@ CsvReader::Status CsvReader::next() {
             if (at_end_) {
                 --record_;
                 fields_.clear();
+                plain_ = {};
                 return Status::End;
             }
             if (!refill()) return Status::Failed;
@@ -185,6 +186,13 @@ bool CsvReader::skip_byte_order_mark() {
 void CsvReader::materialise() {
     fields_.resize(spans_.size());
     char *const base = buffer_.data();
+    const std::string_view record(base + spans_.front().begin,
+                                  spans_.back().end - spans_.front().begin);
+    const bool quoted =
+        std::any_of(spans_.begin(), spans_.end(), [](const Span &span) { return span.quoted; });
+    plain_ = quoted || record.empty() || record.find('"') != std::string_view::npos
+                 ? std::string_view()
+                 : record;
     for (std::size_t i = 0; i < spans_.size(); ++i) {
         char *const begin = base + spans_[i].begin;
         const char *const end = base + spans_[i].end;
@@ -227,6 +235,17 @@ bool CsvWriter::write_row(std::span<const std::string_view> fields) {
     for (std::size_t i = 0; i < fields.size(); ++i) {
         if (i > 0) buffer_ += delimiter_;
         append_field(fields[i], fields.size() == 1);
+    }
+    buffer_ += '\n';
+    return buffer_.size() < threshold_ || flush();
+}
+
+bool CsvWriter::write_row(std::string_view plain, std::span<const std::string_view> more) {
+    if (failed_) return false;
+    buffer_.append(plain);
+    for (const std::string_view field : more) {
+        buffer_ += delimiter_;
+        append_field(field, false);
     }
     buffer_ += '\n';
     return buffer_.size() < threshold_ || flush();

@@ -81,6 +81,9 @@ class CsvReader {
     enum class Failure { None, Malformed, Read, Interrupted };
 
     const std::vector<std::string_view> &fields() const { return fields_; }
+    // The record's bytes (without its line end) when a writer would write its fields back
+    // exactly so: no field is quoted or holds a quote. Empty otherwise. Valid as fields().
+    std::string_view plain_text() const { return plain_; }
     // The record fields() holds (or that failed), counting from 1 over all records read, a
     // header included; and the line it starts on (records may span lines).
     std::int64_t record_number() const { return record_; }
@@ -121,6 +124,7 @@ class CsvReader {
     Failure failure_ = Failure::None;
     std::vector<Span> spans_;
     std::vector<std::string_view> fields_;
+    std::string_view plain_;
     std::int64_t record_ = 0, line_ = 1, next_line_ = 1;
     std::string error_;
 };
@@ -134,6 +138,9 @@ class CsvWriter {
     // would otherwise read back as a blank line). Records end with LF. False when the sink
     // failed (errno set); the writer then stays failed.
     bool write_row(std::span<const std::string_view> fields);
+    // The same for a record whose first fields are `plain` (CsvReader::plain_text, not
+    // empty), written as it is, and then `more`.
+    bool write_row(std::string_view plain, std::span<const std::string_view> more);
     bool flush();
 
   private:

@@ -9,6 +9,7 @@
 #include "csv.hpp"
 #include "files.hpp"
 #include "interrupt.hpp"
+#include "program.hpp"
 #include "progress.hpp"
 #include "types.hpp"
 
@@ -56,11 +57,15 @@ class Run {
     bool open();
     void read_columns();
     void settle_types();
-    bool process(std::span<const std::string_view> fields, std::int64_t line);
+    bool process(std::span<const std::string_view> fields, std::int64_t line,
+                 std::string_view plain = {});
     bool accept_field_count(std::span<const std::string_view> &fields, std::int64_t line);
     bool write(std::span<const std::string_view> fields);
+    bool write(std::string_view plain, std::span<const std::string_view> more);
+    bool written(bool done); // false, with the write error noted, when a write failed
     void report_row(std::int64_t line, const std::string &text);
     int finish(int status);
+    int stopped() const { return exit_code_ < 0 ? FAILED : exit_code_; }
     int reader_failed();
     void say(const std::string &text) { std::fprintf(messages_, "qv: %s\n", text.c_str()); }
 
@@ -79,6 +84,8 @@ class Run {
     std::vector<std::string_view> row_, padded_, out_;
     std::string failure_, write_error_;
     std::int64_t read_ = 0, written_ = 0, dropped_ = 0, failed_ = 0;
+    int exit_code_ = -1;       // Exit( code ) ended the run
+    bool keeps_input_ = false; // the program's output starts with the input fields
 };
 
 int Run::execute() {
@@ -107,17 +114,19 @@ int Run::execute() {
         say(error);
         return finish(USAGE);
     }
+    keeps_input_ = program_.keeps_input_columns();
     if (options_.header && !columns_.empty()) {
         row_.assign(names.begin(), names.end());
         if (!write(row_)) return finish(FAILED);
     }
     for (std::size_t i = 0; i < sample_.size(); ++i) {
         sample_.fields(i, row_);
-        if (!process(row_, sample_.line(i))) return finish(FAILED);
+        if (!process(row_, sample_.line(i))) return finish(stopped());
     }
     CsvReader::Status status = after_sample_;
     while (status == CsvReader::Status::Row && (status = reader_->next()) == CsvReader::Status::Row)
-        if (!process(reader_->fields(), reader_->line_number())) return finish(FAILED);
+        if (!process(reader_->fields(), reader_->line_number(), reader_->plain_text()))
+            return finish(stopped());
     return finish(status == CsvReader::Status::End ? DONE : reader_failed());
 }
 
@@ -166,14 +175,22 @@ void Run::settle_types() {
     }
 }
 
-bool Run::process(std::span<const std::string_view> fields, std::int64_t line) {
+// One row; `plain` is its record's text when the reader has it (CsvReader::plain_text).
+bool Run::process(std::span<const std::string_view> fields, std::int64_t line,
+                  std::string_view plain) {
     if (interrupt::requested()) return false;
     ++read_;
     progress_->update(reader_->bytes_consumed(), static_cast<std::uint64_t>(read_));
     const std::int64_t failed_before = failed_;
+    const bool whole = !plain.empty() && keeps_input_ && fields.size() == columns_.size();
     if (!accept_field_count(fields, line)) return options_.on_error != OnError::Stop;
     failure_.clear();
     const Verdict verdict = program_.apply(read_, fields, out_, failure_);
+    if (verdict == Verdict::Exit) {
+        say("row " + std::to_string(read_) + " (line " + std::to_string(line) + "): " + failure_);
+        exit_code_ = program_.exit_code();
+        return false;
+    }
     if (!failure_.empty()) {
         report_row(line, failure_);
         failed_ = failed_before + 1;
@@ -181,13 +198,21 @@ bool Run::process(std::span<const std::string_view> fields, std::int64_t line) {
     }
     if (verdict == Verdict::Drop) ++dropped_;
     if (verdict != Verdict::Write) return true;
-    if (!write(out_)) return false;
+    if (!(whole ? write(plain, std::span(out_).subspan(fields.size())) : write(out_))) return false;
     ++written_;
     return true;
 }
 
 bool Run::write(std::span<const std::string_view> fields) {
-    if (writer_->write_row(fields)) return true;
+    return written(writer_->write_row(fields));
+}
+
+bool Run::write(std::string_view plain, std::span<const std::string_view> more) {
+    return written(writer_->write_row(plain, more));
+}
+
+bool Run::written(bool done) {
+    if (done) return true;
     if (interrupt::requested()) return false; // a write cut short by Ctrl-C is no write error
     write_error_ = "cannot write '" + output_->name() + "': " + std::strerror(errno);
     return false;
@@ -236,13 +261,15 @@ int Run::reader_failed() {
 
 int Run::finish(int status) {
     if (progress_) progress_->finish();
-    if (const int signal_number = interrupt::requested()) {
+    const int signal_number = interrupt::requested();
+    if (signal_number != 0) {
         say("interrupted at row " + std::to_string(read_));
         status = 128 + signal_number;
     }
     // Rows done before a failure still go to standard output; an interrupted run just stops.
     std::string error = write_error_;
-    const bool flush = status == DONE || (status == FAILED && !output_->named());
+    const bool flush =
+        status == DONE || (status != USAGE && signal_number == 0 && !output_->named());
     if (writer_ && error.empty() && flush && !writer_->flush()) {
         error = "cannot write '" + output_->name() + "': " + std::strerror(errno);
         status = FAILED;
@@ -280,12 +307,10 @@ Verdict PassThrough::apply(std::int64_t, std::span<const std::string_view> field
     return Verdict::Write;
 }
 
-std::unique_ptr<RowProgram> make_row_program(const DeriveOptions &options, std::string &error) {
+std::unique_ptr<RowProgram> make_row_program(const DeriveOptions &options, std::FILE *messages) {
     if (options.derivations.empty() && options.where.empty())
         return std::make_unique<PassThrough>();
-    error = std::string("'qv derive ") + (options.derivations.empty() ? "--where" : "-e") +
-            "' is not available yet: this build of qv has no expression language";
-    return nullptr;
+    return make_expression_program(options, messages);
 }
 
 int run_derive(const DeriveOptions &options, RowProgram &program, std::FILE *messages) {

@@ -51,8 +51,9 @@ struct Column {
     bool declared = false; // given by --types
 };
 
-// What a program decided for a row.
-enum class Verdict { Write, Drop, Skip };
+// What a program decided for a row. Exit: the run ends here with the program's exit code
+// (Exit( code ) in an expression): 0 keeps the rows before this one, as a run that ended.
+enum class Verdict { Write, Drop, Skip, Exit };
 
 // The work done on each row. The expression language plugs in here: prepare binds every
 // column name to a value record once and parses the derivations and the condition; apply
@@ -73,6 +74,11 @@ class RowProgram {
     // not hold.
     virtual Verdict apply(std::int64_t row, std::span<const std::string_view> fields,
                           std::vector<std::string_view> &out, std::string &failure) = 0;
+    // After Exit: the status the run ends with.
+    virtual int exit_code() const { return 0; }
+    // After prepare: whether the first output fields are always the input fields, as they
+    // are (no column replaced), so that a plain record's text can stand for them.
+    virtual bool keeps_input_columns() const { return false; }
 };
 
 // Copies every row as it is: derive without expressions.
@@ -83,10 +89,12 @@ class PassThrough : public RowProgram {
                         std::vector<std::string> &output_names) override;
     Verdict apply(std::int64_t row, std::span<const std::string_view> fields,
                   std::vector<std::string_view> &out, std::string &failure) override;
+    bool keeps_input_columns() const override { return true; }
 };
 
-// The program for these options, or null with `error` set.
-std::unique_ptr<RowProgram> make_row_program(const DeriveOptions &options, std::string &error);
+// The program for these options: PassThrough without expressions, else the expression
+// program (program.hpp), which prints the library's problems on `messages`.
+std::unique_ptr<RowProgram> make_row_program(const DeriveOptions &options, std::FILE *messages);
 
 // Runs one derive; messages and the summary go to `messages`. Returns the exit status.
 int run_derive(const DeriveOptions &options, RowProgram &program, std::FILE *messages);

@@ -1,11 +1,14 @@
 // interrupt.cpp - the signal handlers of interrupt.hpp. Everything the handler touches is a
-// lock-free flag, a fixed buffer or an async-signal-safe call (write, unlink, _exit).
+// lock-free flag, a fixed buffer or an async-signal-safe call (write, unlink, _exit, and the
+// library's Set_Interrupt_L, which only sets a flag).
 #include "interrupt.hpp"
 
 #include <fcntl.h>
 #include <limits.h>
 #include <signal.h>
 #include <unistd.h>
+
+#include <qv/feedback.h>
 
 #include <csignal>
 #include <initializer_list>
@@ -27,6 +30,7 @@ extern "C" void on_signal(int signal_number) {
         _exit(128 + signal_number);
     }
     g_signal = signal_number;
+    Set_Interrupt_L(); // a running script stops at its next statement or loop turn
     const char byte = 1;
     [[maybe_unused]] const ssize_t ignored = write(g_wake[1], &byte, 1);
 }
@@ -44,6 +48,14 @@ void install() {
 
 int requested() {
     return g_signal;
+}
+
+void clear() {
+    char bytes[16];
+    while (g_wake[0] >= 0 && read(g_wake[0], bytes, sizeof bytes) > 0) {
+    }
+    Clear_Interrupt_L();
+    g_signal = 0;
 }
 
 int wake_fd() {

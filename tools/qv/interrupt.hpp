@@ -12,8 +12,11 @@ namespace qvtool::interrupt {
 
 // Installs the handlers (without SA_RESTART, so that a blocked read or write returns EINTR).
 void install();
-// The signal that asked the run to stop, 0 while none did.
+// The signal that asked the run to stop, 0 while none did. The library's interrupt flag
+// (Set_Interrupt_L) is set too, so that a running script stops.
 int requested();
+// Forgets a request (the REPL goes on after an interrupted line).
+void clear();
 // A descriptor that becomes readable once a stop is requested; -1 before install().
 int wake_fd();
 // The file a second signal removes (copied; null clears it).

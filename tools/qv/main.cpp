@@ -1,12 +1,8 @@
 // main.cpp - the qv program: its subcommands, their options, and the exit-status convention
-// (0 success; 1 an evaluation or a run failed; 2 a parse, validation or usage error; 128 + the
-// signal number when interrupted). Usage errors go to standard error; --help to standard
-// output.
-//
-// The commands that evaluate the expression language (eval, run, repl, functions, check, and
-// derive with -e or --where) check their arguments and then say that they are not available
-// yet; derive without expressions copies a CSV through the row loop that the language will
-// use.
+// (0 success; 1 an evaluation or a run failed; 2 a parse, validation or usage error; Exit(
+// code ) in a text makes `code` the status; 128 + the signal number when interrupted). Usage
+// errors go to standard error; --help to standard output. The commands themselves live in
+// commands.cpp (eval, check, functions), script.cpp (run), repl.cpp and derive.cpp.
 #include <CLI/CLI.hpp>
 #include <unistd.h>
 
@@ -16,48 +12,14 @@
 #include <vector>
 
 #include "arguments.hpp"
+#include "commands.hpp"
 #include "derive.hpp"
 #include "interrupt.hpp"
+#include "library.hpp"
 
 namespace {
 
 using namespace qvtool;
-
-constexpr int USAGE = 2;
-
-int usage_error(const std::string &text) {
-    std::fprintf(stderr, "qv: %s\n", text.c_str());
-    return USAGE;
-}
-
-int not_available(const char *command) {
-    return usage_error(std::string("'") + command +
-                       "' is not available yet: this build of qv has no expression language");
-}
-
-std::string check_bindings(const char *option, const std::vector<std::string> &texts) {
-    for (const std::string &text : texts) {
-        Binding binding;
-        if (std::string error = parse_binding(option, text, binding); !error.empty()) return error;
-    }
-    return "";
-}
-
-struct EvalArguments {
-    bool typed = false;
-    std::vector<std::string> binds, vars;
-    std::string expression;
-};
-
-struct RunArguments {
-    std::vector<std::string> vars;
-    std::string trace, trace_options, script;
-};
-
-struct CheckArguments {
-    bool script = false, explain = false;
-    std::string text, file;
-};
 
 struct DeriveArguments {
     DeriveOptions options;
@@ -71,6 +33,12 @@ struct Arguments {
     DeriveArguments derive;
     std::string function;
 };
+
+// What the library's feedback would write to standard output (LogMsg ...) goes to standard
+// error when standard output is data.
+void feedback_to_stderr(int32_t, const char *text, std::size_t length, void *) {
+    std::fwrite(text, 1, length, stderr);
+}
 
 // An option that may be given again and again, one value each time.
 template <class T>
@@ -127,12 +95,6 @@ void add_check(CLI::App &app, CheckArguments &a) {
     check->add_option("TEXT", a.text, "The expression or script")->excludes(file);
 }
 
-int run_eval(const EvalArguments &a) {
-    std::string error = check_bindings("--bind", a.binds);
-    if (error.empty()) error = check_bindings("--var", a.vars);
-    return error.empty() ? not_available("qv eval") : usage_error(error);
-}
-
 int run_derive_command(DeriveArguments &a) {
     DeriveOptions &o = a.options;
     std::string error = parse_delimiter(a.delimiter, o.delimiter);
@@ -145,27 +107,25 @@ int run_derive_command(DeriveArguments &a) {
     o.on_error = a.on_error == "null"   ? OnError::Null
                  : a.on_error == "skip" ? OnError::Skip
                                         : OnError::Stop;
-    std::unique_ptr<RowProgram> program = make_row_program(o, error);
-    if (!program) return usage_error(error);
+    Library library;
+    SetFeedbackWriter_L(feedback_to_stderr, nullptr); // standard output is the CSV
+    std::unique_ptr<RowProgram> program = make_row_program(o, stderr);
     interrupt::install();
     return run_derive(o, *program, stderr);
 }
 
 int dispatch(CLI::App &app, Arguments &a) {
-    if (app.got_subcommand("eval")) return run_eval(a.eval);
+    if (app.got_subcommand("eval")) return eval_command(a.eval);
     if (app.got_subcommand("derive")) return run_derive_command(a.derive);
-    if (app.got_subcommand("run")) {
-        const std::string error = check_bindings("--var", a.run.vars);
-        return error.empty() ? not_available("qv run") : usage_error(error);
-    }
+    if (app.got_subcommand("run")) return run_command(a.run);
     if (app.got_subcommand("check")) {
         if (a.check.text.empty() && a.check.file.empty())
             return usage_error("check: give the TEXT to check, or -f FILE");
-        return not_available("qv check");
+        return check_command(a.check);
     }
-    if (app.got_subcommand("functions")) return not_available("qv functions");
+    if (app.got_subcommand("functions")) return functions_command(a.function);
     if (app.got_subcommand("repl") || (isatty(STDIN_FILENO) && isatty(STDOUT_FILENO)))
-        return not_available("qv repl");
+        return repl_command();
     std::fputs(app.help().c_str(), stderr);
     return usage_error("give a subcommand");
 }
@@ -194,7 +154,7 @@ int main(int argc, char **argv) {
         std::string command = "qv";
         for (const CLI::App *sub : app.get_subcommands()) command += " " + sub->get_name();
         std::fprintf(stderr, "qv: %s\nRun '%s --help' for usage.\n", error.what(), command.c_str());
-        return USAGE;
+        return STATUS_USAGE;
     }
     try {
         return dispatch(app, arguments);
