@@ -80,7 +80,13 @@ def same_as_qv(derived, tool):
     """Whether qvcommon's frame and qv's CSV hold the same rows (compared as qv writes them)."""
     if len(derived) != len(tool):
         return False
-    texts = {"total": lambda v: Decimal(v), "customer_uc": str, "place": str}
+    def number(v):
+        return None if v is None or v == "" else Decimal(v)
+
+    def text(v):
+        return "" if v is None else str(v)  # qv writes NULL as an empty field
+
+    texts = {"total": number, "customer_uc": text, "place": text}
     return all(list(derived[c].map(f)) == list(tool[c].map(f)) for c, f in texts.items())
 
 
