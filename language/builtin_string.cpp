@@ -23,24 +23,45 @@ namespace {
 using namespace qv::builtin;
 using qv::values::TextForm;
 
-// The text of `value`, copied, edited in place by edit(&copy) and stored; NULL when the
-// value has no text. The copy is freed if a raise passes through the edit.
+// The text of `value`, copied into the result (its own block reused when it has room),
+// edited there in place by edit(&text) and kept; NULL when the value has no text or the
+// edit leaves none.
 template <class Edit>
 void store_edited(QV_VALUE_T *result, const QV_VALUE_T *value, Edit edit) {
     TextArgument text;
-    QV_STRING_T copy{};
-    if (!text.read(value) || Astrcpy_SL(&copy, text.get()) == nullptr || copy.text == nullptr)
-        return set_null(result);
-    qv::HeapText owner(copy.text);
-    edit(&copy); // replaces copy.text, freeing the old one, when it completes
-    owner.release();
-    store_text(result, copy);
+    if (!text.read(value)) return set_null(result);
+    const QV_STRING_T *string = text.get();
+    const std::string_view bytes{string->text, static_cast<std::size_t>(Bytelen_SL(string, 0))};
+    if (!qv::values::copy_text_into(*result, bytes, string->encoding)) return set_null(result);
+    edit(&result->payload.string); // replaces the text, freeing the old one, when it must grow
+    null_if_empty(result);
 }
 
-// The window of SubString_SL stored; NULL for its failures.
+// The byte range [from, to) of the SubString_SL window (start, count) of a UTF-8 text when
+// the text is ASCII up to the window's end, so that bytes are characters and only those
+// bytes are read (as SubString_SL takes it); false otherwise.
+bool ascii_window(const QV_STRING_T *text, int64_t start, int64_t count, std::size_t &from,
+                  std::size_t &to) {
+    if (start < 0 || count < 0 || !qv::values::is_utf8(text->encoding)) return false;
+    const auto begin = static_cast<std::size_t>(start > 0 ? start - 1 : 0);
+    to = strnlen(text->text, begin + static_cast<std::size_t>(count));
+    for (std::size_t i = 0; i < to; ++i)
+        if (static_cast<unsigned char>(text->text[i]) >= 0x80) return false;
+    from = begin < to ? begin : to;
+    return true;
+}
+
+// The window of SubString_SL stored; NULL for its failures. Start and count are cut to 32
+// bits first.
 void store_window(QV_VALUE_T *result, const QV_STRING_T *text, int64_t start, int64_t count) {
+    start = clamp32(start);
+    count = clamp32(count);
+    std::size_t from = 0, to = 0;
+    if (ascii_window(text, start, count, from, to))
+        return store_text_copy(result, {text->text + from, to - from}, text->encoding);
     QV_STRING_T out{};
-    if (SubString_SL(text, clamp32(start), clamp32(count), &out) < 0) return set_null(result);
+    if (SubString_SL(text, static_cast<int32_t>(start), static_cast<int32_t>(count), &out) < 0)
+        return set_null(result);
     store_text(result, out);
 }
 

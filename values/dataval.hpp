@@ -165,6 +165,13 @@ class TextForm {
     const QV_ENCODING_T *encoding_ = nullptr;
 };
 
+// The block of dest's own in-memory text when it holds `size` bytes, else null.
+char *reusable_text(const QV_VALUE_T &dest, std::size_t size);
+// dest (typed CHAR or CLOB) holds a copy of `text` ended by the terminator of `encoding`:
+// in dest's own block when that has room (malloc_usable_size), else in a new one. `text`
+// may lie in that block. False (dest NULL) after an allocation failure whose raise returned.
+bool copy_text_into(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *encoding);
+
 // The value's own text when it is an in-memory CHAR or CLOB (a null text reads as empty).
 bool own_text(const QV_VALUE_T &value, std::string_view &text);
 

@@ -287,6 +287,52 @@ bool reading_to_number(const Reading &reading, QV_PRECISE_T &out) {
     }
 }
 
+char *reusable_text(const QV_VALUE_T &dest, std::size_t size) {
+    char *text = dest.payload.string.text;
+    if (!dest.owns_payload || in_file(dest) || text == nullptr) return nullptr;
+    return malloc_usable_size(text) >= size ? text : nullptr;
+}
+
+namespace {
+
+// dest (a text type) holds `text` as its own: copied into dest's block when it has room,
+// else in the heap text `detach()` gives. False (dest NULL) after an allocation failure
+// whose raise returned.
+template <class Detach>
+bool store_text(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *encoding,
+                Detach detach) {
+    const std::size_t zeros = terminator_width(encoding);
+    if (char *own = reusable_text(dest, text.size() + zeros)) {
+        std::memmove(own, text.data(), text.size());
+        std::memset(own + text.size(), 0, zeros);
+        dest.payload.string.encoding = encoding;
+    } else {
+        char *copy = detach();
+        release_payload(dest);
+        if (copy == nullptr) {
+            dest.is_null = 1;
+            return false;
+        }
+        dest.payload.string = {copy, encoding};
+        dest.owns_payload = 1;
+    }
+    dest.is_null = 0;
+    return true;
+}
+
+} // namespace
+
+bool copy_text_into(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *encoding) {
+    return store_text(dest, text, encoding, [&] {
+        const std::size_t zeros = terminator_width(encoding);
+        auto *copy = static_cast<char *>(QV_MALLOC(text.size() + zeros));
+        if (copy == nullptr) return copy;
+        std::memcpy(copy, text.data(), text.size());
+        std::memset(copy + text.size(), 0, zeros);
+        return copy;
+    });
+}
+
 } // namespace qv::values
 
 using namespace qv::values;
@@ -302,38 +348,6 @@ int32_t settle(QV_VALUE_T &dest, int32_t status, Store store) {
     dest.is_null = status != QV_VALUE_OK;
     if (status == QV_VALUE_OK) store(dest.payload);
     return status == QV_VALUE_TOO_LARGE ? QV_CONVERT_TOO_LONG : QV_CONVERT_OK;
-}
-
-// dest's own text block when it holds `size` bytes, else null.
-char *reusable_text(const QV_VALUE_T &dest, std::size_t size) {
-    char *text = dest.payload.string.text;
-    if (!dest.owns_payload || in_file(dest) || text == nullptr) return nullptr;
-    return malloc_usable_size(text) >= size ? text : nullptr;
-}
-
-// dest (a text type) holds `text` as its own: copied into dest's block when it has room,
-// else in the heap text `detach()` gives. False (dest NULL) after an allocation failure
-// whose raise returned.
-template <class Detach>
-bool store_text(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *encoding,
-                Detach detach) {
-    const std::size_t zeros = terminator_width(encoding);
-    if (char *own = reusable_text(dest, text.size() + zeros)) {
-        std::memcpy(own, text.data(), text.size());
-        std::memset(own + text.size(), 0, zeros);
-        dest.payload.string.encoding = encoding;
-    } else {
-        char *copy = detach();
-        release_payload(dest);
-        if (copy == nullptr) {
-            dest.is_null = 1;
-            return false;
-        }
-        dest.payload.string = {copy, encoding};
-        dest.owns_payload = 1;
-    }
-    dest.is_null = 0;
-    return true;
 }
 
 // dest holds the text form of src; false (dest NULL) when src has none.
