@@ -94,6 +94,14 @@ void store_text_copy(QV_VALUE_T *result, std::string_view text, const QV_ENCODIN
     null_if_empty(result);
 }
 
+void store_joined(QV_VALUE_T *result, std::span<const std::string_view> pieces) {
+    std::size_t size = 0;
+    for (std::string_view piece : pieces) size += piece.size();
+    if (size == 0 || size > kMaxResultBytes || !values::join_text_into(*result, pieces, nullptr))
+        return set_null(result);
+    null_if_empty(result);
+}
+
 void null_if_empty(QV_VALUE_T *result) {
     const QV_STRING_T &string = result->payload.string;
     if (string.text == nullptr || is_empty_text(string.text, string.encoding)) set_null(result);

@@ -25,6 +25,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 #include "core/raise.hpp"
@@ -178,6 +179,9 @@ void store_text(QV_VALUE_T *result, QV_STRING_T text);
 // result's own block when that has room (a row's result reuses the last row's); an empty
 // text makes it NULL.
 void store_text_copy(QV_VALUE_T *result, std::string_view text, const QV_ENCODING_T *encoding);
+// The result (typed CHAR already) holds the UTF-8 pieces joined, as store_text_copy holds
+// one; NULL past kMaxResultBytes.
+void store_joined(QV_VALUE_T *result, std::span<const std::string_view> pieces);
 // A text result whose text is empty (an edit in place left nothing) becomes NULL.
 void null_if_empty(QV_VALUE_T *result);
 

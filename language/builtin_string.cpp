@@ -31,8 +31,11 @@ void store_edited(QV_VALUE_T *result, const QV_VALUE_T *value, Edit edit) {
     TextArgument text;
     if (!text.read(value)) return set_null(result);
     const QV_STRING_T *string = text.get();
-    const std::string_view bytes{string->text, static_cast<std::size_t>(Bytelen_SL(string, 0))};
-    if (!qv::values::copy_text_into(*result, bytes, string->encoding)) return set_null(result);
+    const std::size_t size = qv::values::terminator_width(string->encoding) == 1
+                                 ? std::strlen(string->text)
+                                 : static_cast<std::size_t>(Bytelen_SL(string, 0));
+    if (!qv::values::copy_text_into(*result, {string->text, size}, string->encoding))
+        return set_null(result);
     edit(&result->payload.string); // replaces the text, freeing the old one, when it must grow
     null_if_empty(result);
 }
@@ -193,11 +196,34 @@ void trim(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s, QV_VALUE_T
     store_edited(result, s, [&](QV_STRING_T *copy) { TrimUtil_SL(copy, by, Where); });
 }
 
-// Lower, Upper, InitCap and Collapse: one in-place operation on a copy.
+// InitCap and Collapse: one in-place operation on a copy.
 template <auto Edit>
 void edited(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s) {
     if (!begin(result, frame, QV_TYPE_CHAR)) return;
     store_edited(result, s, [](QV_STRING_T *copy) { Edit(copy); });
+}
+
+// The ASCII letters of a terminated text in upper (or lower) case, in place, up to the end
+// or the first byte beyond ASCII; false when there is such a byte.
+template <bool Upper>
+bool ascii_case(char *text) {
+    constexpr unsigned char from = Upper ? 'a' : 'A';
+    for (auto *p = reinterpret_cast<unsigned char *>(text); *p != 0; ++p) {
+        if (*p >= 0x80) return false;
+        if (static_cast<unsigned char>(*p - from) < 26) *p ^= 0x20;
+    }
+    return true;
+}
+
+// Upper and Lower: a UTF-8 text that is all ASCII changed by bytes; any other by Edit
+// (ToUpper_SL, ToLower_SL), which maps every character, the ASCII letters changed already
+// included, the same way.
+template <auto Edit, bool Upper>
+void change_case(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s) {
+    if (!begin(result, frame, QV_TYPE_CHAR)) return;
+    store_edited(result, s, [](QV_STRING_T *copy) {
+        if (!qv::values::is_utf8(copy->encoding) || !ascii_case<Upper>(copy->text)) Edit(copy);
+    });
 }
 
 void soundex(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s) {
@@ -231,18 +257,43 @@ void test(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s) {
 
 // ---- Joins (form B) --------------------------------------------------------------------------
 
-// The text form of a present argument, in UTF-8, appended; false when it has none.
-bool append_text(TextJoiner &joined, const QV_VALUE_T *value) {
-    TextForm form;
-    return present(value) && form.make_utf8(*value) && joined.append(form.view());
+// The text form of a present argument in UTF-8: a text in memory in UTF-8 read where it
+// stands, any other value's made in `form`; false when it has none.
+bool utf8_form(const QV_VALUE_T *value, TextForm &form, std::string_view &text) {
+    if (!present(value)) return false;
+    if (qv::values::own_text(*value, text) && qv::values::is_utf8(value->payload.string.encoding))
+        return true;
+    if (!form.make_utf8(*value)) return false;
+    text = form.view();
+    return true;
+}
+
+// Concat of a few arguments that are NULL or UTF-8 texts in memory: joined straight into
+// the result. False (nothing done) for other arguments, whose text forms must be made.
+bool concat_texts(QV_VALUE_T *result, Arguments given) {
+    constexpr int32_t kMostPieces = 8;
+    std::string_view pieces[kMostPieces];
+    if (given.count > kMostPieces) return false;
+    for (int32_t i = 0; i < given.count; ++i) {
+        const QV_VALUE_T *value = given[i];
+        if (present(value) && (!qv::values::own_text(*value, pieces[i]) ||
+                               !qv::values::is_utf8(value->payload.string.encoding)))
+            return false;
+    }
+    store_joined(result, {pieces, static_cast<std::size_t>(given.count)});
+    return true;
 }
 
 // Concat( value [, value ... ] ): the text forms joined, in UTF-8; a NULL has no text form
 // and adds nothing, so only all NULL (or all empty) gives NULL.
 void concat(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, Arguments given) {
-    if (!begin(result, frame, QV_TYPE_CHAR)) return;
+    if (!begin(result, frame, QV_TYPE_CHAR) || concat_texts(result, given)) return;
     TextJoiner joined;
-    for (const QV_VALUE_T *value : given) append_text(joined, value);
+    for (const QV_VALUE_T *value : given) {
+        TextForm form;
+        std::string_view text;
+        if (utf8_form(value, form, text)) joined.append(text);
+    }
     joined.store(result);
 }
 
@@ -252,15 +303,16 @@ void concat(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, Arguments given) {
 void concat_separated(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, Arguments given) {
     if (!begin(result, frame, QV_TYPE_CHAR)) return;
     TextForm separator;
-    const std::string_view between =
-        present(given[0]) && separator.make_utf8(*given[0]) ? separator.view() : "";
+    std::string_view between;
+    if (!utf8_form(given[0], separator, between)) between = {};
     TextJoiner joined;
     bool first = true;
     for (int32_t i = 1; i < given.count; ++i) {
         TextForm form;
-        if (!present(given[i]) || !form.make_utf8(*given[i])) continue;
+        std::string_view text;
+        if (!utf8_form(given[i], form, text)) continue;
         if (!first) joined.append(between);
-        joined.append(form.view());
+        joined.append(text);
         first = false;
     }
     joined.store(result);
@@ -367,10 +419,10 @@ QV_API void BI_trim(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1,
     run<trim<QV_TRIM_BOTH>>(result, frame, a1, a2);
 }
 QV_API void BI_lower(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1) {
-    run<edited<ToLower_SL>>(result, frame, a1);
+    run<change_case<ToLower_SL, false>>(result, frame, a1);
 }
 QV_API void BI_upper(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1) {
-    run<edited<ToUpper_SL>>(result, frame, a1);
+    run<change_case<ToUpper_SL, true>>(result, frame, a1);
 }
 QV_API void BI_initcap(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1) {
     run<edited<Initcap_SL>>(result, frame, a1);

@@ -18,6 +18,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <span>
 
 #include "core/raise.hpp"
 #include "qv/date.h"
@@ -287,13 +288,18 @@ bool reading_to_number(const Reading &reading, QV_PRECISE_T &out) {
     }
 }
 
-char *reusable_text(const QV_VALUE_T &dest, std::size_t size) {
-    char *text = dest.payload.string.text;
-    if (!dest.owns_payload || in_file(dest) || text == nullptr) return nullptr;
-    return malloc_usable_size(text) >= size ? text : nullptr;
+std::size_t text_room(const QV_VALUE_T &dest) {
+    const char *text = dest.payload.string.text;
+    if (!dest.owns_payload || in_file(dest) || text == nullptr) return 0;
+    return malloc_usable_size(const_cast<char *>(text));
 }
 
 namespace {
+
+// dest's own text block when it holds `size` bytes, else null.
+char *reusable_text(const QV_VALUE_T &dest, std::size_t size) {
+    return text_room(dest) >= size ? dest.payload.string.text : nullptr;
+}
 
 // dest (a text type) holds `text` as its own: copied into dest's block when it has room,
 // else in the heap text `detach()` gives. False (dest NULL) after an allocation failure
@@ -303,7 +309,7 @@ bool store_text(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *en
                 Detach detach) {
     const std::size_t zeros = terminator_width(encoding);
     if (char *own = reusable_text(dest, text.size() + zeros)) {
-        std::memmove(own, text.data(), text.size());
+        std::memcpy(own, text.data(), text.size());
         std::memset(own + text.size(), 0, zeros);
         dest.payload.string.encoding = encoding;
     } else {
@@ -320,17 +326,53 @@ bool store_text(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *en
     return true;
 }
 
+// Whether `text` lies (in part) in the `room` bytes from `block`.
+bool lies_in(std::string_view text, const char *block, std::size_t room) {
+    const auto at = reinterpret_cast<uintptr_t>(text.data());
+    const auto start = reinterpret_cast<uintptr_t>(block);
+    return !text.empty() && at < start + room && at + text.size() > start;
+}
+
+// The pieces one after the other from `out`, then `zeros` zero bytes.
+void put_pieces(char *out, std::span<const std::string_view> pieces, std::size_t zeros) {
+    for (std::string_view piece : pieces) {
+        if (!piece.empty()) std::memcpy(out, piece.data(), piece.size());
+        out += piece.size();
+    }
+    for (std::size_t i = 0; i < zeros; ++i) out[i] = 0;
+}
+
 } // namespace
 
+bool join_text_into(QV_VALUE_T &dest, std::span<const std::string_view> pieces,
+                    const QV_ENCODING_T *encoding) {
+    const std::size_t zeros = terminator_width(encoding);
+    std::size_t size = zeros;
+    for (std::string_view piece : pieces) size += piece.size();
+    const std::size_t room = text_room(dest);
+    char *block = room >= size ? dest.payload.string.text : nullptr;
+    for (std::string_view piece : pieces)
+        if (block != nullptr && lies_in(piece, block, room)) block = nullptr; // a new block
+    if (block != nullptr) {
+        put_pieces(block, pieces, zeros);
+        dest.payload.string.encoding = encoding;
+    } else {
+        auto *fresh = static_cast<char *>(QV_MALLOC(size));
+        if (fresh != nullptr) put_pieces(fresh, pieces, zeros);
+        release_payload(dest);
+        if (fresh == nullptr) {
+            dest.is_null = 1;
+            return false;
+        }
+        dest.payload.string = {fresh, encoding};
+        dest.owns_payload = 1;
+    }
+    dest.is_null = 0;
+    return true;
+}
+
 bool copy_text_into(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *encoding) {
-    return store_text(dest, text, encoding, [&] {
-        const std::size_t zeros = terminator_width(encoding);
-        auto *copy = static_cast<char *>(QV_MALLOC(text.size() + zeros));
-        if (copy == nullptr) return copy;
-        std::memcpy(copy, text.data(), text.size());
-        std::memset(copy + text.size(), 0, zeros);
-        return copy;
-    });
+    return join_text_into(dest, {&text, 1}, encoding);
 }
 
 } // namespace qv::values
