@@ -19,8 +19,8 @@
 // so reading an argument allocates nothing but for file-backed and converted texts
 // (values::TextForm gives the same as UTF-8 bytes, for the handlers that join texts).
 // Results: `store_text` takes over a heap text, `store_text_copy` copies one into the
-// result's own block when it has room (an empty or missing text makes the result NULL); numbers and
-// booleans are written in place; `set_null` frees what the result owns.
+// result's own block when it has room (an empty or missing text makes the result NULL);
+// numbers and booleans are written in place; `set_null` frees what the result owns.
 #pragma once
 
 #include <cerrno>

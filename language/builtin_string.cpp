@@ -257,12 +257,16 @@ void test(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s) {
 
 // ---- Joins (form B) --------------------------------------------------------------------------
 
-// The text form of a present argument in UTF-8: a text in memory in UTF-8 read where it
-// stands, any other value's made in `form`; false when it has none.
+// The text of a CHAR or CLOB in memory and in UTF-8, where it stands; false for others.
+bool utf8_text(const QV_VALUE_T &value, std::string_view &text) {
+    return qv::values::own_text(value, text) && qv::values::is_utf8(value.payload.string.encoding);
+}
+
+// The text form of a present argument in UTF-8: utf8_text, or any other value's made in
+// `form`; false when it has none.
 bool utf8_form(const QV_VALUE_T *value, TextForm &form, std::string_view &text) {
     if (!present(value)) return false;
-    if (qv::values::own_text(*value, text) && qv::values::is_utf8(value->payload.string.encoding))
-        return true;
+    if (utf8_text(*value, text)) return true;
     if (!form.make_utf8(*value)) return false;
     text = form.view();
     return true;
@@ -275,10 +279,7 @@ bool concat_texts(QV_VALUE_T *result, Arguments given) {
     std::string_view pieces[kMostPieces];
     if (given.count > kMostPieces) return false;
     for (int32_t i = 0; i < given.count; ++i) {
-        const QV_VALUE_T *value = given[i];
-        if (present(value) && (!qv::values::own_text(*value, pieces[i]) ||
-                               !qv::values::is_utf8(value->payload.string.encoding)))
-            return false;
+        if (present(given[i]) && !utf8_text(*given[i], pieces[i])) return false;
     }
     store_joined(result, {pieces, static_cast<std::size_t>(given.count)});
     return true;

@@ -301,6 +301,17 @@ char *reusable_text(const QV_VALUE_T &dest, std::size_t size) {
     return text_room(dest) >= size ? dest.payload.string.text : nullptr;
 }
 
+// dest (a text type) takes over the heap text `block` in place of what it owned; false
+// (dest NULL) for a null block, left by an allocation failure whose raise returned.
+bool adopt_text(QV_VALUE_T &dest, char *block, const QV_ENCODING_T *encoding) {
+    release_payload(dest);
+    dest.is_null = block == nullptr;
+    if (block == nullptr) return false;
+    dest.payload.string = {block, encoding};
+    dest.owns_payload = 1;
+    return true;
+}
+
 // dest (a text type) holds `text` as its own: copied into dest's block when it has room,
 // else in the heap text `detach()` gives. False (dest NULL) after an allocation failure
 // whose raise returned.
@@ -308,20 +319,11 @@ template <class Detach>
 bool store_text(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *encoding,
                 Detach detach) {
     const std::size_t zeros = terminator_width(encoding);
-    if (char *own = reusable_text(dest, text.size() + zeros)) {
-        std::memcpy(own, text.data(), text.size());
-        std::memset(own + text.size(), 0, zeros);
-        dest.payload.string.encoding = encoding;
-    } else {
-        char *copy = detach();
-        release_payload(dest);
-        if (copy == nullptr) {
-            dest.is_null = 1;
-            return false;
-        }
-        dest.payload.string = {copy, encoding};
-        dest.owns_payload = 1;
-    }
+    char *own = reusable_text(dest, text.size() + zeros);
+    if (own == nullptr) return adopt_text(dest, detach(), encoding);
+    std::memcpy(own, text.data(), text.size());
+    std::memset(own + text.size(), 0, zeros);
+    dest.payload.string.encoding = encoding;
     dest.is_null = 0;
     return true;
 }
@@ -353,20 +355,13 @@ bool join_text_into(QV_VALUE_T &dest, std::span<const std::string_view> pieces,
     char *block = room >= size ? dest.payload.string.text : nullptr;
     for (std::string_view piece : pieces)
         if (block != nullptr && lies_in(piece, block, room)) block = nullptr; // a new block
-    if (block != nullptr) {
-        put_pieces(block, pieces, zeros);
-        dest.payload.string.encoding = encoding;
-    } else {
+    if (block == nullptr) {
         auto *fresh = static_cast<char *>(QV_MALLOC(size));
         if (fresh != nullptr) put_pieces(fresh, pieces, zeros);
-        release_payload(dest);
-        if (fresh == nullptr) {
-            dest.is_null = 1;
-            return false;
-        }
-        dest.payload.string = {fresh, encoding};
-        dest.owns_payload = 1;
+        return adopt_text(dest, fresh, encoding);
     }
+    put_pieces(block, pieces, zeros);
+    dest.payload.string.encoding = encoding;
     dest.is_null = 0;
     return true;
 }
