@@ -15,10 +15,6 @@
 // Neither Lua nor SQLite has exact decimals: for E7 Lua multiplies integer cents, SQLite
 // doubles; E6 in Lua normalises a date table with os.time, in SQLite it is date(?, '+30
 // days') over text.
-//
-// The functions E2, E4, E5 and E6 call (If, IfNull, Concat, Upper, SubStr, AddToDate) are
-// the built-ins when the built-in table has them; otherwise host functions of the same
-// semantics stand in, registered in a host table (the output says which).
 #include <benchmark/benchmark.h>
 #include <lua5.4/lua.hpp>
 #include <muParser.h>
@@ -27,17 +23,14 @@
 #include <cctype>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "qv/builtin.h"
 #include "qv/dataval.h"
 #include "qv/date.h"
 #include "qv/express.h"
 #include "qv/precise.h"
-#include "qv/qvstrlib.h"
 
 namespace {
 
@@ -99,130 +92,6 @@ const std::vector<Row> &rows() {
     return made;
 }
 
-// ---- Stand-ins for built-ins -------------------------------------------------------------
-
-bool evaluating(const EXP_CALL_FRAME_T *frame, QV_VALUE_T *result, uint32_t type) {
-    if (result->descriptor.type != type) SetValueType_L(result, type);
-    return frame->mode == QV_MODE_EVALUATE;
-}
-bool present(const QV_VALUE_T *v) {
-    return v != nullptr && v->is_null == 0;
-}
-
-void stand_in_if(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *condition,
-                 QV_VALUE_T *yes, QV_VALUE_T *no) {
-    if (frame->mode != QV_MODE_EVALUATE) {
-        QV_DATATYPE_T best = yes->descriptor, other = no->descriptor;
-        BestDataType_L(&best, &other, 0);
-        SetValueTypePrecScale_L(result, best.type, best.precision, best.scale);
-        return;
-    }
-    uint8_t truth = 0;
-    const bool chosen = present(condition) && ValueToBoolean_L(condition, &truth) == 0 && truth;
-    CopyValue_L(result, chosen ? yes : no);
-}
-
-void stand_in_if_null(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *value,
-                      QV_VALUE_T *outcome) {
-    if (frame->mode != QV_MODE_EVALUATE) {
-        QV_DATATYPE_T best = value->descriptor, other = outcome->descriptor;
-        BestDataType_L(&best, &other, 0);
-        SetValueTypePrecScale_L(result, best.type, best.precision, best.scale);
-        return;
-    }
-    CopyValue_L(result, present(value) ? value : outcome);
-}
-
-void stand_in_upper(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *text) {
-    if (!evaluating(frame, result, QV_TYPE_CHAR)) return;
-    if (!present(text)) return FreeValue_L(result);
-    CopyValue_L(result, text);
-    ToUpper_SL(&result->payload.string);
-}
-
-void stand_in_substr(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *text,
-                     QV_VALUE_T *from, QV_VALUE_T *count) {
-    if (!evaluating(frame, result, QV_TYPE_CHAR)) return;
-    int64_t start = 0, length = -1;
-    if (!present(text) || !present(from) || ValueToInteger_L(from, &start) != 0 ||
-        (present(count) && ValueToInteger_L(count, &length) != 0))
-        return FreeValue_L(result);
-    QV_STRING_T out{};
-    SubString_SL(&text->payload.string, static_cast<int32_t>(start), static_cast<int32_t>(length),
-                 &out);
-    FreeValue_L(result);
-    result->payload.string = out;
-    result->owns_payload = 1;
-    result->is_null = out.text == nullptr;
-}
-
-void stand_in_concat(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame) {
-    if (!evaluating(frame, result, QV_TYPE_CHAR)) return;
-    FreeValue_L(result);
-    for (int32_t i = 0; i < frame->argument_count; ++i) ConcatValue_L(result, frame->arguments[i]);
-}
-
-void stand_in_add_to_date(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *date,
-                          QV_VALUE_T *days) {
-    if (!evaluating(frame, result, QV_TYPE_DATE)) return;
-    int64_t n = 0;
-    if (!present(date) || !present(days) || ValueToInteger_L(days, &n) != 0)
-        return FreeValue_L(result);
-    result->is_null = AddDaysToInternalDate_L(&date->payload.date, n, &result->payload.date) != 0;
-}
-
-ExpFunction stand_in(const char *name, EXP_HANDLER_T handler, uint32_t minimum, uint32_t maximum,
-                     uint32_t result, std::initializer_list<uint32_t> masks, uint8_t repeat = 0) {
-    ExpFunction row{};
-    row.name = name;
-    row.usage = name;
-    row.number = 9900;
-    row.handler = handler;
-    row.category = QV_CATEGORY_MISCELLANEOUS;
-    row.min_args = minimum;
-    row.max_args = maximum;
-    row.result_type = result;
-    row.repeat = repeat;
-    uint32_t i = 0;
-    for (uint32_t mask : masks) row.arg_types[i++] = mask;
-    return row;
-}
-
-bool built_in(const char *name) {
-    for (const ExpFunction *row = Get_BuiltInFns_L(); row->name != nullptr; ++row)
-        if (strcasecmp(row->name, name) == 0) return true;
-    return false;
-}
-
-// The stand-ins for the built-ins the table lacks, ended by the terminator.
-const ExpFunction *const *host_tables() {
-    static std::vector<ExpFunction> table = [] {
-        const ExpFunction all[] = {
-            stand_in("If", QV_EXP_HANDLER(stand_in_if), 3, 3, 0,
-                     {QV_TYPE_BOOLEAN, QV_MASK_ANY, QV_MASK_ANY}),
-            stand_in("IfNull", QV_EXP_HANDLER(stand_in_if_null), 2, 2, 0,
-                     {QV_MASK_ANY, QV_MASK_ANY}),
-            stand_in("Upper", QV_EXP_HANDLER(stand_in_upper), 1, 1, QV_TYPE_CHAR, {QV_MASK_STRING}),
-            stand_in("SubStr", QV_EXP_HANDLER(stand_in_substr), 2, 3, QV_TYPE_CHAR,
-                     {QV_MASK_STRING, QV_MASK_NUMBER, QV_MASK_NUMBER}),
-            stand_in("Concat", QV_EXP_HANDLER(stand_in_concat), 1, QV_UNLIMITED_ARGUMENTS,
-                     QV_TYPE_CHAR, {QV_MASK_ANY}, 1),
-            stand_in("AddToDate", QV_EXP_HANDLER(stand_in_add_to_date), 2, 2, QV_TYPE_DATE,
-                     {QV_MASK_DATE, QV_MASK_NUMBER}),
-        };
-        std::vector<ExpFunction> missing;
-        for (const ExpFunction &row : all)
-            if (!built_in(row.name)) {
-                std::fprintf(stderr, "express_eval_bench: %s is a host stand-in\n", row.name);
-                missing.push_back(row);
-            }
-        missing.push_back(ExpFunction{});
-        return missing;
-    }();
-    static const ExpFunction *const tables[] = {table.data()};
-    return tables;
-}
-
 // ---- The library ---------------------------------------------------------------------------
 
 // The host's records, one per column.
@@ -271,7 +140,7 @@ void qvcommon(benchmark::State &state, int which) {
     const std::vector<Row> &data = rows();
     columns.load(data[0]);
     EXPRESSION_T *e = New_Expression_L(texts[which]);
-    Parse_Expression_L(e, EXP_MASK_EXPRESSION | EXP_MASK_CONDITION, host_tables(), 1);
+    Parse_Expression_L(e, EXP_MASK_EXPRESSION | EXP_MASK_CONDITION, nullptr, 0);
     const EXP_BINDING_T bindings[] = {
         {"x", &columns.x},       {"y", &columns.y},         {"z", &columns.z},
         {"name", &columns.name}, {"code", &columns.code},   {"d", &columns.d},

@@ -90,13 +90,21 @@ void store_text(QV_VALUE_T *result, QV_STRING_T text) {
 }
 
 void store_text_copy(QV_VALUE_T *result, std::string_view text, const QV_ENCODING_T *encoding) {
-    if (text.empty()) return set_null(result);
-    const std::size_t width = values::terminator_width(encoding);
-    auto *copy = static_cast<char *>(QV_MALLOC(text.size() + width));
-    if (copy == nullptr) return set_null(result);
-    std::memcpy(copy, text.data(), text.size());
-    std::memset(copy + text.size(), 0, width);
-    store_text(result, QV_STRING_T{copy, encoding});
+    if (text.empty() || !values::copy_text_into(*result, text, encoding)) return set_null(result);
+    null_if_empty(result);
+}
+
+void store_joined(QV_VALUE_T *result, std::span<const std::string_view> pieces) {
+    std::size_t size = 0;
+    for (std::string_view piece : pieces) size += piece.size();
+    if (size == 0 || size > kMaxResultBytes || !values::join_text_into(*result, pieces, nullptr))
+        return set_null(result);
+    null_if_empty(result);
+}
+
+void null_if_empty(QV_VALUE_T *result) {
+    const QV_STRING_T &string = result->payload.string;
+    if (string.text == nullptr || is_empty_text(string.text, string.encoding)) set_null(result);
 }
 
 bool TextJoiner::grow(std::size_t needed) {

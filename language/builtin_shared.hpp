@@ -18,13 +18,15 @@
 // borrows a CHAR's or CLOB's own text and prints any other value's text form into itself,
 // so reading an argument allocates nothing but for file-backed and converted texts
 // (values::TextForm gives the same as UTF-8 bytes, for the handlers that join texts).
-// Results: `store_text` takes over a heap text (an empty or missing one makes the result
-// NULL); numbers and booleans are written in place; `set_null` frees what the result owns.
+// Results: `store_text` takes over a heap text, `store_text_copy` copies one into the
+// result's own block when it has room (an empty or missing text makes the result NULL);
+// numbers and booleans are written in place; `set_null` frees what the result owns.
 #pragma once
 
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 #include "core/raise.hpp"
@@ -174,8 +176,15 @@ inline void store_boolean(QV_VALUE_T *result, bool value) {
 // The result (typed CHAR or CLOB already) takes over `text` and its encoding; an empty or
 // null text makes it NULL and is freed.
 void store_text(QV_VALUE_T *result, QV_STRING_T text);
-// store_text of a heap copy of `text` in `encoding`.
+// The result (typed CHAR or CLOB already) holds a copy of `text` in `encoding`, in the
+// result's own block when that has room (a row's result reuses the last row's); an empty
+// text makes it NULL.
 void store_text_copy(QV_VALUE_T *result, std::string_view text, const QV_ENCODING_T *encoding);
+// The result (typed CHAR already) holds the UTF-8 pieces joined, as store_text_copy holds
+// one; NULL past kMaxResultBytes.
+void store_joined(QV_VALUE_T *result, std::span<const std::string_view> pieces);
+// A text result whose text is empty (an edit in place left nothing) becomes NULL.
+void null_if_empty(QV_VALUE_T *result);
 
 // Joins UTF-8 pieces into one text, in a buffer of its own while short, then on the heap.
 class TextJoiner {

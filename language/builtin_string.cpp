@@ -23,24 +23,48 @@ namespace {
 using namespace qv::builtin;
 using qv::values::TextForm;
 
-// The text of `value`, copied, edited in place by edit(&copy) and stored; NULL when the
-// value has no text. The copy is freed if a raise passes through the edit.
+// The text of `value`, copied into the result (its own block reused when it has room),
+// edited there in place by edit(&text) and kept; NULL when the value has no text or the
+// edit leaves none.
 template <class Edit>
 void store_edited(QV_VALUE_T *result, const QV_VALUE_T *value, Edit edit) {
     TextArgument text;
-    QV_STRING_T copy{};
-    if (!text.read(value) || Astrcpy_SL(&copy, text.get()) == nullptr || copy.text == nullptr)
+    if (!text.read(value)) return set_null(result);
+    const QV_STRING_T *string = text.get();
+    const std::size_t size = qv::values::terminator_width(string->encoding) == 1
+                                 ? std::strlen(string->text)
+                                 : static_cast<std::size_t>(Bytelen_SL(string, 0));
+    if (!qv::values::copy_text_into(*result, {string->text, size}, string->encoding))
         return set_null(result);
-    qv::HeapText owner(copy.text);
-    edit(&copy); // replaces copy.text, freeing the old one, when it completes
-    owner.release();
-    store_text(result, copy);
+    edit(&result->payload.string); // replaces the text, freeing the old one, when it must grow
+    null_if_empty(result);
 }
 
-// The window of SubString_SL stored; NULL for its failures.
+// The byte range [from, to) of the SubString_SL window (start, count) of a UTF-8 text when
+// the text is ASCII up to the window's end, so that bytes are characters and only those
+// bytes are read (as SubString_SL takes it); false otherwise.
+bool ascii_window(const QV_STRING_T *text, int64_t start, int64_t count, std::size_t &from,
+                  std::size_t &to) {
+    if (start < 0 || count < 0 || !qv::values::is_utf8(text->encoding)) return false;
+    const auto begin = static_cast<std::size_t>(start > 0 ? start - 1 : 0);
+    to = strnlen(text->text, begin + static_cast<std::size_t>(count));
+    for (std::size_t i = 0; i < to; ++i)
+        if (static_cast<unsigned char>(text->text[i]) >= 0x80) return false;
+    from = begin < to ? begin : to;
+    return true;
+}
+
+// The window of SubString_SL stored; NULL for its failures. Start and count are cut to 32
+// bits first.
 void store_window(QV_VALUE_T *result, const QV_STRING_T *text, int64_t start, int64_t count) {
+    start = clamp32(start);
+    count = clamp32(count);
+    std::size_t from = 0, to = 0;
+    if (ascii_window(text, start, count, from, to))
+        return store_text_copy(result, {text->text + from, to - from}, text->encoding);
     QV_STRING_T out{};
-    if (SubString_SL(text, clamp32(start), clamp32(count), &out) < 0) return set_null(result);
+    if (SubString_SL(text, static_cast<int32_t>(start), static_cast<int32_t>(count), &out) < 0)
+        return set_null(result);
     store_text(result, out);
 }
 
@@ -172,11 +196,34 @@ void trim(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s, QV_VALUE_T
     store_edited(result, s, [&](QV_STRING_T *copy) { TrimUtil_SL(copy, by, Where); });
 }
 
-// Lower, Upper, InitCap and Collapse: one in-place operation on a copy.
+// InitCap and Collapse: one in-place operation on a copy.
 template <auto Edit>
 void edited(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s) {
     if (!begin(result, frame, QV_TYPE_CHAR)) return;
     store_edited(result, s, [](QV_STRING_T *copy) { Edit(copy); });
+}
+
+// The ASCII letters of a terminated text in upper (or lower) case, in place, up to the end
+// or the first byte beyond ASCII; false when there is such a byte.
+template <bool Upper>
+bool ascii_case(char *text) {
+    constexpr unsigned char from = Upper ? 'a' : 'A';
+    for (auto *p = reinterpret_cast<unsigned char *>(text); *p != 0; ++p) {
+        if (*p >= 0x80) return false;
+        if (static_cast<unsigned char>(*p - from) < 26) *p ^= 0x20;
+    }
+    return true;
+}
+
+// Upper and Lower: a UTF-8 text that is all ASCII changed by bytes; any other by Edit
+// (ToUpper_SL, ToLower_SL), which maps every character, the ASCII letters changed already
+// included, the same way.
+template <auto Edit, bool Upper>
+void change_case(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s) {
+    if (!begin(result, frame, QV_TYPE_CHAR)) return;
+    store_edited(result, s, [](QV_STRING_T *copy) {
+        if (!qv::values::is_utf8(copy->encoding) || !ascii_case<Upper>(copy->text)) Edit(copy);
+    });
 }
 
 void soundex(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s) {
@@ -210,18 +257,44 @@ void test(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *s) {
 
 // ---- Joins (form B) --------------------------------------------------------------------------
 
-// The text form of a present argument, in UTF-8, appended; false when it has none.
-bool append_text(TextJoiner &joined, const QV_VALUE_T *value) {
-    TextForm form;
-    return present(value) && form.make_utf8(*value) && joined.append(form.view());
+// The text of a CHAR or CLOB in memory and in UTF-8, where it stands; false for others.
+bool utf8_text(const QV_VALUE_T &value, std::string_view &text) {
+    return qv::values::own_text(value, text) && qv::values::is_utf8(value.payload.string.encoding);
+}
+
+// The text form of a present argument in UTF-8: utf8_text, or any other value's made in
+// `form`; false when it has none.
+bool utf8_form(const QV_VALUE_T *value, TextForm &form, std::string_view &text) {
+    if (!present(value)) return false;
+    if (utf8_text(*value, text)) return true;
+    if (!form.make_utf8(*value)) return false;
+    text = form.view();
+    return true;
+}
+
+// Concat of a few arguments that are NULL or UTF-8 texts in memory: joined straight into
+// the result. False (nothing done) for other arguments, whose text forms must be made.
+bool concat_texts(QV_VALUE_T *result, Arguments given) {
+    constexpr int32_t kMostPieces = 8;
+    std::string_view pieces[kMostPieces];
+    if (given.count > kMostPieces) return false;
+    for (int32_t i = 0; i < given.count; ++i) {
+        if (present(given[i]) && !utf8_text(*given[i], pieces[i])) return false;
+    }
+    store_joined(result, {pieces, static_cast<std::size_t>(given.count)});
+    return true;
 }
 
 // Concat( value [, value ... ] ): the text forms joined, in UTF-8; a NULL has no text form
 // and adds nothing, so only all NULL (or all empty) gives NULL.
 void concat(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, Arguments given) {
-    if (!begin(result, frame, QV_TYPE_CHAR)) return;
+    if (!begin(result, frame, QV_TYPE_CHAR) || concat_texts(result, given)) return;
     TextJoiner joined;
-    for (const QV_VALUE_T *value : given) append_text(joined, value);
+    for (const QV_VALUE_T *value : given) {
+        TextForm form;
+        std::string_view text;
+        if (utf8_form(value, form, text)) joined.append(text);
+    }
     joined.store(result);
 }
 
@@ -231,15 +304,16 @@ void concat(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, Arguments given) {
 void concat_separated(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, Arguments given) {
     if (!begin(result, frame, QV_TYPE_CHAR)) return;
     TextForm separator;
-    const std::string_view between =
-        present(given[0]) && separator.make_utf8(*given[0]) ? separator.view() : "";
+    std::string_view between;
+    if (!utf8_form(given[0], separator, between)) between = {};
     TextJoiner joined;
     bool first = true;
     for (int32_t i = 1; i < given.count; ++i) {
         TextForm form;
-        if (!present(given[i]) || !form.make_utf8(*given[i])) continue;
+        std::string_view text;
+        if (!utf8_form(given[i], form, text)) continue;
         if (!first) joined.append(between);
-        joined.append(form.view());
+        joined.append(text);
         first = false;
     }
     joined.store(result);
@@ -346,10 +420,10 @@ QV_API void BI_trim(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1,
     run<trim<QV_TRIM_BOTH>>(result, frame, a1, a2);
 }
 QV_API void BI_lower(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1) {
-    run<edited<ToLower_SL>>(result, frame, a1);
+    run<change_case<ToLower_SL, false>>(result, frame, a1);
 }
 QV_API void BI_upper(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1) {
-    run<edited<ToUpper_SL>>(result, frame, a1);
+    run<change_case<ToUpper_SL, true>>(result, frame, a1);
 }
 QV_API void BI_initcap(QV_VALUE_T *result, EXP_CALL_FRAME_T *frame, QV_VALUE_T *a1) {
     run<edited<Initcap_SL>>(result, frame, a1);

@@ -216,6 +216,68 @@ void install_body_runner(BodyRunner runner) {
     body_runner = runner != nullptr ? runner : solve_body;
 }
 
+namespace {
+
+// ---- If and IfNull without the dispatcher --------------------------------------------------
+//
+// Their arguments are computed like any call's (every argument is evaluated, also the
+// branch not taken); the step then does what their handlers do: the result is a copy of the
+// chosen argument, or NULL of `model`'s type when the chosen one has no value. While
+// built-in calls are traced they go through call_function, which writes the trace line.
+
+void copy_chosen(QV_VALUE_T &out, const QV_VALUE_T &chosen, const QV_VALUE_T &model) {
+    const uint32_t type = chosen.descriptor.type;
+    if (chosen.is_null != 0 || type == 0) {
+        const QV_DATATYPE_T &d = model.descriptor;
+        SetValueTypePrecScale_L(&out, d.type, d.precision, d.scale);
+        FreeValue_L(&out);
+        return;
+    }
+    if (out.owns_payload == 0 && (type & fixed_types) != 0 && (type & (type - 1)) == 0) {
+        out = chosen; // what CopyValue_L does for a value without memory
+        out.owns_payload = 0;
+        return;
+    }
+    CopyValue_L(&out, &chosen);
+}
+
+// The truth of If's condition as its handler reads it: ValueToBoolean_L, FALSE for a NULL
+// or unreadable one. 1 or 0, as an index, so that the choice needs no branch on it.
+int32_t condition_holds(const QV_VALUE_T &condition) {
+    if (condition.descriptor.type == QV_TYPE_BOOLEAN && condition.is_null == 0) [[likely]]
+        return condition.payload.boolean != 0;
+    uint8_t truth = 0;
+    return condition.is_null == 0 && condition.descriptor.type != 0 &&
+           ValueToBoolean_L(&condition, &truth) == QV_VALUE_OK && truth != 0;
+}
+
+bool select_if(const Step &step, QV_VALUE_T *const *values) {
+    if ((trace_active & EXP_TRACE_BUILTIN) != 0) [[unlikely]]
+        return call_function(step, values);
+    const QV_VALUE_T &chosen = *values[step.list[2 - condition_holds(*values[step.list[0]])]];
+    copy_chosen(*values[step.out], chosen, chosen);
+    return true;
+}
+
+bool select_if_null(const Step &step, QV_VALUE_T *const *values) {
+    if ((trace_active & EXP_TRACE_BUILTIN) != 0) [[unlikely]]
+        return call_function(step, values);
+    const QV_VALUE_T &value = *values[step.list[0]];
+    const bool present = value.is_null == 0 && value.descriptor.type != 0;
+    copy_chosen(*values[step.out], present ? value : *values[step.list[1]], value);
+    return true;
+}
+
+} // namespace
+
+Executor call_executor(const ExpFunction &record, const CallSite &site, int32_t count) {
+    if (site.user != nullptr) return call_user_function;
+    if (site.wraps) return call_function;
+    if (record.handler == QV_EXP_HANDLER(BI_if) && count == 3) return select_if;
+    if (record.handler == QV_EXP_HANDLER(BI_if_null) && count == 2) return select_if_null;
+    return call_function;
+}
+
 bool call_function(const Step &step, QV_VALUE_T *const *values) {
     EXP_CALL_FRAME_T &frame = *step.call->frame;
     if (!pass_arguments(step, values, frame)) [[unlikely]]

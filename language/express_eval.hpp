@@ -122,6 +122,9 @@ StaticType operator_type(int32_t code, const StaticType &left, const StaticType 
 // ---- Calls (express_call.cpp) --------------------------------------------------------------
 
 bool call_function(const Step &step, QV_VALUE_T *const *values);
+// The routine of a call of `record` with `count` arguments: a user-defined call, If and
+// IfNull as steps that choose an argument without the dispatcher, or call_function.
+Executor call_executor(const ExpFunction &record, const CallSite &site, int32_t count);
 bool call_user_function(const Step &step, QV_VALUE_T *const *values);
 // Finds the variable of a reference that did not exist at validation.
 bool resolve_variable(const Step &step, QV_VALUE_T *const *values);

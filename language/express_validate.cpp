@@ -267,12 +267,12 @@ class Compiler {
         else if (callable)
             type = describe(item, *frame, first);
         const int32_t out = computed();
-        Step &step = add_step(user != nullptr ? call_user_function : call_function, item, out);
+        program_.calls.push_back({frame, user, wraps, type.desc, unwrapped});
+        Step &step = add_step(call_executor(*record, program_.calls.back(), count), item, out);
         step.count = count;
         step.list = program_.lists.data() + program_.lists.size();
         for (std::size_t i = first; i < stack_.size(); ++i)
             program_.lists.push_back(stack_[i].index);
-        program_.calls.push_back({frame, user, wraps, type.desc, unwrapped});
         step.call = &program_.calls.back();
         stack_.resize(first);
         stack_.push_back({out, type, nullptr});

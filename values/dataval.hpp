@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 #include "core/heap.hpp"
@@ -164,6 +165,17 @@ class TextForm {
     std::size_t size_ = 0;
     const QV_ENCODING_T *encoding_ = nullptr;
 };
+
+// The bytes the block of dest's own in-memory text holds (0 when dest owns no such text).
+std::size_t text_room(const QV_VALUE_T &dest);
+// dest (typed CHAR or CLOB) holds the pieces joined and ended by the terminator of
+// `encoding`: in dest's own block when that has room (malloc_usable_size) and holds none of
+// the pieces, else in a new block. False (dest NULL) after an allocation failure whose raise
+// returned.
+bool join_text_into(QV_VALUE_T &dest, std::span<const std::string_view> pieces,
+                    const QV_ENCODING_T *encoding);
+// join_text_into of one piece.
+bool copy_text_into(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *encoding);
 
 // The value's own text when it is an in-memory CHAR or CLOB (a null text reads as empty).
 bool own_text(const QV_VALUE_T &value, std::string_view &text);

@@ -18,6 +18,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <span>
 
 #include "core/raise.hpp"
 #include "qv/date.h"
@@ -287,6 +288,88 @@ bool reading_to_number(const Reading &reading, QV_PRECISE_T &out) {
     }
 }
 
+std::size_t text_room(const QV_VALUE_T &dest) {
+    const char *text = dest.payload.string.text;
+    if (!dest.owns_payload || in_file(dest) || text == nullptr) return 0;
+    return malloc_usable_size(const_cast<char *>(text));
+}
+
+namespace {
+
+// dest's own text block when it holds `size` bytes, else null.
+char *reusable_text(const QV_VALUE_T &dest, std::size_t size) {
+    return text_room(dest) >= size ? dest.payload.string.text : nullptr;
+}
+
+// dest (a text type) takes over the heap text `block` in place of what it owned; false
+// (dest NULL) for a null block, left by an allocation failure whose raise returned.
+bool adopt_text(QV_VALUE_T &dest, char *block, const QV_ENCODING_T *encoding) {
+    release_payload(dest);
+    dest.is_null = block == nullptr;
+    if (block == nullptr) return false;
+    dest.payload.string = {block, encoding};
+    dest.owns_payload = 1;
+    return true;
+}
+
+// dest (a text type) holds `text` as its own: copied into dest's block when it has room,
+// else in the heap text `detach()` gives. False (dest NULL) after an allocation failure
+// whose raise returned.
+template <class Detach>
+bool store_text(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *encoding,
+                Detach detach) {
+    const std::size_t zeros = terminator_width(encoding);
+    char *own = reusable_text(dest, text.size() + zeros);
+    if (own == nullptr) return adopt_text(dest, detach(), encoding);
+    std::memcpy(own, text.data(), text.size());
+    std::memset(own + text.size(), 0, zeros);
+    dest.payload.string.encoding = encoding;
+    dest.is_null = 0;
+    return true;
+}
+
+// Whether `text` lies (in part) in the `room` bytes from `block`.
+bool lies_in(std::string_view text, const char *block, std::size_t room) {
+    const auto at = reinterpret_cast<uintptr_t>(text.data());
+    const auto start = reinterpret_cast<uintptr_t>(block);
+    return !text.empty() && at < start + room && at + text.size() > start;
+}
+
+// The pieces one after the other from `out`, then `zeros` zero bytes.
+void put_pieces(char *out, std::span<const std::string_view> pieces, std::size_t zeros) {
+    for (std::string_view piece : pieces) {
+        if (!piece.empty()) std::memcpy(out, piece.data(), piece.size());
+        out += piece.size();
+    }
+    for (std::size_t i = 0; i < zeros; ++i) out[i] = 0;
+}
+
+} // namespace
+
+bool join_text_into(QV_VALUE_T &dest, std::span<const std::string_view> pieces,
+                    const QV_ENCODING_T *encoding) {
+    const std::size_t zeros = terminator_width(encoding);
+    std::size_t size = zeros;
+    for (std::string_view piece : pieces) size += piece.size();
+    const std::size_t room = text_room(dest);
+    char *block = room >= size ? dest.payload.string.text : nullptr;
+    for (std::string_view piece : pieces)
+        if (block != nullptr && lies_in(piece, block, room)) block = nullptr; // a new block
+    if (block == nullptr) {
+        auto *fresh = static_cast<char *>(QV_MALLOC(size));
+        if (fresh != nullptr) put_pieces(fresh, pieces, zeros);
+        return adopt_text(dest, fresh, encoding);
+    }
+    put_pieces(block, pieces, zeros);
+    dest.payload.string.encoding = encoding;
+    dest.is_null = 0;
+    return true;
+}
+
+bool copy_text_into(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *encoding) {
+    return join_text_into(dest, {&text, 1}, encoding);
+}
+
 } // namespace qv::values
 
 using namespace qv::values;
@@ -302,38 +385,6 @@ int32_t settle(QV_VALUE_T &dest, int32_t status, Store store) {
     dest.is_null = status != QV_VALUE_OK;
     if (status == QV_VALUE_OK) store(dest.payload);
     return status == QV_VALUE_TOO_LARGE ? QV_CONVERT_TOO_LONG : QV_CONVERT_OK;
-}
-
-// dest's own text block when it holds `size` bytes, else null.
-char *reusable_text(const QV_VALUE_T &dest, std::size_t size) {
-    char *text = dest.payload.string.text;
-    if (!dest.owns_payload || in_file(dest) || text == nullptr) return nullptr;
-    return malloc_usable_size(text) >= size ? text : nullptr;
-}
-
-// dest (a text type) holds `text` as its own: copied into dest's block when it has room,
-// else in the heap text `detach()` gives. False (dest NULL) after an allocation failure
-// whose raise returned.
-template <class Detach>
-bool store_text(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *encoding,
-                Detach detach) {
-    const std::size_t zeros = terminator_width(encoding);
-    if (char *own = reusable_text(dest, text.size() + zeros)) {
-        std::memcpy(own, text.data(), text.size());
-        std::memset(own + text.size(), 0, zeros);
-        dest.payload.string.encoding = encoding;
-    } else {
-        char *copy = detach();
-        release_payload(dest);
-        if (copy == nullptr) {
-            dest.is_null = 1;
-            return false;
-        }
-        dest.payload.string = {copy, encoding};
-        dest.owns_payload = 1;
-    }
-    dest.is_null = 0;
-    return true;
 }
 
 // dest holds the text form of src; false (dest NULL) when src has none.

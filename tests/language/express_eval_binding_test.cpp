@@ -216,8 +216,12 @@ TEST_F(EvalBinding, EvaluationsOfNumbersAndTruthAllocateNothing) {
     const EXP_BINDING_T table[] = {
         {"x", x.get()},         {"y", y.get()},     {"z", z.get()},          {"a", a.get()},
         {"price", price.get()}, {"qty", qty.get()}, {"name", names[0].get()}};
-    const char *texts[] = {"(x + y) * 2.5 - z / 3", "Pick(x > 50, x * 2, y / 2)",
-                           "x > 10 AND y < 20 OR name LIKE 'A%'", "OrElse(a, 0) + y",
+    const char *texts[] = {"(x + y) * 2.5 - z / 3",
+                           "Pick(x > 50, x * 2, y / 2)",
+                           "If(x > 50, x * 2, y / 2)",
+                           "x > 10 AND y < 20 OR name LIKE 'A%'",
+                           "OrElse(a, 0) + y",
+                           "IfNull(a, 0) + y",
                            "price * qty"};
     for (const char *text : texts) {
         Expression e(text, eval_tables, 1);
@@ -244,6 +248,53 @@ TEST_F(EvalBinding, EvaluationsOfNumbersAndTruthAllocateNothing) {
             EXPECT_EQ(mallocs - before, 0) << text;
         }
     }
+}
+
+// A text result keeps its block from row to row: every row's result is what a fresh
+// expression gives, and once the block has grown to the longest row the text built-ins
+// allocate nothing more for ASCII rows.
+TEST_F(EvalBinding, TextResultsReuseTheirBlocks) {
+    InitialiseFunctions_L();
+    const char *texts[] = {"Concat(Upper(name), '-', SubStr(name, 1, 3))",
+                           "Lower(name)",
+                           "SubStr(name, 2, 3)",
+                           "SubStr(name, 3)",
+                           "Left(name, 4)",
+                           "ConcatSep('/', name, 12, NULL, name)",
+                           "Trim(name, 'a')",
+                           "InitCap(name)"};
+    const char *names[] = {"Alexandria Ocasio", "bob", "", "Zoë", "eve", "Åsa-Maria", "x", "ab"};
+    Value name;
+    for (const char *text : texts) {
+        Expression reused(text);
+        reused.bind("name", name.get());
+        for (const char *row : names) {
+            SetTextValue_L(name.get(), row, nullptr);
+            Expression fresh(text);
+            fresh.bind("name", name.get());
+            EXPECT_EQ(reused.solve(), fresh.solve()) << text << " of '" << row << "'";
+            EXPECT_EQ(reused->result.descriptor.type, fresh->result.descriptor.type) << text;
+        }
+    }
+    Expression e(texts[0]);
+    e.bind("name", name.get());
+    const char *ascii[] = {"Alexandria", "bob", "Carol", "x"}; // no empty text: NULL frees
+    for (const char *row : ascii) {                            // the blocks grow to the longest row
+        SetTextValue_L(name.get(), row, nullptr);
+        e.solve();
+    }
+    FreeValue_L(name.get()); // still CHAR; from here its text points at the row's
+    name->is_null = 0;
+    const long before = mallocs;
+    for (int row = 0; row < 1000; ++row) {
+        name->payload.string.text = const_cast<char *>(ascii[row % std::size(ascii)]);
+        ASSERT_EQ(Solve_Expression_L(e.get()), 0);
+    }
+    if (QV_COUNTS_MALLOC) {
+        EXPECT_EQ(mallocs - before, 0);
+    }
+    EXPECT_EQ(e.solve(), "X-x");
+    name->payload.string.text = nullptr;
 }
 
 void bind_all(EXPRESSION_T *e, QV_VALUE_T *x, QV_VALUE_T *name) {

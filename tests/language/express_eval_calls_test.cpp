@@ -5,6 +5,7 @@
 // recursion ended by the recursion limit or by the stack guard.
 #include <pthread.h>
 
+#include "builtin2_call.hpp"
 #include "express_eval_support.hpp"
 
 namespace qvtest {
@@ -47,6 +48,46 @@ TEST_F(EvalCalls, DescribedTypes) {
     EXPECT_EQ(e->result_type.type, QV_TYPE_FLOAT);
     EXPECT_EQ(e.solve(), "3");
     EXPECT_EQ(e->result.descriptor.type, QV_TYPE_FLOAT);
+}
+
+// If and IfNull choose their value without the dispatcher; each gives what the handler gives
+// when called through it, for conditions and values of every kind.
+TEST_F(EvalCalls, IfAndIfNullGiveWhatTheirHandlersGive) {
+    InitialiseFunctions_L();
+    const char *conditions[] = {"TRUE", "FALSE", "NULL", "'yes'", "'off'", "'maybe'", "1", "0"};
+    const char *outcomes[] = {"'text'", "NULL", "7", "1.5", "'1999-12-31'", "1 & 2"};
+    Value c, a, b;
+    const auto set = [](QV_VALUE_T *value, const char *text) {
+        Expression literal(text);
+        ASSERT_EQ(Solve_Expression_L(literal.get()), 0) << text;
+        CopyValue_L(value, &literal->result);
+    };
+    // Solved twice: the second time the result record holds the first one's copy.
+    const auto expect_same = [](const Expression &e, const OwnedValue &reference,
+                                const std::string &row) {
+        for (int time = 0; time < 2; ++time) {
+            ASSERT_EQ(Solve_Expression_L(e.get()), 0) << row;
+            const QV_VALUE_T &got = *e->operands[0][qv::express::program_of(e.get())->steps[0].out];
+            EXPECT_EQ(got.descriptor.type, reference->descriptor.type) << row;
+            EXPECT_EQ(got.descriptor.precision, reference->descriptor.precision) << row;
+            EXPECT_EQ(got.is_null, reference->is_null) << row;
+            EXPECT_EQ(text_of(&got), text_of(reference.get())) << row;
+        }
+    };
+    for (const char *condition : conditions)
+        for (const char *first : outcomes)
+            for (const char *second : outcomes) {
+                set(c.get(), condition);
+                set(a.get(), first);
+                set(b.get(), second);
+                // not the last step, whose value is converted into the result type
+                Expression choice("If(c, a, b) IS NULL"), fallback("IfNull(a, b) IS NULL");
+                choice.bind("c", c.get()).bind("a", a.get()).bind("b", b.get());
+                fallback.bind("a", a.get()).bind("b", b.get());
+                const std::string row = std::string(condition) + ", " + first + ", " + second;
+                expect_same(choice, call_row(builtin_row("If"), {c.get(), a.get(), b.get()}), row);
+                expect_same(fallback, call_row(builtin_row("IfNull"), {a.get(), b.get()}), row);
+            }
 }
 
 // A handler receives the bound record itself: no copy per call.

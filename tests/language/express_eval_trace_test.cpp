@@ -108,5 +108,18 @@ TEST_F(EvalTrace, CallLinesForEachOption) {
     EXPECT_EQ(qv::express::trace_depth, 0);
 }
 
+// If and IfNull, which choose without the dispatcher, still write their call lines.
+TEST_F(EvalTrace, ChoosingCallsAreTraced) {
+    Expression e("IfNull(NULL, If(FALSE, 1, 'two'))");
+    ASSERT_EQ(TraceOn_L("trace.txt", "Builtin, Datatype"), 1);
+    EXPECT_EQ(e.solve(), "two");
+    TraceOff_L();
+    EXPECT_EQ(trace(), "\n***** START TRACING Builtin, Datatype *****\n"
+                       "<==> If( Argument1 BOOLEAN FALSE, Argument2 INTEGER 1, Argument3 CHAR(3) "
+                       "'two' ) -> CHAR(3) 'two'\n"
+                       "<==> IfNull( Argument1 UNKNOWN <NULL>, Argument2 CHAR(3) 'two' ) -> "
+                       "CHAR(3) 'two'\n***** END TRACE *****\n");
+}
+
 } // namespace
 } // namespace qvtest
