@@ -7,10 +7,15 @@
 // type has the script validated again. What the run ended with (completed, returned, exited,
 // interrupted) and Exit's code stay on the Script; its variables can be read afterwards.
 //
+// A run listens for signals: a Python signal handler that raises (KeyboardInterrupt on
+// Ctrl-C) interrupts the run at its next loop turn, and its exception is raised once the run
+// has ended; an endless loop can be stopped.
+//
 // declare() declares user-defined functions. A declaration moves the function records that
 // parsed calls point at, so it moves function_epoch and every Script and Expression parsed
 // before parses its text again before its next run.
 #include <cstdlib>
+#include <optional>
 
 #include "qvpy.hpp"
 
@@ -28,9 +33,51 @@ const char *status_name(int32_t code) {
         case QV_SCRIPT_RETURNED: return "returned";
         case QV_SCRIPT_INTERRUPTED: return "interrupted";
         case QV_SCRIPT_EXITED: return "exited";
+        case QV_SCRIPT_FAILED: return "failed";
         default: return "completed";
     }
 }
+
+// ---- Signals during a run --------------------------------------------------------------------
+
+std::optional<py::error_already_set> pending_signal; // a handler's exception, until raised
+int runs_listening = 0;                              // nested runs: the outermost listens
+
+// The library's interrupt pump, asked at every loop turn: runs Python's signal handlers (the
+// GIL is held during a run) and turns an exception of theirs into the library's interrupt.
+void pump_signals() {
+    if (pending_signal || PyErr_CheckSignals() == 0) return;
+    pending_signal.emplace(); // takes the exception out of the interpreter
+    Set_Interrupt_L();
+}
+
+// Interrupts active through the pump for the life of the object.
+struct SignalsInterrupt {
+    SignalsInterrupt() {
+        if (runs_listening++ > 0) return;
+        Clear_Interrupt_L();
+        SetInterruptPump_L(pump_signals);
+        InterruptsActive_L(1);
+    }
+    ~SignalsInterrupt() {
+        if (--runs_listening > 0) return;
+        InterruptsActive_L(0);
+        SetInterruptPump_L(nullptr);
+        Clear_Interrupt_L();
+    }
+    SignalsInterrupt(const SignalsInterrupt &) = delete;
+    SignalsInterrupt &operator=(const SignalsInterrupt &) = delete;
+};
+
+// Raises the exception a signal handler raised during the run, if any.
+void raise_pending_signal() {
+    if (!pending_signal || runs_listening > 0) return;
+    py::error_already_set error = std::move(*pending_signal);
+    pending_signal.reset();
+    throw error;
+}
+
+// ---- Scripts ----------------------------------------------------------------------------------
 
 class Script {
   public:
@@ -51,13 +98,17 @@ class Script {
                 return;
             }
             validated = Validate_Script_L(script_.get()) == 1;
+            const SignalsInterrupt listening;
             if (validated) code = Run_Script_L(script_.get(), &exit_code);
             if (code != QV_SCRIPT_FAILED) result = to_python(script_->result);
         });
         if (outcome.raised == STATUS_RAISED) { // Exit raised past the run
             code = QV_SCRIPT_EXITED;
             exit_code = outcome.exit_status;
-        } else if (outcome.raised != nullptr || code == QV_SCRIPT_FAILED) {
+        }
+        status_ = status_name(code);
+        raise_pending_signal();
+        if (code == QV_SCRIPT_FAILED || (outcome.raised != nullptr && code != QV_SCRIPT_EXITED)) {
             status_ = "failed";
             exit_code_ = py::none();
             py::dict extra;
@@ -65,7 +116,6 @@ class Script {
             throw_failure(outcome, validated ? "EvaluationError" : "ValidationError",
                           "script " + quoted(name_), extra);
         }
-        status_ = status_name(code);
         exit_code_ = code == QV_SCRIPT_EXITED ? py::object(py::int_(exit_code)) : py::none();
         return result;
     }
@@ -181,7 +231,8 @@ Script(text, name="script") parses the statements or raises ParseError. run(**va
 each keyword's variable ($name in the script), runs the script and returns its result (what
 RETURN handed back or RUN_SCRIPT_RETURN holds, None for none). The script's variables keep
 their values from one run to the next; status says how the last run ended ("completed",
-"returned", "exited", "interrupted"), exit_code holds Exit's code after an Exit.)")
+"returned", "exited", "interrupted", "failed"), exit_code holds Exit's code after an Exit.
+A signal handler's exception (KeyboardInterrupt) interrupts a run and is raised.)")
         .def(py::init<const std::string &, const std::string &>(), py::arg("text"),
              py::arg("name") = "script")
         .def("run", &Script::run, "Sets the given variables and runs; returns the result.")

@@ -2,6 +2,7 @@
 script's variables, how a run ends, and failures with the library's text."""
 
 import datetime as dt
+import signal
 from decimal import Decimal
 
 import pytest
@@ -71,6 +72,23 @@ def test_variables_keep_their_values_between_runs_and_can_change_type():
     assert script.variables == {"runs": 4, "x": Decimal("1.50")}
     assert script.run(runs=10, x=None) is None
     assert script.variables == {"runs": 11, "x": None}
+
+
+def test_a_signal_handler_interrupts_an_endless_loop():
+    def alarm(signum, frame):
+        raise TimeoutError("stop")
+
+    script = Script("$n := 0; WHILE TRUE DO $n := $n + 1")
+    previous = signal.signal(signal.SIGALRM, alarm)
+    try:
+        signal.setitimer(signal.ITIMER_REAL, 0.2)
+        with pytest.raises(TimeoutError, match="stop"):
+            script.run()
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        signal.signal(signal.SIGALRM, previous)
+    assert script.status == "interrupted" and script.variables["n"] > 0
+    assert Script("RETURN 1").run() == 1  # the next run is not interrupted
 
 
 def test_given_variables_hide_the_global_ones():
