@@ -6,7 +6,7 @@
     >>> qvcommon.Expression("price * qty").evaluate(price=Decimal("2.50"), qty=3)
     Decimal('7.50')
     >>> qvcommon.derive(frame, {"total": "price * qty"}, where="qty > 0")
-    >>> qvcommon.Script("FOR $i := 1 TO $n DO $t := IfNull($t, 0) + $i; RETURN $t").run(n=4)
+    >>> qvcommon.Script("$t := 0; FOR $i := 1 TO $n DO $t := $t + $i; RETURN $t").run(n=4)
     10
 
 Values map to Python types both ways (see qvcommon.values and the README): NULL is None,
