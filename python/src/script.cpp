@@ -92,6 +92,8 @@ class Script {
         bool validated = false;
         py::object result = py::none();
         Outcome outcome = call("Script.run", [&] {
+            if (variables_ != variable_epoch) Cleanup_Script_L(script_.get()); // globals freed
+            variables_ = variable_epoch;
             set_variables(vars);
             if (!runnable_) {
                 code = QV_SCRIPT_COMPLETED;
@@ -151,7 +153,7 @@ class Script {
             parsed = Parse_Script_L(script_.get(), nullptr, 0);
         });
         if (outcome.raised != nullptr)
-            throw_parse_error(outcome, text_, fresh ? trimmed_lead(text_, script_.get()) : 0,
+            throw_parse_error(outcome, text_, trimmed_lead(text_, script_.get()),
                               fresh ? "" : "script " + quoted(name_));
         runnable_ = parsed == 1;
         functions_ = function_epoch;
@@ -191,6 +193,7 @@ class Script {
     ScriptPtr script_;
     bool runnable_ = false;
     uint64_t functions_ = 0;
+    uint64_t variables_ = 0;
     std::string status_;
     py::object exit_code_ = py::none();
 };

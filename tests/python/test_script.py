@@ -96,8 +96,10 @@ def test_given_variables_hide_the_global_ones():
     try:
         script = Script("RETURN $rate * 10")
         assert script.run() == Decimal("5.0")
+        qvcommon.variables["rate"] = 3  # another type: the global is made anew
+        assert script.run() == 30
         assert script.run(rate=2) == 20
-        assert qvcommon.variables["rate"] == Decimal("0.5")
+        assert qvcommon.variables["rate"] == 3
     finally:
         del qvcommon.variables["rate"]
 
