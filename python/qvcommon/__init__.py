@@ -6,6 +6,8 @@
     >>> qvcommon.Expression("price * qty").evaluate(price=Decimal("2.50"), qty=3)
     Decimal('7.50')
     >>> qvcommon.derive(frame, {"total": "price * qty"}, where="qty > 0")
+    >>> qvcommon.Script("$t := 0; FOR $i := 1 TO $n DO $t := $t + $i; RETURN $t").run(n=4)
+    10
 
 Values map to Python types both ways (see qvcommon.values and the README): NULL is None,
 NUMBER decimal.Decimal (exactly, up to 77 digits), INTEGER int, FLOAT float, CHAR str,
@@ -25,10 +27,10 @@ from collections.abc import MutableMapping
 from .errors import EvaluationError, ParseError, QvError, ValidationError
 from .values import IntervalYM, Typed
 from . import _qvcommon
-from ._qvcommon import Expression
+from ._qvcommon import Expression, Script, declare
 from .columns import column_types, derive
 
-__all__ = ["Expression", "derive", "column_types", "functions", "variables",
+__all__ = ["Expression", "Script", "declare", "derive", "column_types", "functions", "variables",
            "IntervalYM", "Typed", "QvError", "ParseError", "ValidationError",
            "EvaluationError", "Function"]
 

@@ -17,10 +17,7 @@
 namespace qvpy {
 
 uint64_t variable_epoch = 0;
-
-namespace {
-
-const int32_t kMask = EXP_MASK_EXPRESSION | EXP_MASK_CONDITION | EXP_MASK_PLACEHOLDER;
+uint64_t function_epoch = 0;
 
 bool same_type(const QV_DATATYPE_T &a, const QV_DATATYPE_T &b) {
     return a.type == b.type && a.precision == b.precision && a.scale == b.scale;
@@ -32,10 +29,21 @@ std::string quoted(const std::string &text) {
     return std::string(py::str(repr));
 }
 
+std::size_t trimmed_lead(std::string_view text, const EXPRESSION_T *parsed) {
+    const char *trimmed = parsed != nullptr && parsed->text != nullptr ? parsed->text : "";
+    const std::size_t lead = *trimmed ? text.find(trimmed) : 0;
+    return lead == std::string_view::npos ? 0 : lead;
+}
+
+namespace {
+
+const int32_t kMask = EXP_MASK_EXPRESSION | EXP_MASK_CONDITION | EXP_MASK_PLACEHOLDER;
+
 class Expression {
   public:
     explicit Expression(const std::string &text) : text_(text) {
         expression_ = parse_expression(text, "");
+        functions_ = function_epoch;
     }
     ~Expression() {
         for (auto &[name, value] : values_) FreeValue_L(value.get());
@@ -44,6 +52,7 @@ class Expression {
     Expression &operator=(const Expression &) = delete;
 
     py::object evaluate(const py::args &args, const py::kwargs &kwargs) {
+        if (functions_ != function_epoch) parse_again();
         int32_t solved = -1;
         py::object result;
         Outcome outcome = call("Expression.evaluate", [&] {
@@ -79,6 +88,14 @@ class Expression {
     const std::string &text() const { return text_; }
 
   private:
+    // Parses the text again after a declaration of functions; the names are bound anew.
+    void parse_again() {
+        expression_ = parse_expression(text_, "");
+        functions_ = function_epoch;
+        for (auto &[name, value] : values_) FreeValue_L(value.get());
+        values_.clear();
+    }
+
     // Converts each given value into its record; binds the records that are new or changed
     // type, unbinds the names no longer given. Throws TypeError for a name the expression
     // does not hold.
@@ -126,6 +143,7 @@ class Expression {
     ExpressionPtr expression_;
     std::map<std::string, std::unique_ptr<QV_VALUE_T>> values_;
     uint64_t epoch_ = 0;
+    uint64_t functions_ = 0;
 };
 
 // ---- Built-in and user-defined functions ----------------------------------------------------
@@ -228,13 +246,13 @@ ExpressionPtr parse_expression(const std::string &text, const std::string &conte
     int32_t parsed = 0;
     Outcome outcome = call("parse_expression", [&] {
         expression.reset(New_Expression_L(text.c_str()));
-        parsed = Parse_Expression_L(expression.get(), kMask, nullptr, 0);
+        // the user-defined functions first (declare), then the built-ins
+        const ExpFunction *const user[] = {Get_FunctionArray(nullptr)};
+        parsed = Parse_Expression_L(expression.get(), kMask, user[0] != nullptr ? user : nullptr,
+                                    user[0] != nullptr ? 1 : 0);
     });
-    if (outcome.raised != nullptr) {
-        const char *trimmed = expression && expression->text ? expression->text : "";
-        const std::size_t lead = *trimmed ? text.find(trimmed) : 0;
-        throw_parse_error(outcome, text, lead == std::string::npos ? 0 : lead, context);
-    }
+    if (outcome.raised != nullptr)
+        throw_parse_error(outcome, text, trimmed_lead(text, expression.get()), context);
     if (parsed != 1)
         throw py::value_error((context.empty() ? "" : context + ": ") +
                               "the expression text holds nothing to evaluate");

@@ -8,5 +8,6 @@ PYBIND11_MODULE(_qvcommon, module) {
     qvpy::initialise_conversions();
     qvpy::initialise_library();
     qvpy::register_expression(module);
+    qvpy::register_script(module);
     qvpy::register_derive(module);
 }

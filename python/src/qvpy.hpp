@@ -142,13 +142,25 @@ ExpressionPtr parse_expression(const std::string &text, const std::string &conte
 // The names the parsed expression reads (dotted parts joined by "."), each once, in order.
 std::vector<std::string> expression_names(const EXPRESSION_T *expression);
 
+// Where the trimmed text a parse read (the record's text) begins in the text given: the
+// parser's positions count from there.
+std::size_t trimmed_lead(std::string_view text, const EXPRESSION_T *parsed);
+// Whether two types are the same declaration (type, precision, scale).
+bool same_type(const QV_DATATYPE_T &a, const QV_DATATYPE_T &b);
+// The Python repr of a text: 'price * qty'.
+std::string quoted(const std::string &text);
+
 // ---- Registration of each part --------------------------------------------------------------
 void register_expression(py::module_ &module);
+void register_script(py::module_ &module);
 void register_derive(py::module_ &module);
 
 // A counter that moves whenever variables are freed, so that expressions validated before
 // bind their variables again.
 extern uint64_t variable_epoch;
+// A counter that moves with every declaration of functions: a declaration moves the function
+// records that parsed calls point at, so expressions and scripts parsed before parse again.
+extern uint64_t function_epoch;
 
 // ---- Template definitions -------------------------------------------------------------------
 
