@@ -34,8 +34,9 @@ class Evaluation {
     bool completed_ = false;
 };
 
-// The value the steps left, into the type `type` (the program's bound): copied in place
-// when it has that type, converted otherwise.
+// The value the steps left, into the type `type` (the program's bound): copied when the
+// type is 0, converted otherwise. A CHAR converted into a CHAR without a length keeps the
+// length it had.
 bool converted_result(EXPRESSION_T &expression, const QV_DATATYPE_T &type,
                       const QV_VALUE_T &value) {
     QV_VALUE_T &result = expression.result;
@@ -46,7 +47,12 @@ bool converted_result(EXPRESSION_T &expression, const QV_DATATYPE_T &type,
     const QV_DATATYPE_T &d = result.descriptor;
     if (d.type != type.type || d.precision != type.precision || d.scale != type.scale)
         SetValueTypePrecScale_L(&result, type.type, type.precision, type.scale);
-    if (ConvertValue_L(&result, &value, 0, 0) != QV_CONVERT_TOO_LONG) return true;
+    if (ConvertValue_L(&result, &value, 0, 0) != QV_CONVERT_TOO_LONG) {
+        if (type.type == QV_TYPE_CHAR && type.precision == 0 &&
+            value.descriptor.type == QV_TYPE_CHAR)
+            result.descriptor.precision = value.descriptor.precision;
+        return true;
+    }
     qv::HeapText name(DisplayDataType_L(&type, 1));
     return QV_EVAL_FAIL(QV_MSG_RESULT_DOES_NOT_FIT, name.get());
 }
