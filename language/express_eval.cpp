@@ -34,11 +34,12 @@ class Evaluation {
     bool completed_ = false;
 };
 
-// The value the steps left, into the result type: copied in place when it has that type,
-// converted otherwise.
-bool converted_result(EXPRESSION_T &expression, const QV_VALUE_T &value) {
+// The value the steps left, into the type `type` (the program's bound): copied when the
+// type is 0, converted otherwise. A CHAR converted into a CHAR without a length keeps the
+// length it had.
+bool converted_result(EXPRESSION_T &expression, const QV_DATATYPE_T &type,
+                      const QV_VALUE_T &value) {
     QV_VALUE_T &result = expression.result;
-    const QV_DATATYPE_T &type = expression.result_type;
     if (type.type == 0) {
         CopyValue_L(&result, &value);
         return true;
@@ -46,25 +47,29 @@ bool converted_result(EXPRESSION_T &expression, const QV_VALUE_T &value) {
     const QV_DATATYPE_T &d = result.descriptor;
     if (d.type != type.type || d.precision != type.precision || d.scale != type.scale)
         SetValueTypePrecScale_L(&result, type.type, type.precision, type.scale);
-    if (ConvertValue_L(&result, &value, 0, 0) != QV_CONVERT_TOO_LONG) return true;
+    if (ConvertValue_L(&result, &value, 0, 0) != QV_CONVERT_TOO_LONG) {
+        if (type.type == QV_TYPE_CHAR && type.precision == 0 &&
+            value.descriptor.type == QV_TYPE_CHAR)
+            result.descriptor.precision = value.descriptor.precision;
+        return true;
+    }
     qv::HeapText name(DisplayDataType_L(&type, 1));
     return QV_EVAL_FAIL(QV_MSG_RESULT_DOES_NOT_FIT, name.get());
 }
 
-// A result the last step wrote that does not have the result type (its operands' types
+// A result the last step wrote that does not have the bound type (its operands' types
 // changed since validation): converted from a copy of itself.
-bool reconverted_result(EXPRESSION_T &expression) {
+bool reconverted_result(EXPRESSION_T &expression, const QV_DATATYPE_T &type) {
     qv::values::HeldValue computed(expression.result); // takes over what the result owns
     expression.result.is_null = 1;
-    return converted_result(expression, *computed);
+    return converted_result(expression, type, *computed);
 }
 
 bool finish(EXPRESSION_T &expression, const Program &program, const QV_VALUE_T &value) {
     QV_VALUE_T &result = expression.result;
+    const QV_DATATYPE_T &type = program.bound;
     if (program.writes_result) [[likely]]
-        return fits_result(result.descriptor, expression.result_type) ||
-               reconverted_result(expression);
-    const QV_DATATYPE_T &type = expression.result_type;
+        return fits_result(result.descriptor, type) || reconverted_result(expression, type);
     if (value.descriptor.type == type.type && (type.type & fixed_types) != 0 &&
         result.owns_payload == 0) {
         result.descriptor = type;
@@ -72,7 +77,7 @@ bool finish(EXPRESSION_T &expression, const Program &program, const QV_VALUE_T &
         result.is_null = value.is_null;
         return true;
     }
-    return converted_result(expression, value);
+    return converted_result(expression, type, value);
 }
 
 } // namespace
@@ -102,6 +107,7 @@ QV_API int32_t SetExpressionResultType_L(EXPRESSION_T *expression, const QV_DATA
     }
     expression->result_type = {type->type, type->precision, type->scale, 0};
     expression->result_declared = 1;
+    if (Program *program = program_of(expression)) program->bound = expression->result_type;
     return 0;
 }
 

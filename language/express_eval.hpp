@@ -67,12 +67,24 @@ struct Program {
     Vector<Source> sources;     // one per index of the operand table
     int32_t result = 0;         // the index of the value the expression leaves
     bool writes_result = false; // that index is the expression's result record itself
+    // The type every result is converted into: the declared result type, or the type
+    // validation found with a CHAR's length dropped (a length validation derives describes
+    // the text; it never cuts it).
+    QV_DATATYPE_T bound{};
 };
 
 // Types whose payload is a plain copy (no memory, no precision that matters).
 inline constexpr uint32_t fixed_types = QV_TYPE_INTEGER | QV_TYPE_FLOAT | QV_TYPE_BOOLEAN |
                                         QV_TYPE_DATE | QV_TYPE_TIME | QV_TYPE_TIME_TZ |
                                         QV_TYPE_DATE_TZ | QV_TYPE_INTERVAL_DS | QV_TYPE_INTERVAL_YM;
+
+// The type the evaluation converts results into, for a result type `type` the host
+// declared (`declared`) or validation found.
+inline QV_DATATYPE_T result_bound(const QV_DATATYPE_T &type, bool declared) {
+    QV_DATATYPE_T bound{type.type, type.precision, type.scale, 0};
+    if (!declared && type.type == QV_TYPE_CHAR) bound.precision = 0;
+    return bound;
+}
 
 // Whether a value of type `type` is a result of type `result` as it stands: the same type
 // code, and for types with a precision the same scale and the same precision (or a result

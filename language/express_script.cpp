@@ -271,12 +271,13 @@ class Validator {
 
     // A variable the script types as it goes, still NULL and untyped, takes the type the
     // value it is first given will have, so that the expressions reading it are prepared
-    // for that type (the evaluator checks the types again as it runs).
+    // for that type (the evaluator checks the types again as it runs). A CHAR takes no
+    // length: the variable would then cut what another script assigns it.
     static bool hint(const Op &op, const EXPRESSION_T *value) {
         QV_VALUE_T &current = op.variable->value;
         if (op.convert || current.is_null == 0 || current.descriptor.type != 0) return true;
-        current.descriptor =
-            value != nullptr ? value->result_type : QV_DATATYPE_T{QV_TYPE_INTEGER, 0, 0, 0};
+        current.descriptor = value != nullptr ? result_bound(value->result_type, false)
+                                              : QV_DATATYPE_T{QV_TYPE_INTEGER, 0, 0, 0};
         return true;
     }
 

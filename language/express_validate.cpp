@@ -384,7 +384,8 @@ bool validate(EXPRESSION_T &expression) {
         expression.result_type = type.null_literal ? QV_DATATYPE_T{} : type.desc;
     // A computed value that needs no conversion is written into the result by its step.
     Source &last = program->sources[static_cast<std::size_t>(program->result)];
-    if (last.slot >= 0 && !type.null_literal && fits_result(type.desc, expression.result_type)) {
+    program->bound = result_bound(expression.result_type, expression.result_declared != 0);
+    if (last.slot >= 0 && !type.null_literal && fits_result(type.desc, program->bound)) {
         last.borrowed = &expression.result;
         program->writes_result = true;
     }

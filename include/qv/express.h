@@ -102,7 +102,10 @@
  * The type of the value the postfix list leaves is the result type, unless the host
  * declared one (SetExpressionResultType_L); every result is converted into it
  * (ConvertValue_L). A result type of 0 (an operand of unknown type, or INTEGER / INTEGER,
- * which is an INTEGER when exact and a FLOAT otherwise) keeps each result's own type.
+ * which is an INTEGER when exact and a FLOAT otherwise) keeps each result's own type. A
+ * CHAR length that validation finds (If and IfNull widen their branches' lengths, Choose
+ * takes its first outcome's) describes the result and never cuts it: only a declared
+ * length does.
  *
  * The operators, with L and R the left and right operands:
  *   - (unary)    the operand negated: NUMBER, FLOAT, INTEGER (two's complement, so the
