@@ -56,8 +56,6 @@ def test_runs_give_the_result_and_how_they_ended(text, variables, result, status
     assert script.exit_code == (4 if status == "exited" else None)
 
 
-@pytest.mark.xfail(strict=True, reason="defect of the evaluator: a variable read alone is cut "
-                                       "to the CHAR length of the first text assigned to it")
 def test_a_text_variable_read_alone_keeps_its_length():
     script = Script("IF $c THEN $k := 'low' ELSE $k := 'other'; RETURN $k")
     assert script.run(c=False) == "other"
