@@ -18,6 +18,7 @@
 #include "language/express.hpp"
 #include "qv/express.h"
 #include "qv/qvlist.h"
+#include "expressions.hpp"
 
 namespace {
 
@@ -41,15 +42,7 @@ const ExpFunction functions[] = {
 };
 const ExpFunction *const tables[] = {functions};
 
-const char *const expressions[] = {
-    "(x + y) * 2.5 - z / 3",
-    "If(x > 50, x * 2, y / 2)",
-    "x > 10 AND y < 20 OR name LIKE 'A%'",
-    "Concat(Upper(name), '-', SubStr(code, 1, 3))",
-    "IfNull(a, 0) + y",
-    "AddToDate(d, 30)",
-    "price * qty",
-};
+const auto &expressions = bench::row_expressions;
 constexpr int32_t mask = EXP_MASK_EXPRESSION | EXP_MASK_CONDITION;
 
 void label(benchmark::State &state) {

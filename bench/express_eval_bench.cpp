@@ -31,6 +31,7 @@
 #include "qv/date.h"
 #include "qv/express.h"
 #include "qv/precise.h"
+#include "expressions.hpp"
 
 namespace {
 
@@ -125,15 +126,7 @@ struct Columns {
     }
 };
 
-const char *const texts[] = {
-    "(x + y) * 2.5 - z / 3",
-    "If(x > 50, x * 2, y / 2)",
-    "x > 10 AND y < 20 OR name LIKE 'A%'",
-    "Concat(Upper(name), '-', SubStr(code, 1, 3))",
-    "IfNull(a, 0) + y",
-    "AddToDate(d, 30)",
-    "price * qty",
-};
+const auto &texts = bench::row_expressions;
 
 void qvcommon(benchmark::State &state, int which) {
     Columns columns;
