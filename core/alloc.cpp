@@ -94,100 +94,23 @@ std::size_t block_size(const void *block) {
 #endif
 }
 
-constexpr std::size_t end_sample = 16; // bytes of a text's start kept, and of its end looked at
-
-bool has_zero_byte(uint64_t word) {
-    return ((word - 0x0101010101010101ULL) & ~word & 0x8080808080808080ULL) != 0;
-}
-
-// Where a text the library appended to ends, and its first bytes.
-struct TextEnd {
-    const char *text = nullptr;
-    std::size_t length = 0;
-    std::size_t block = 0;
-    std::size_t head_bytes = 0; // bytes of `head` in use: min(length, 16) once recorded
-    char head[end_sample] = {};
-
-    // True when the text in a block of `size` bytes is as it was left: same block size
-    // (compared first: only then may bytes up to the terminator be read), terminator in
-    // place, same first bytes, no terminator among the last ones.
-    bool unchanged(std::size_t size) const {
-        if (size != block || size == 0 || text[length] != '\0') return false;
-        if (length < end_sample) return std::memcmp(text, head, length) == 0;
-        uint64_t last[2];
-        std::memcpy(last, text + length - end_sample, end_sample);
-        return std::memcmp(text, head, end_sample) == 0 && !has_zero_byte(last[0]) &&
-               !has_zero_byte(last[1]);
-    }
-
-    // The text now ends after `bytes` bytes. Its first bytes are read again only while they
-    // are fewer than 16: reading what was just written would wait for the writes.
-    void record(const char *at, std::size_t bytes) {
-        text = at;
-        length = bytes;
-        const std::size_t head_wanted = std::min(bytes, end_sample);
-        if (head_bytes < head_wanted) std::memcpy(head, at, head_wanted);
-        head_bytes = head_wanted;
-    }
-};
-
-// A few texts per thread, so that a caller building two or three at once keeps them all;
-// the slot after the last one taken is taken next. `current` is the slot of the append under
-// way. Per thread, so that threads appending to their own texts never share a record.
-constexpr int remembered_texts = 4;
-thread_local TextEnd text_ends[remembered_texts];
-thread_local int next_end = 0;
-thread_local TextEnd *current = nullptr;
-
-TextEnd *end_of(const char *text) {
-    for (TextEnd &end : text_ends)
-        if (end.text == text) return &end;
-    return nullptr;
-}
-
 } // namespace
 
 char *prepare_append(char *text, std::size_t extra, std::size_t *length, const char *module,
                      int line) {
-    std::size_t size = block_size(text);
-    current = end_of(text);
-    if (current != nullptr && current->unchanged(size)) {
-        *length = current->length;
-    } else {
-        *length = std::strlen(text);
-        if (current == nullptr) {
-            current = &text_ends[next_end];
-            next_end = (next_end + 1) % remembered_texts;
-        }
-        current->text = nullptr;
-        current->head_bytes = 0;
-    }
+    *length = std::strlen(text);
     const std::size_t need = *length + extra + 1;
-    if (need <= size) {
+    if (need <= block_size(text)) {
         // Room is there, but the append still counts as an allocation for the failure
         // test hook, as the exact-size realloc it replaces did.
         if (allocation_should_fail()) {
             except_raise(ALLOC_FAILURE, module, line, 0, 0, nullptr);
             return nullptr;
         }
-        current->block = size;
         return text;
     }
     const std::size_t grown = std::max(need, *length + *length / 2 + 64);
-    auto *block = static_cast<char *>(checked_realloc(text, grown, module, line));
-    current->text = nullptr; // until finish_append
-    if (block != nullptr) current->block = block_size(block);
-    return block;
-}
-
-void finish_append(const char *text, std::size_t length) {
-    if (current == nullptr) return;
-    current->record(text, length);
-    current = nullptr;
-}
-
-void forget_end(const char *text) {
-    if (TextEnd *end = end_of(text)) end->text = nullptr;
+    return static_cast<char *>(checked_realloc(text, grown, module, line));
 }
 
 // ---- The allocation table ----------------------------------------------------------------

@@ -552,15 +552,14 @@ class Formatter {
 
 // Appends `size` bytes of `text` to the heap text *out (making it when null). False when
 // the allocation failed and the raise returned; *out is then unchanged. A text appended to
-// is grown by half again at least and its end remembered (core/append.hpp), so a caller
-// that builds a text one call at a time does not pay for its length each time.
+// is grown by half again at least (core/append.hpp), so a caller that builds a text one call
+// at a time does not reallocate each time.
 bool append_result(char **out, const char *text, std::size_t size) {
     if (*out == nullptr) {
         auto *fresh = static_cast<char *>(QV_MALLOC(size + 1));
         if (fresh == nullptr) return false;
         std::memcpy(fresh, text, size);
         fresh[size] = '\0';
-        forget_end(fresh); // a block freed by the caller may come back at this address
         *out = fresh;
         return true;
     }
@@ -569,7 +568,6 @@ bool append_result(char **out, const char *text, std::size_t size) {
     if (grown == nullptr) return false;
     copy_bytes(grown + old_size, text, size);
     grown[old_size + size] = '\0';
-    finish_append(grown, old_size + size);
     *out = grown;
     return true;
 }

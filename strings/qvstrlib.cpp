@@ -685,7 +685,6 @@ QV_STRING_T *append_bytes(QV_STRING_T *dst, const char *bytes, int32_t n) {
     const bool own = from <= length;
     std::memmove(text + length, own ? text + from : bytes, static_cast<size_t>(n));
     text[length + n] = '\0';
-    qv::finish_append(text, length + n);
     dst->text = text;
     return dst;
 }
@@ -725,7 +724,6 @@ QV_STRING_T *PreAlloc_SL(QV_STRING_T *s, const QV_ENCODING_T *encoding, int32_t 
 
 void FreeString_SL(QV_STRING_T *s) {
     if (s == nullptr) return;
-    qv::forget_end(s->text);
     std::free(s->text);
     s->text = nullptr;
 }

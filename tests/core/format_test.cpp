@@ -162,6 +162,16 @@ TEST(FormatAppends, ToTheCallersTextIgnoringNulls) {
     EXPECT_EQ(Asprintf_L(nullptr, "%d", 1), nullptr);
 }
 
+// The caller owns *out between two appends: a text cut anywhere is appended to where it
+// now ends.
+TEST(FormatAppends, ToATextTheCallerCutInTheMiddle) {
+    char *out = nullptr;
+    for (int i = 0; i < 20; ++i) Asprintf_L(&out, "%02d-", i);
+    out[30] = '\0';
+    Asprintf_L(&out, "|%s", "tail");
+    EXPECT_EQ(take(out), "00-01-02-03-04-05-06-07-08-09-|tail");
+}
+
 TEST(FormatGrows, PastTheFirst512Bytes) {
     const std::string literal(1500, 'x');
     EXPECT_EQ(qv_format(literal.c_str()), literal);
