@@ -296,9 +296,11 @@ std::size_t text_room(const QV_VALUE_T &dest) {
 
 namespace {
 
-// dest's own text block when it holds `size` bytes, else null.
-char *reusable_text(const QV_VALUE_T &dest, std::size_t size) {
-    return text_room(dest) >= size ? dest.payload.string.text : nullptr;
+// Whether `text` lies (in part) in the `room` bytes from `block`.
+bool lies_in(std::string_view text, const char *block, std::size_t room) {
+    const auto at = reinterpret_cast<uintptr_t>(text.data());
+    const auto start = reinterpret_cast<uintptr_t>(block);
+    return !text.empty() && at < start + room && at + text.size() > start;
 }
 
 // dest (a text type) takes over the heap text `block` in place of what it owned; false
@@ -312,27 +314,22 @@ bool adopt_text(QV_VALUE_T &dest, char *block, const QV_ENCODING_T *encoding) {
     return true;
 }
 
-// dest (a text type) holds `text` as its own: copied into dest's block when it has room,
-// else in the heap text `detach()` gives. False (dest NULL) after an allocation failure
-// whose raise returned.
+// dest (a text type) holds `text` as its own: copied into dest's block when it has room and
+// `text` does not lie in it, else in the heap text `detach()` gives. False (dest NULL) after
+// an allocation failure whose raise returned.
 template <class Detach>
 bool store_text(QV_VALUE_T &dest, std::string_view text, const QV_ENCODING_T *encoding,
                 Detach detach) {
     const std::size_t zeros = terminator_width(encoding);
-    char *own = reusable_text(dest, text.size() + zeros);
-    if (own == nullptr) return adopt_text(dest, detach(), encoding);
+    const std::size_t room = text_room(dest);
+    char *own = dest.payload.string.text;
+    if (room < text.size() + zeros || lies_in(text, own, room))
+        return adopt_text(dest, detach(), encoding);
     std::memcpy(own, text.data(), text.size());
     std::memset(own + text.size(), 0, zeros);
     dest.payload.string.encoding = encoding;
     dest.is_null = 0;
     return true;
-}
-
-// Whether `text` lies (in part) in the `room` bytes from `block`.
-bool lies_in(std::string_view text, const char *block, std::size_t room) {
-    const auto at = reinterpret_cast<uintptr_t>(text.data());
-    const auto start = reinterpret_cast<uintptr_t>(block);
-    return !text.empty() && at < start + room && at + text.size() > start;
 }
 
 // The pieces one after the other from `out`, then `zeros` zero bytes.
