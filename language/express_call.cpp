@@ -194,20 +194,6 @@ class Activation {
     bool pushed_parameters_ = false;
 };
 
-// The body's value converted into the function's result type (type 0: as it is).
-bool store_result(QV_VALUE_T &out, const QV_VALUE_T &value, const QV_DATATYPE_T &type) {
-    if (type.type == 0) {
-        CopyValue_L(&out, &value);
-        return true;
-    }
-    const QV_DATATYPE_T &d = out.descriptor;
-    if (d.type != type.type || d.precision != type.precision || d.scale != type.scale)
-        SetValueTypePrecScale_L(&out, type.type, type.precision, type.scale);
-    if (ConvertValue_L(&out, &value, 0, 0) != QV_CONVERT_TOO_LONG) return true;
-    qv::HeapText name(DisplayDataType_L(&type, 1));
-    return QV_EVAL_FAIL(QV_MSG_RESULT_DOES_NOT_FIT, name.get());
-}
-
 } // namespace
 
 namespace qv::express {
@@ -314,7 +300,7 @@ bool call_user_function(const Step &step, QV_VALUE_T *const *values) {
     const QV_VALUE_T *value = body_runner(&function);
     if (value == nullptr) return false;
     QV_VALUE_T &out = *values[step.out];
-    if (!store_result(out, *value, site.user_type)) return false;
+    if (!convert_into_result(out, site.user_type, *value)) return false;
     if (traced) trace_user_return(function, out, activation.depth());
     return true;
 }

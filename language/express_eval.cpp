@@ -34,35 +34,12 @@ class Evaluation {
     bool completed_ = false;
 };
 
-// The value the steps left, into the type `type` (the program's bound): copied when the
-// type is 0, converted otherwise. A CHAR converted into a CHAR without a length keeps the
-// length it had.
-bool converted_result(EXPRESSION_T &expression, const QV_DATATYPE_T &type,
-                      const QV_VALUE_T &value) {
-    QV_VALUE_T &result = expression.result;
-    if (type.type == 0) {
-        CopyValue_L(&result, &value);
-        return true;
-    }
-    const QV_DATATYPE_T &d = result.descriptor;
-    if (d.type != type.type || d.precision != type.precision || d.scale != type.scale)
-        SetValueTypePrecScale_L(&result, type.type, type.precision, type.scale);
-    if (ConvertValue_L(&result, &value, 0, 0) != QV_CONVERT_TOO_LONG) {
-        if (type.type == QV_TYPE_CHAR && type.precision == 0 &&
-            value.descriptor.type == QV_TYPE_CHAR)
-            result.descriptor.precision = value.descriptor.precision;
-        return true;
-    }
-    qv::HeapText name(DisplayDataType_L(&type, 1));
-    return QV_EVAL_FAIL(QV_MSG_RESULT_DOES_NOT_FIT, name.get());
-}
-
 // A result the last step wrote that does not have the bound type (its operands' types
 // changed since validation): converted from a copy of itself.
 bool reconverted_result(EXPRESSION_T &expression, const QV_DATATYPE_T &type) {
     qv::values::HeldValue computed(expression.result); // takes over what the result owns
     expression.result.is_null = 1;
-    return converted_result(expression, type, *computed);
+    return convert_into_result(expression.result, type, *computed);
 }
 
 bool finish(EXPRESSION_T &expression, const Program &program, const QV_VALUE_T &value) {
@@ -77,7 +54,7 @@ bool finish(EXPRESSION_T &expression, const Program &program, const QV_VALUE_T &
         result.is_null = value.is_null;
         return true;
     }
-    return converted_result(expression, type, value);
+    return convert_into_result(expression.result, type, value);
 }
 
 } // namespace
@@ -92,6 +69,24 @@ bool fail(uint32_t number, std::initializer_list<PWParam> parameters, int line) 
     }
     except_raise(GENERAL_ERROR, QV_MODULE, line, 0, 0, nullptr);
     return false;
+}
+
+bool convert_into_result(QV_VALUE_T &out, const QV_DATATYPE_T &type, const QV_VALUE_T &value) {
+    if (type.type == 0) {
+        CopyValue_L(&out, &value);
+        return true;
+    }
+    const QV_DATATYPE_T &d = out.descriptor;
+    if (d.type != type.type || d.precision != type.precision || d.scale != type.scale)
+        SetValueTypePrecScale_L(&out, type.type, type.precision, type.scale);
+    if (ConvertValue_L(&out, &value, 0, 0) != QV_CONVERT_TOO_LONG) {
+        if (type.type == QV_TYPE_CHAR && type.precision == 0 &&
+            value.descriptor.type == QV_TYPE_CHAR)
+            out.descriptor.precision = value.descriptor.precision;
+        return true;
+    }
+    qv::HeapText name(DisplayDataType_L(&type, 1));
+    return QV_EVAL_FAIL(QV_MSG_RESULT_DOES_NOT_FIT, name.get());
 }
 
 } // namespace qv::express

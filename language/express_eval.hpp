@@ -97,6 +97,11 @@ inline bool fits_result(const QV_DATATYPE_T &type, const QV_DATATYPE_T &result) 
             (result.precision == 0 || type.precision == result.precision));
 }
 
+// `value` into `out` in the type `type`: copied when the type is 0, converted otherwise. A CHAR
+// converted into a CHAR without a length keeps the length it had. False, with the failure
+// logged and raised, when the value does not fit.
+bool convert_into_result(QV_VALUE_T &out, const QV_DATATYPE_T &type, const QV_VALUE_T &value);
+
 // What validation knows of an operand's type: its descriptor (type 0: unknown), or that it
 // is the literal NULL, which has no type.
 struct StaticType {

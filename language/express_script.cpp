@@ -530,11 +530,7 @@ bool into_result(EXPRESSION_T &script, const QV_VALUE_T &value, QV_VALUE_T &resu
         CopyValue_L(&result, &value);
         return true;
     }
-    const QV_DATATYPE_T &type = script.result_type;
-    SetValueTypePrecScale_L(&result, type.type, type.precision, type.scale);
-    if (ConvertValue_L(&result, &value, 0, 0) != QV_CONVERT_TOO_LONG) return true;
-    qv::HeapText name(DisplayDataType_L(&type, 1));
-    return QV_EVAL_FAIL(QV_MSG_RESULT_DOES_NOT_FIT, name.get());
+    return qv::express::convert_into_result(result, script.result_type, value);
 }
 
 // The script's result: RUN_SCRIPT_RETURN as the run left it.
