@@ -227,20 +227,12 @@ void copy_chosen(QV_VALUE_T &out, const QV_VALUE_T &chosen, const QV_VALUE_T &mo
     CopyValue_L(&out, &chosen);
 }
 
-// The truth of If's condition as its handler reads it: ValueToBoolean_L, FALSE for a NULL
-// or unreadable one. 1 or 0, as an index, so that the choice needs no branch on it.
-int32_t condition_holds(const QV_VALUE_T &condition) {
-    if (condition.descriptor.type == QV_TYPE_BOOLEAN && condition.is_null == 0) [[likely]]
-        return condition.payload.boolean != 0;
-    uint8_t truth = 0;
-    return condition.is_null == 0 && condition.descriptor.type != 0 &&
-           ValueToBoolean_L(&condition, &truth) == QV_VALUE_OK && truth != 0;
-}
-
+// If as a choosing step: the outcome its handler would copy (a NULL or unreadable condition
+// does not hold), copied without the dispatcher.
 bool select_if(const Step &step, QV_VALUE_T *const *values) {
     if ((trace_active & EXP_TRACE_BUILTIN) != 0) [[unlikely]]
         return call_function(step, values);
-    const QV_VALUE_T &chosen = *values[step.list[2 - condition_holds(*values[step.list[0]])]];
+    const QV_VALUE_T &chosen = *values[step.list[holds(*values[step.list[0]]) ? 1 : 2]];
     copy_chosen(*values[step.out], chosen, chosen);
     return true;
 }

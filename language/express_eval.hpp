@@ -97,6 +97,23 @@ inline bool fits_result(const QV_DATATYPE_T &type, const QV_DATATYPE_T &result) 
             (result.precision == 0 || type.precision == result.precision));
 }
 
+// Three-valued truth: NULL, and a value that does not read as a truth value, are unknown.
+enum class Truth : uint8_t { no, yes, unknown };
+
+inline Truth truth_of(const QV_VALUE_T &value) {
+    if (value.is_null != 0) return Truth::unknown;
+    if (value.descriptor.type == QV_TYPE_BOOLEAN)
+        return value.payload.boolean != 0 ? Truth::yes : Truth::no;
+    uint8_t truth = 0;
+    if (ValueToBoolean_L(&value, &truth) != QV_VALUE_OK) return Truth::unknown;
+    return truth != 0 ? Truth::yes : Truth::no;
+}
+
+// Whether a condition holds: it reads as TRUE.
+inline bool holds(const QV_VALUE_T &value) {
+    return truth_of(value) == Truth::yes;
+}
+
 // `value` into `out` in the type `type`: copied when the type is 0, converted otherwise. A CHAR
 // converted into a CHAR without a length keeps the length it had. False, with the failure
 // logged and raised, when the value does not fit.

@@ -41,18 +41,6 @@ bool read_real(const QV_VALUE_T &value, double &out) {
     }
 }
 
-// Three-valued truth.
-enum class Truth : uint8_t { no, yes, unknown };
-
-Truth truth_of(const QV_VALUE_T &value) {
-    if (value.is_null != 0) return Truth::unknown;
-    if (value.descriptor.type == QV_TYPE_BOOLEAN)
-        return value.payload.boolean != 0 ? Truth::yes : Truth::no;
-    uint8_t truth = 0;
-    if (ValueToBoolean_L(&value, &truth) != QV_VALUE_OK) return Truth::unknown;
-    return truth != 0 ? Truth::yes : Truth::no;
-}
-
 void put_truth(QV_VALUE_T &out, Truth truth) {
     if (truth == Truth::unknown)
         put_null(out, QV_TYPE_BOOLEAN);

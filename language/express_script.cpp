@@ -107,13 +107,6 @@ void store(QV_VALUE_T &variable, const QV_VALUE_T &value) {
     CopyValue_L(&variable, &value);
 }
 
-bool holds(const QV_VALUE_T &value) {
-    if (value.is_null != 0) return false;
-    if (value.descriptor.type == QV_TYPE_BOOLEAN) return value.payload.boolean != 0;
-    uint8_t truth = 0;
-    return ValueToBoolean_L(&value, &truth) == QV_VALUE_OK && truth != 0;
-}
-
 bool integer_of(const QV_VALUE_T &value, int64_t &out) {
     if (value.is_null != 0) return false;
     if (value.descriptor.type == QV_TYPE_INTEGER) {
