@@ -228,11 +228,13 @@ void copy_chosen(QV_VALUE_T &out, const QV_VALUE_T &chosen, const QV_VALUE_T &mo
 }
 
 // If as a choosing step: the outcome its handler would copy (a NULL or unreadable condition
-// does not hold), copied without the dispatcher.
+// does not hold), copied without the dispatcher. The condition indexes the outcome, so that
+// the choice needs no branch on it.
 bool select_if(const Step &step, QV_VALUE_T *const *values) {
     if ((trace_active & EXP_TRACE_BUILTIN) != 0) [[unlikely]]
         return call_function(step, values);
-    const QV_VALUE_T &chosen = *values[step.list[holds(*values[step.list[0]]) ? 1 : 2]];
+    const QV_VALUE_T &chosen =
+        *values[step.list[2 - static_cast<int32_t>(holds(*values[step.list[0]]))]];
     copy_chosen(*values[step.out], chosen, chosen);
     return true;
 }
