@@ -10,8 +10,6 @@
 namespace qvtool {
 namespace {
 
-constexpr int NUMBER_MAX_PRECISION = 77;
-
 bool is_blank(char c) {
     return c == ' ' || c == '\t';
 }
@@ -111,7 +109,7 @@ QV_DATATYPE_T TypeGuess::type() const {
     if ((seen & bit(TextKind::Float)) != 0) return make_type(QV_TYPE_FLOAT);
     if ((seen & bit(TextKind::Decimal)) == 0) return make_type(QV_TYPE_INTEGER);
     const int precision = integer_digits_ + scale_;
-    if (precision > NUMBER_MAX_PRECISION) return make_type(QV_TYPE_FLOAT);
+    if (precision > QV_PRECISE_MAX_PRECISION) return make_type(QV_TYPE_FLOAT);
     return make_type(QV_TYPE_NUMBER, std::max(precision, 1), scale_);
 }
 
@@ -128,7 +126,7 @@ std::string parse_type(std::string_view declaration, QV_DATATYPE_T &type) {
     const std::string quoted = "'" + text + "': ";
     const std::string name = upper(trim(text.substr(0, text.find('('))));
     const int32_t code = ParseVariableType_L(text.c_str(), &type);
-    if (code == QV_PARSE_TYPE_SIZE_MISSING && name == "CHAR") {
+    if (code == QV_PARSE_TYPE_SIZE_MISSING && DataType_L(text.c_str()) == QV_TYPE_CHAR) {
         type = make_type(QV_TYPE_CHAR);
         return "";
     }
